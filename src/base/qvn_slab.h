@@ -1,0 +1,30 @@
+/// Memory for the records that exist a million times: tree nodes, rates, import records.
+///
+/// A slab hands out zeroed pieces one behind the other from blocks of 1 MiB that come from the
+/// kernel and go back to it. A piece has no header; the block around it is found from its address
+/// and counts its live pieces. A released piece is not used again; its block goes back when its
+/// last piece is released. So loading is a pointer increment, neighbours in time are neighbours in
+/// memory, and a finished job's memory really leaves the process.
+///
+/// A slab and all its pieces belong to one thread at a time. It has no destructor: with its last
+/// piece released it owns nothing.
+#pragma once
+
+#include <cstddef>
+
+class qvn_slab {
+ public:
+  constexpr qvn_slab() = default;
+  qvn_slab(const qvn_slab&) = delete;
+  qvn_slab& operator=(const qvn_slab&) = delete;
+
+  /// A zeroed piece of `size` bytes, aligned to 8; null when memory runs out.
+  [[nodiscard]] void* alloc(std::size_t size) noexcept;
+
+  /// Gives a piece back, whichever slab of this thread it came from.
+  static void release(void* piece) noexcept;
+
+ private:
+  struct block;
+  block* current_ = nullptr;  ///< the block that pieces are cut from, or none
+};

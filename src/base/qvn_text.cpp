@@ -1,0 +1,233 @@
+#include "base/qvn_text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+/// What the formatting copies hold at most, their NUL included.
+constexpr std::size_t kDupBufferSize = 2047;
+
+constexpr unsigned char kBlank = 32;
+
+unsigned char code_of(char c) {
+  return static_cast<unsigned char>(c);
+}
+
+bool is_inner_blank(char c) {
+  return c == '\t' || c == ' ' || c == '\r';
+}
+
+bool is_ascii_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+bool is_ascii_letter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+qvn_heap_text heap_copy(std::string_view first, std::string_view second = {}) {
+  qvn_heap_text copy(static_cast<char*>(std::malloc(first.size() + second.size() + 1)));
+  if (copy) {
+    char* end = std::copy(first.begin(), first.end(), copy.get());
+    end = std::copy(second.begin(), second.end(), end);
+    *end = '\0';
+  }
+  return copy;
+}
+
+/// The first separator, line feed or end of a field.
+char* field_end(char* field, char separator) {
+  while (*field != '\0' && *field != separator && *field != '\n') {
+    ++field;
+  }
+  return field;
+}
+
+/// Cuts the field at its next separator and returns the field after it, or null when the line ends
+/// first.
+char* cut_field(char* field, char separator) {
+  while (*field != '\0' && *field != separator) {
+    ++field;
+  }
+  if (*field == '\0') {
+    return nullptr;
+  }
+  *field = '\0';
+  return field + 1;
+}
+
+/// Splits until the line ends or the vector is full; returns the index of the last field.
+std::size_t split_fields(char* line, std::span<char*> fields, char separator) {
+  std::size_t index = 0;
+  fields[0] = line;
+  while (index + 1 < fields.size()) {
+    char* next = cut_field(fields[index], separator);
+    if (next == nullptr) {
+      break;
+    }
+    fields[++index] = next;
+  }
+  return index;
+}
+
+}  // namespace
+
+int32_t zstr(const char* text) {
+  return text == nullptr || *text == '\0' ? 1 : 0;
+}
+
+int32_t str_nonzero(const char* text) {
+  return zstr(text) == 0 ? 1 : 0;
+}
+
+qvn_heap_text qvn_strdup(const char* text) {
+  return zstr(text) != 0 ? nullptr : heap_copy(text);
+}
+
+qvn_heap_text qvn_strcat(const char* first, const char* second) {
+  if (first == nullptr || second == nullptr) {
+    // The analyser does not see that the returned owner frees it.
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
+    return qvn_strdup(first == nullptr ? second : first);
+  }
+  return heap_copy(first, second);
+}
+
+qvn_heap_text qvn_dup_printf(const char* format, ...) {
+  std::array<char, kDupBufferSize> buffer;
+  va_list arguments;
+  va_start(arguments, format);
+  // The analyser does not follow va_start through to here.
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+  const int length = std::vsnprintf(buffer.data(), buffer.size(), format, arguments);
+  va_end(arguments);
+  if (length < 0 || static_cast<std::size_t>(length) >= buffer.size()) {
+    return nullptr;
+  }
+  return heap_copy({buffer.data(), static_cast<std::size_t>(length)});
+}
+
+qvn_heap_text qvn_vsprintf_dup(const char* format, va_list arguments) {
+  std::array<char, kDupBufferSize> buffer;
+  // The analyser does not follow va_start through to here.
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+  const int length = std::vsnprintf(buffer.data(), buffer.size(), format, arguments);
+  if (length < 0) {
+    return nullptr;
+  }
+  return heap_copy({buffer.data(), std::min(static_cast<std::size_t>(length), buffer.size() - 1)});
+}
+
+std::string qvn_format(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  va_end(arguments);
+  if (length <= 0) {
+    return {};
+  }
+  std::string text(static_cast<std::size_t>(length), '\0');
+  va_start(arguments, format);
+  std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+char* qvn_skip_blanks(char* text) {
+  while (*text != '\0' && code_of(*text) <= kBlank) {
+    ++text;
+  }
+  return text;
+}
+
+char* qvn_skip_nonblanks(char* text) {
+  while (code_of(*text) > kBlank) {
+    ++text;
+  }
+  return text;
+}
+
+char* qvn_skip_named_char(char* text, char named) {
+  while (*text != '\0' && *text == named) {
+    ++text;
+  }
+  return text;
+}
+
+char* qvn_strip_prefix_blank(char* text) {
+  while (is_inner_blank(*text)) {
+    ++text;
+  }
+  return text;
+}
+
+void qvn_strip_suffix_blank(char* last) {
+  while (is_inner_blank(*last) || *last == '\n') {
+    *last-- = '\0';
+  }
+}
+
+char* qvn_trim_suffix_blank(char* text) {
+  if (text != nullptr) {
+    std::size_t length = std::strlen(text);
+    while (length > 0 && code_of(text[length - 1]) <= kBlank) {
+      text[--length] = '\0';
+    }
+  }
+  return text;
+}
+
+int32_t qvn_is_digit(const char* text) {
+  const std::string_view digits = qvn_or_empty(text);
+  return std::all_of(digits.begin(), digits.end(), is_ascii_digit) ? 1 : 0;
+}
+
+int32_t qvn_is_telephone_number(const char* text) {
+  std::string_view number = qvn_or_empty(text);
+  if (number.starts_with('+') || number.starts_with('-')) {
+    number.remove_prefix(1);
+  }
+  const auto allowed = [](char c) { return is_ascii_digit(c) || c == '.'; };
+  return std::all_of(number.begin(), number.end(), allowed) ? 1 : 0;
+}
+
+int32_t qvn_is_ipaddr(const char* text) {
+  if (text == nullptr) {
+    return -1;
+  }
+  const std::string_view address = text;
+  return std::any_of(address.begin(), address.end(), is_ascii_letter) ? 1 : 0;
+}
+
+bool qvn_booleam(const char* text) {
+  static constexpr std::array<std::string_view, 6> kTrueWords = {"t",   "true", "y",
+                                                                 "yes", "on",   "1"};
+  return std::find(kTrueWords.begin(), kTrueWords.end(), qvn_or_empty(text)) != kTrueWords.end();
+}
+
+int32_t qvn_row_parse_to_array(char* line, std::span<char*> fields, char separator) {
+  const std::size_t index = split_fields(line, fields, separator);
+  if (index + 1 == fields.size()) {
+    *field_end(fields[index], separator) = '\0';
+  }
+  return static_cast<int32_t>(index);
+}
+
+int32_t qvn_row_parse_to_array_vstr(char* line, std::span<char*> fields, char separator) {
+  static char shared_empty[1] = "";
+  const std::size_t index = split_fields(line, fields, separator);
+  if (index + 1 == fields.size()) {
+    *field_end(fields[index], '\n') = '\0';
+  }
+  for (char*& field : fields.first(index + 1)) {
+    if (*field == '\0') {
+      field = shared_empty;
+    }
+  }
+  return static_cast<int32_t>(index);
+}
