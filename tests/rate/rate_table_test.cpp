@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "rate/qvn_rate_table.h"
+
+namespace {
+
+constexpr int64_t kNow = 1000;
+constexpr int64_t kFuture = 5000;
+
+rate_node* make_rate(const std::string& id, int64_t effective_date) {
+  rate_node* const rate = rate_node_create({.code = "44", .rate_id = id, .rate_table_id = "7"});
+  rate->effective_date = effective_date;
+  return rate;
+}
+
+std::vector<std::string> ids(const rp_hash_node* node) {
+  std::vector<std::string> list;
+  const auto* rate = node ? static_cast<const rate_node*>(node->items) : nullptr;
+  for (uint64_t i = 0; rate && i < node->item_count; ++i, rate = rate->next) {
+    list.emplace_back(rate->rate_id);
+    EXPECT_EQ(rate->next->prev, rate);
+  }
+  return list;
+}
+
+using id_list = std::vector<std::string>;
+
+TEST(rate_list, is_kept_by_effective_date_and_of_equal_dates_the_newest_comes_first) {
+  rp_hash_node node{};
+  rate_node_link(&node, make_rate("a", 10));
+  rate_node_link(&node, make_rate("b", 30));
+  rate_node_link(&node, make_rate("c", 20));
+  rate_node_link(&node, make_rate("d", 20));
+  rate_node_link(&node, make_rate("e", 10));
+  rate_node_link(&node, make_rate("f", 30));
+  EXPECT_EQ(ids(&node), (id_list{"e", "a", "d", "c", "f", "b"}));
+  EXPECT_EQ(delete_rate_node(&node, nullptr), 1);
+  EXPECT_EQ(node.items, nullptr);
+  EXPECT_EQ(node.item_count, 0U);
+}
+
+TEST(rate_list, removing_one_rate_keeps_the_others_linked) {
+  rp_hash_node node{};
+  for (const char* const id : {"c", "b", "a"}) {
+    rate_node_link(&node, make_rate(id, 10));
+  }
+  EXPECT_EQ(delete_rate_node(&node, "x"), 0);
+  EXPECT_EQ(delete_rate_node(&node, "b"), 1);
+  EXPECT_EQ(ids(&node), (id_list{"a", "c"}));
+  EXPECT_EQ(delete_rate_node(&node, "a"), 1);
+  EXPECT_EQ(ids(&node), (id_list{"c"}));
+  EXPECT_EQ(delete_rate_node(&node, "c"), 1);
+  EXPECT_EQ(node.items, nullptr);
+  EXPECT_EQ(delete_rate_node(&node, "c"), 0);
+}
+
+/// A tree of rate table 7 that is loaded rate by rate at kNow.
+class loading : public testing::Test {
+ protected:
+  ~loading() override { rp_hash_destroy(&root_, delete_rate_node); }
+
+  void load(const std::string& id, int64_t effective_date) {
+    rate_node* const rate = make_rate(id, effective_date);
+    rp_hash_node* const table = rp_hash_create(&root_, "7");
+    rate_node_link_superseding(root_, rp_hash_create(&table->sub, "44"), rate, kNow);
+  }
+  rp_hash_node* code() {
+    rp_hash_node* const table = rp_hash_match_all(&root_, "7");
+    return table ? rp_hash_match_all(&table->sub, "44") : nullptr;
+  }
+
+  rp_hash_node* root_ = nullptr;
+};
+
+struct superseding_case {
+  const char* name;
+  std::vector<int64_t> dates;  // loaded in this order as rates "0", "1", ...
+  id_list left;
+};
+
+TEST_F(loading, of_rates_in_force_only_the_latest_is_kept) {
+  const superseding_case cases[] = {
+      {"a newer rate in force replaces the older", {100, 200}, {"1"}},
+      {"an older rate is removed again", {200, 100}, {"0"}},
+      {"a future rate replaces nothing", {100, kFuture}, {"0", "1"}},
+      {"before a first rate that is not in force all stay", {kFuture, 100}, {"1", "0"}},
+      {"equal dates stay", {100, 100}, {"1", "0"}},
+      {"all of the first date go", {100, 100, 200}, {"2"}},
+      {"now itself is not yet in force", {100, kNow}, {"0", "1"}},
+  };
+  for (const superseding_case& test : cases) {
+    SCOPED_TRACE(test.name);
+    for (std::size_t i = 0; i < test.dates.size(); ++i) {
+      load(std::to_string(i), test.dates[i]);
+    }
+    EXPECT_EQ(ids(code()), test.left);
+    rp_hash_destroy(&root_, delete_rate_node);
+  }
+}
+
+/// The slot is handed over by value: freeing the table's only node would leave the caller on freed
+/// memory.
+TEST_F(loading, removing_the_last_rate_never_frees_the_callers_first_node) {
+  load("0", 100);
+  rp_hash_node* const table = root_;
+  delete_expire_rate(root_, "44", "0", "7", 0);
+  ASSERT_EQ(root_, table);
+  EXPECT_EQ(code(), nullptr);
+  load("1", 100);
+  EXPECT_EQ(ids(code()), (id_list{"1"}));
+}
+
+TEST(code_deck, keeps_the_entry_that_stands_first_by_code_id) {
+  rp_hash_node node{};
+  for (const char* const id : {"5", "12", "7", "12"}) {
+    code_deck_node_link(&node, code_deck_node_create(id, "44", "1", "UK", "London"));
+    EXPECT_EQ(node.item_count, 1U);
+  }
+  const auto* const entry = static_cast<const code_deck_node*>(node.items);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_STREQ(entry->code_id, "12") << "ids are compared as texts";
+  EXPECT_STREQ(entry->name, "London");
+  EXPECT_EQ(delete_code_deck_node(&node, "5"), 0);
+  EXPECT_EQ(delete_code_deck_node(&node, nullptr), 1);
+  EXPECT_EQ(node.item_count, 0U);
+}
+
+TEST(jurisdiction_prefixes, are_sorted_by_id_in_byte_order_and_removed_by_id) {
+  rp_hash_node node{};
+  for (const char* const id : {"20", "1", "3", "1"}) {
+    jurisdiction_prefix_node_link(&node, jurisdiction_prefix_node_create(id, "9"));
+  }
+  const auto texts = [&] {
+    id_list list;
+    const auto* prefix = static_cast<const jurisdiction_prefix_node*>(node.items);
+    for (uint64_t i = 0; i < node.item_count; ++i, prefix = prefix->next) {
+      list.emplace_back(prefix->id);
+    }
+    return list;
+  };
+  EXPECT_EQ(texts(), (id_list{"1", "1", "20", "3"}));
+  EXPECT_EQ(delete_jurisdiction_prefix_node(&node, "20"), 1);
+  EXPECT_EQ(texts(), (id_list{"1", "1", "3"}));
+  EXPECT_EQ(delete_jurisdiction_prefix_node(&node, nullptr), 1);
+}
+
+TEST(time_profiles, a_node_holds_the_latest_record) {
+  rp_hash_node node{};
+  time_profile_node_link(&node, time_profile_node_create("3"));
+  time_profile_node* const latest = time_profile_node_create("3");
+  time_profile_node_link(&node, latest);
+  EXPECT_EQ(node.items, latest);
+  EXPECT_EQ(node.item_count, 1U);
+  EXPECT_EQ(delete_time_profile_node(&node, nullptr), 1);
+  node.items = nullptr;
+  EXPECT_EQ(delete_time_profile_node(&node, nullptr), 0);
+}
+
+TEST(time_zone_text, only_the_tables_whole_hours_count) {
+  struct zone_case {
+    const char* text;
+    int32_t hours;
+  };
+  constexpr zone_case kCases[] = {{"+0000", 0},  {"+1200", 12}, {"-1200", -12}, {"-0300", -3},
+                                  {"-0500", -5}, {"-0400", 0},  {"+0530", 0},   {"+1300", 0},
+                                  {"0100", 0},   {"", 0},       {nullptr, 0}};
+  for (const zone_case& test : kCases) {
+    EXPECT_EQ(get_timezone_from_str(test.text), test.hours) << (test.text ? test.text : "absent");
+  }
+}
+
+TEST(rate_text, begins_with_a_digit_and_holds_digits_and_points) {
+  for (const char* const text : {"0", "12.", "1.2.3", "0.05", "007"}) {
+    EXPECT_EQ(qvn_is_rate(text), 1) << text;
+  }
+  for (const char* const text : {"", ".5", "-1", "1e3", "1,5", " 1", "1 ", "+1"}) {
+    EXPECT_EQ(qvn_is_rate(text), 0) << text;
+  }
+  EXPECT_EQ(qvn_is_rate(nullptr), 0);
+}
+
+}  // namespace
