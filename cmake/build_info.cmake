@@ -1,0 +1,32 @@
+# Writes qvn_build_info.h with the revision and the date of this build. The file is written anew only when
+# the revision has changed, so that an unchanged tree is not compiled again. Without git, or with
+# SOURCE_DATE_EPOCH set, both are fixed, so that builds can be reproduced.
+#   cmake -DSOURCE_DIR=... -DOUTPUT=... -P build_info.cmake
+set(revision "release")
+set(date "January 1 2026 00:00:00")
+find_package(Git QUIET)
+if(DEFINED ENV{SOURCE_DATE_EPOCH})
+  string(TIMESTAMP date "%B %d %Y %H:%M:%S" UTC)
+elseif(GIT_FOUND)
+  execute_process(COMMAND ${GIT_EXECUTABLE} -C ${SOURCE_DIR} rev-parse --abbrev-ref HEAD
+    OUTPUT_VARIABLE branch OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE failed)
+  execute_process(COMMAND ${GIT_EXECUTABLE} -C ${SOURCE_DIR} log -1
+    "--date=format:%Y-%m-%d %H:%M:%S" "--format=%h %cd"
+    OUTPUT_VARIABLE commit OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+  if(NOT failed AND commit)
+    set(revision "${branch} ${commit}")
+    string(TIMESTAMP date "%B %d %Y %H:%M:%S")
+  endif()
+endif()
+if(EXISTS ${OUTPUT})
+  file(STRINGS ${OUTPUT} written REGEX "QVN_BUILD_REVISION \"${revision}\"")
+  if(written)
+    return()
+  endif()
+endif()
+# The day of the month stands without a leading zero.
+string(REGEX REPLACE " 0([0-9]) " " \\1 " date "${date}")
+file(WRITE ${OUTPUT} "#pragma once
+#define QVN_BUILD_REVISION \"${revision}\"
+#define QVN_BUILD_DATE \"${date}\"
+")

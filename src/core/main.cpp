@@ -1,0 +1,141 @@
+/// The daemon from its command line to its end.
+
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "base/qvn_log.h"
+#include "core/qvn_core.h"
+#include "core/qvn_core_ctrl.h"
+#include "core/qvn_process.h"
+#include "core/qvn_settings.h"
+
+namespace {
+
+constexpr const char* kLogSource = "main";
+
+/// Failing to allocate the core record: the shell sees 255.
+constexpr int kNoCoreRecord = -1;
+
+struct command_line {
+  bool foreground = false;
+  bool kill = false;
+  bool remote = false;
+};
+
+/// Collects the flags. Version, usage and unknown words act the moment they are met and end the
+/// process.
+command_line read_command_line(int count, char** words) {
+  command_line flags;
+  for (int i = 1; i < count; ++i) {
+    const char* const word = words[i];
+    const auto is = [word](const char* option) { return std::strcmp(word, option) == 0; };
+    if (is("-nf")) {
+      flags.foreground = true;
+    } else if (is("-V") || is("-v")) {
+      show_version();
+      std::exit(EXIT_SUCCESS);
+    } else if (is("-kill")) {
+      flags.kill = true;
+    } else if (std::strncmp(word, "-r", 2) == 0) {
+      flags.remote = true;
+    } else {  // "-H", "-h" and every unknown word
+      show_usage();
+      std::exit(EXIT_SUCCESS);
+    }
+  }
+  return flags;
+}
+
+bool create_core_record() {
+  g_core_ctrl = new (std::nothrow) qvn_core_ctrl;
+  if (!g_core_ctrl) {
+    std::printf("Alloc memory for %s control failure\n", kProgramName);
+    return false;
+  }
+  return true;
+}
+
+/// What every connection of the daemon shares, unless the operator's environment says otherwise. A
+/// dead database server must cost the poller seconds, not minutes; and looking for a Kerberos
+/// ticket at every visit is work of an idle daemon for nothing. Before the first thread, as the
+/// environment is not to be changed under threads.
+void set_connection_defaults() {
+  constexpr int kKeepExisting = 0;
+  (void)setenv("PGCONNECT_TIMEOUT", "5", kKeepExisting);
+  (void)setenv("PGGSSENCMODE", "disable", kKeepExisting);
+}
+
+void remember_signal_mask() {
+  sigset_t mask;
+  (void)pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  qvn_core_set_wait_mask(mask);
+}
+
+void start_logging(bool foreground) {
+  char path[1024];
+  (void)std::snprintf(path, sizeof path, "%s%s.log", g_core_ctrl->log_dir.c_str(), kProgramName);
+  (void)qvn_log_init();
+  // A log that cannot be opened does not keep the jobs from being done.
+  (void)qvn_log_file_open(path, g_core_ctrl->log_level, foreground ? 1 : 0);
+}
+
+/// Reads and checks the configuration and initialises the modules; false, logged, when the daemon
+/// cannot be run.
+bool prepare() {
+  (void)qvn_default_conf_init();
+  QVN_LOG(kLogNotice, "Read configuration...\n");
+  if (qvn_load_config() != 0) {
+    QVN_LOG(kLogWarning, "Load config failed\n");
+    return false;
+  }
+  if (qvn_check_config() != 0) {
+    QVN_LOG(kLogWarning, "Check config fail\n");
+    return false;
+  }
+  QVN_LOG(kLogNotice, "The current version as %s-%s, Compile on %s\n", kVersionLabel,
+          qvn_build_revision(), qvn_build_date());
+  return qvn_core_init() == 0 && qvn_core_module_conf() == 0;
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  qvn_open_standard_descriptors();
+  if (!create_core_record()) {
+    return kNoCoreRecord;
+  }
+  const command_line flags = read_command_line(count, words);
+  qvn_enable_coredump();
+  (void)qvn_core_set_path();
+  if (flags.kill) {
+    qvn_core_kill();
+  }
+  if (flags.remote) {
+    qvn_core_remote_connection();
+  }
+  g_core_ctrl->log_level = kLogDebug;
+  system_signal_reset();
+  set_connection_defaults();
+  remember_signal_mask();
+  if (!flags.foreground) {
+    qvn_register_signal_handle();
+    daemonize();
+  }
+  qvn_remember_pid();
+  qvn_already_running();
+  qvn_lock_running();
+  start_logging(flags.foreground);
+  if (prepare()) {
+    // The run loop is entered even when a module failed to start: the others still serve.
+    (void)qvn_core_start();
+    (void)qvn_core_run();
+  }
+  (void)qvn_core_set_exit();
+  qvn_core_exit();
+  qvn_core_uninit();
+  return EXIT_SUCCESS;
+}

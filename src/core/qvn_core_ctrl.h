@@ -1,0 +1,66 @@
+/// The one record that every module reads: settings, directories, the served databases and their
+/// lock.
+///
+/// `main` makes it before anything else; the settings and directories are written before the first
+/// thread starts and only read afterwards, so they need no lock. The database table and the staged
+/// fields are guarded by `db_list_lock`. Texts that are not set are empty.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "base/qvn_hash.h"
+#include "base/qvn_mutex.h"
+
+/// The name in messages and in the names of the pid and log files.
+inline constexpr const char* kProgramName = "qvn_web_helper";
+
+/// The files in the configuration directory.
+inline constexpr const char* kMainConfFile = "qvn_web_helper.conf";
+inline constexpr const char* kDbConfFile = "qvn_db_info.conf";
+
+/// Bytes of a dotted IPv4 address with its NUL.
+inline constexpr std::size_t kAddressSize = 16;
+
+struct qvn_core_ctrl {
+  uint32_t log_level = 0;     ///< 0 to 7; stored as configured, also when out of range
+  uint32_t max_log_size = 0;  ///< bytes; 0: never configured
+
+  char cli_listen_ip[kAddressSize] = {};  ///< console listen address
+  uint16_t cli_listen_port = 0;           ///< console listen port
+  uint16_t cli_connection_limit = 0;      ///< most console connections at once
+  uint16_t cli_connection_expires = 0;    ///< idle seconds before a console connection is dropped
+  std::string cli_login_user;             ///< console login user
+  std::string cli_login_pwd;              ///< console login password
+
+  /// One section of the database list while it is being read.
+  std::string staged_db_host QVN_GUARDED_BY(db_list_lock);
+  uint16_t staged_db_port QVN_GUARDED_BY(db_list_lock) = 0;
+  std::string staged_db_name QVN_GUARDED_BY(db_list_lock);
+  std::string staged_db_user QVN_GUARDED_BY(db_list_lock);
+  std::string staged_db_password QVN_GUARDED_BY(db_list_lock);
+
+  char lrn_local_ip[kAddressSize] = {};  ///< local address of the number lookup; set by nobody yet
+  uint16_t lrn_local_port = 0;           ///< local port of the number lookup; set by nobody yet
+
+  /// The database list lock. The poller holds it for a whole cycle, connections included; under it
+  /// only the mutex of one job module may be taken. Served in order of arrival.
+  qvn_fair_mutex db_list_lock;
+  /// The served databases: `db_info` entries by "host-database name". Null until qvn_core_init.
+  qvn_hash_table* db_table QVN_GUARDED_BY(db_list_lock) = nullptr;
+
+  uint16_t max_rerate_task = 0;       ///< most rerate jobs waiting or running
+  uint16_t max_rate_upload_task = 0;  ///< most rate import jobs waiting or running
+
+  std::string install_dir;  ///< directory of the executable, without a trailing slash
+  std::string conf_dir;     ///< install_dir + "/conf/"
+  std::string log_dir;      ///< install_dir + "/log/"
+  std::string run_dir;      ///< install_dir + "/run/"
+};
+
+/// Null before `main` makes it and after qvn_core_free.
+extern qvn_core_ctrl* g_core_ctrl;
+
+/// Replaces a text of the record by a copy of `value`; false when memory runs out, with the text as
+/// it was.
+[[nodiscard]] bool qvn_core_assign(std::string& text, const char* value);

@@ -1,0 +1,56 @@
+/// The process itself: command line answers, installation paths, daemonising, the single-instance
+/// lock, signals and core dumps. Main thread, before any other thread exists. Nothing is logged
+/// here but by the signal handler: messages go to standard output, those of daemonising to standard
+/// error.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+void show_version();
+void show_usage();
+
+/// "branch-revision, commit time" and "Month day year time" of this build.
+[[nodiscard]] const char* qvn_build_revision();
+[[nodiscard]] const char* qvn_build_date();
+inline constexpr const char* kVersionLabel = "V1-Free";
+
+/// Opens /dev/null on whichever of the descriptors 0 to 2 is closed, so that no file of the daemon
+/// lands there.
+void qvn_open_standard_descriptors();
+
+/// Lets the kernel write core files of any size.
+void qvn_enable_coredump();
+
+/// The directory of the executable, without a trailing slash; "." when it cannot be found.
+[[nodiscard]] std::string qvn_get_run_path();
+
+/// Fills the four directories of the core record. Returns 0.
+int32_t qvn_core_set_path();
+
+/// Blocks the signals that the run loop handles and installs their handler. Threads started later
+/// inherit the mask, so the handler runs in the main thread alone.
+void qvn_register_signal_handle();
+
+/// Ignores SIGPIPE: a peer that went away is seen in the result of the send.
+void system_signal_reset();
+
+/// Detaches the process from its terminal and session. Returns in the daemon only; every other
+/// process, and every failure, ends here with status 0.
+void daemonize();
+
+/// Remembers the process id for the signal handler and the pid file. After daemonising.
+void qvn_remember_pid();
+
+/// End the process with status 0 and a message when another instance holds the pid file's lock.
+/// qvn_lock_running takes the lock for the life of the process and writes the pid; it ends with
+/// status 1 when the file cannot be opened.
+void qvn_already_running();
+void qvn_lock_running();
+
+/// Sends SIGTERM to the daemon that the pid file names, if any, and ends this process with status
+/// 0.
+[[noreturn]] void qvn_core_kill();
+
+/// Reads the console settings, connects the console client, and ends this process with status 0.
+[[noreturn]] void qvn_core_remote_connection();

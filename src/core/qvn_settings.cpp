@@ -1,0 +1,180 @@
+#include "core/qvn_settings.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+
+#include "base/qvn_conf_file.h"
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+#include "core/qvn_core_ctrl.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_core";
+
+constexpr uint16_t kMaxCliConnections = 1000;
+
+uint32_t number32(const char* value) {
+  return static_cast<uint32_t>(std::strtol(value, nullptr, 10));  // cut to the field's 32 bits
+}
+
+int32_t refuse(const char* message) {
+  QVN_LOG(kLogNotice, "%s", message);
+  return -1;
+}
+
+/// A 16-bit setting with its range and messages.
+struct number_setting {
+  uint16_t qvn_core_ctrl::*field;
+  uint16_t lowest;
+  uint16_t highest;
+  const char* when_empty;
+  const char* when_out_of_range;
+};
+
+int32_t read_number(const number_setting& setting, const char* value) {
+  if (zstr(value)) {
+    return refuse(setting.when_empty);
+  }
+  const uint16_t number = qvn_conf_number16(value);
+  g_core_ctrl->*setting.field = number;
+  if (number < setting.lowest || number > setting.highest) {
+    return refuse(setting.when_out_of_range);
+  }
+  return 0;
+}
+
+int32_t read_text(std::string qvn_core_ctrl::*field, const char* value, const char* when_empty) {
+  if (zstr(value)) {
+    return refuse(when_empty);
+  }
+  return qvn_core_assign(g_core_ctrl->*field, value) ? 0 : -1;
+}
+
+int32_t read_log_level(const char* value) {
+  constexpr uint32_t kHighestLevel = kLogDebug;
+  constexpr const char* kInvalid =
+      "The log level invalid  in the %s file, used the default level\n";
+  const bool empty = zstr(value);
+  if (!empty) {
+    g_core_ctrl->log_level = number32(value);
+  }
+  if (empty || g_core_ctrl->log_level > kHighestLevel) {
+    QVN_LOG(kLogInfo, "%s", kInvalid);
+  }
+  return 0;
+}
+
+int32_t read_max_log_size(const char* value) {
+  constexpr uint32_t kBytesPerKilobyte = 1024;
+  constexpr uint32_t kLowest = 1024;
+  constexpr uint32_t kHighest = 1024U * 1024U * 1024U;
+  if (zstr(value)) {
+    return refuse("The max log file size item MUST be configurate\n");
+  }
+  g_core_ctrl->max_log_size = number32(value) * kBytesPerKilobyte;
+  if (g_core_ctrl->max_log_size < kLowest || g_core_ctrl->max_log_size > kHighest) {
+    return refuse("The max log file size MUST be in 1024 - 1024*1024(KB)\n");
+  }
+  return 0;
+}
+
+int32_t read_listen_ip(const char* value) {
+  if (zstr(value)) {
+    return refuse("The CLI server listen IP item MUST be configurate\n");
+  }
+  const std::size_t length = std::min(std::strlen(value), kAddressSize - 1);
+  std::memcpy(g_core_ctrl->cli_listen_ip, value, length);
+  g_core_ctrl->cli_listen_ip[length] = '\0';
+  return 0;
+}
+
+constexpr number_setting kListenPort = {&qvn_core_ctrl::cli_listen_port, 1024, 65534,
+                                        "The CLI server listen port item MUST be configurate\n",
+                                        "The CLI server listen port MUST be in 1024 - 65534\n"};
+
+constexpr number_setting kConnectionExpires = {
+    &qvn_core_ctrl::cli_connection_expires, 10, 3600,
+    "The CLI connection  expires item MUST be configurate\n",
+    "The CLI connection expires MUST be in 10 - 3600\n"};
+
+constexpr number_setting kConnectionLimit = {
+    &qvn_core_ctrl::cli_connection_limit, 1, kMaxCliConnections,
+    "The CLI connection limit count item MUST be configurate\n",
+    "The CLI connection limit count MUST be in 1 - 1000\n"};
+
+int32_t read_section(const char* section, conf_callback handler) {
+  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, section, handler, nullptr,
+                          nullptr, 0);
+}
+
+}  // namespace
+
+uint16_t qvn_conf_number16(const char* value) {
+  return static_cast<uint16_t>(std::strtol(value, nullptr, 10));  // cut to the field's 16 bits
+}
+
+int32_t qvn_default_conf_init() {
+  std::strcpy(g_core_ctrl->cli_listen_ip, "127.0.0.1");
+  g_core_ctrl->cli_listen_port = 4410;
+  g_core_ctrl->cli_connection_limit = 2;
+  g_core_ctrl->cli_connection_expires = 120;
+  g_core_ctrl->max_rerate_task = 30;
+  g_core_ctrl->max_rate_upload_task = 60;
+  return 0;
+}
+
+int32_t qvn_load_config() {
+  return read_section("general", read_general_config) | qvn_load_cli_config();
+}
+
+int32_t qvn_load_cli_config() {
+  return read_section("CLI", read_cli_config);
+}
+
+int32_t qvn_check_config() {
+  if (!zstr(g_core_ctrl->cli_listen_ip)) {
+    return 0;
+  }
+  return refuse("The configuration check failure, because CLI listen IP not configuration\n");
+}
+
+int32_t read_general_config(const char* key, const char* value) {
+  if (!key || !value) {
+    return 0;
+  }
+  if (strcasecmp(key, "log_level") == 0) {
+    return read_log_level(value);
+  }
+  if (strcasecmp(key, "max_log_size") == 0) {
+    return read_max_log_size(value);
+  }
+  return 0;
+}
+
+int32_t read_cli_config(const char* key, const char* value) {
+  const auto is = [key](const char* name) { return strcasecmp(key, name) == 0; };
+  if (is("cli_listen_ip")) {
+    return read_listen_ip(value);
+  }
+  if (is("cli_listen_port")) {
+    return read_number(kListenPort, value);
+  }
+  if (is("cli_connection_expires")) {
+    return read_number(kConnectionExpires, value);
+  }
+  if (is("cli_connection_limit")) {
+    return read_number(kConnectionLimit, value);
+  }
+  if (is("cli_login_user")) {
+    return read_text(&qvn_core_ctrl::cli_login_user, value,
+                     "The CLI login user item MUST be configurate\n");
+  }
+  if (is("cli_login_pwd")) {
+    return read_text(&qvn_core_ctrl::cli_login_pwd, value,
+                     "The CLI login password item MUST be configurate\n");
+  }
+  return 0;
+}

@@ -1,0 +1,318 @@
+#include "db/qvn_db.h"
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <cstdlib>
+#include <cstring>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <new>
+#include <string>
+#include <sys/socket.h>
+
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_db";
+
+struct pg_memory_free {
+  void operator()(char* memory) const noexcept { PQfreemem(memory); }
+};
+using pg_copy_row = std::unique_ptr<char, pg_memory_free>;
+
+bool has_error(const PGresult* result) {
+  return *PQresultErrorMessage(result) != '\0';
+}
+
+/// A result in a COPY state is given again and again: a loop over results must end with it.
+bool in_copy(const PGresult* result) {
+  const ExecStatusType status = PQresultStatus(result);
+  return status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH;
+}
+
+/// Fetches every result that is left and hands it to `look`.
+template <class Look>
+void drain(PGconn* connection, Look look) {
+  while (const pg_owned_result result{PQgetResult(connection)}) {
+    look(result.get());
+    if (in_copy(result.get())) {
+      return;
+    }
+  }
+}
+
+void set_option(int socket, int level, int option, int value) {
+  (void)setsockopt(socket, level, option, &value, sizeof value);  // not on a Unix socket
+}
+
+/// A host that vanished must not keep a job for the two hours of the system's default.
+void limit_silence(const PGconn* connection) {
+  constexpr int kIdleSeconds = 30;
+  constexpr int kProbeSeconds = 10;
+  constexpr int kProbes = 3;
+  constexpr int kUnacknowledgedMilliseconds = 60'000;
+  const int socket = PQsocket(connection);
+  set_option(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+  set_option(socket, IPPROTO_TCP, TCP_KEEPIDLE, kIdleSeconds);
+  set_option(socket, IPPROTO_TCP, TCP_KEEPINTVL, kProbeSeconds);
+  set_option(socket, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
+  set_option(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnacknowledgedMilliseconds);
+}
+
+/// Sends and drains; `on_send_failure` and `on_error` report. 0 or -1.
+template <class OnSendFailure, class OnError>
+int32_t run(PGconn* connection, const char* sql, OnSendFailure on_send_failure, OnError on_error) {
+  if (PQsendQuery(connection, sql) != 1) {
+    on_send_failure();
+    return -1;
+  }
+  int32_t status = 0;
+  drain(connection, [&](const PGresult* result) {
+    if (has_error(result)) {
+      on_error(result);
+      status = -1;
+    }
+  });
+  return status;
+}
+
+/// Sends a query and hands every row of every result to `on_row`. The number of rows, or -1 when
+/// sending failed, which the caller reports.
+template <class OnRow>
+int32_t select(PGconn* connection, const char* sql, OnRow on_row) {
+  if (PQsendQuery(connection, sql) != 1) {
+    return -1;
+  }
+  int32_t rows = 0;
+  drain(connection, [&](PGresult* result) {
+    if (has_error(result)) {
+      QVN_LOG(kLogWarning, "PQsendQuery failed, status %s, %s", PQresStatus(PQresultStatus(result)),
+              PQresultErrorMessage(result));
+    }
+    for (int row = 0; row < PQntuples(result); ++row, ++rows) {
+      on_row(row, result);
+    }
+  });
+  return rows;
+}
+
+template <class OnRow>
+int32_t select_reported(PGconn* connection, const char* sql, OnRow on_row) {
+  const int32_t rows = select(connection, sql, on_row);
+  if (rows < 0) {
+    QVN_LOG(kLogNotice, "'%s'  failed, PQstatus:%d, %s\n", sql, PQstatus(connection),
+            PQerrorMessage(connection));
+  }
+  return rows;
+}
+
+bool start_copy_out(PGconn* connection, const char* sql, const char* label) {
+  const pg_owned_result result(PQexec(connection, sql));
+  if (PQresultStatus(result.get()) == PGRES_COPY_OUT) {
+    return true;
+  }
+  QVN_LOG(kLogWarning, "%s PQexec failed, PQstatus:%d, %s\n", qvn_or_empty(label),
+          PQstatus(connection), PQerrorMessage(connection));
+  return false;
+}
+
+void log_copy_failure(const PGconn* connection, const char* label) {
+  QVN_LOG(kLogWarning, "%s PQgetCopyData failed, PQstatus:%d, %s\n", qvn_or_empty(label),
+          PQstatus(connection), PQerrorMessage(connection));
+}
+
+/// Reads rows to the end of the data; the first is the header. `received` counts all of them. False
+/// when the transfer failed, logged once.
+template <class OnRow>
+bool read_copy_rows(PGconn* connection, const char* label, int32_t& received, OnRow on_row) {
+  constexpr int kEndOfData = -1;
+  constexpr int kMostFailuresInARow = 10;
+  int failures_in_a_row = 0;
+  bool whole = true;
+  for (;;) {
+    char* buffer = nullptr;
+    const int length = PQgetCopyData(connection, &buffer, 0);
+    const pg_copy_row row(buffer);
+    if (length == kEndOfData) {
+      return whole;
+    }
+    if (length > 0) {
+      failures_in_a_row = 0;
+      if (received++ > 0) {
+        on_row(row.get());
+      }
+      continue;
+    }
+    if (whole) {
+      log_copy_failure(connection, label);
+    }
+    whole = false;
+    if (PQstatus(connection) != CONNECTION_OK || ++failures_in_a_row == kMostFailuresInARow) {
+      return false;
+    }
+  }
+}
+
+/// The common part of all loaders.
+template <class OnRow>
+int32_t copy_load(PGconn* connection, const char* sql, const char* label, int32_t& received,
+                  OnRow on_row) {
+  if (!start_copy_out(connection, sql, label)) {
+    return -1;
+  }
+  bool whole = read_copy_rows(connection, label, received, on_row);
+  // A cancelled query or a killed backend looks like a normal end of data; its error comes here.
+  drain(connection, [&](const PGresult* result) {
+    if (whole && has_error(result)) {
+      log_copy_failure(connection, label);
+      whole = false;
+    }
+  });
+  return whole ? 0 : -1;
+}
+
+template <class OnFields>
+int32_t copy_load_fields(PGconn* connection, const char* sql, std::size_t columns,
+                         const char* label, int32_t& received, OnFields on_fields) {
+  assert(columns >= 2 && columns <= kMaxCopyColumns);
+  std::array<char*, kMaxCopyColumns> entries;
+  const std::span<char*> fields(entries.data(), columns);
+  return copy_load(connection, sql, label, received, [&](char* row) {
+    char empty[] = "";
+    std::ranges::fill(fields, &empty[0]);
+    pg_row_csv_parse(row, fields);
+    on_fields(fields);
+  });
+}
+
+void clear_empty_quotes(char* field) {
+  if (std::strcmp(field, "\"\"") == 0) {
+    *field = '\0';
+  }
+}
+
+}  // namespace
+
+pg_connection qvn_pg_conn(const char* conninfo, const char* label) {
+  std::string text;
+  try {
+    text = qvn_format("%s fallback_application_name='%s'", qvn_or_empty(conninfo),
+                      qvn_or_empty(label));
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError, "Alloc memory for %s DB connection failed\n", qvn_or_empty(label));
+    return nullptr;
+  }
+  pg_connection connection(PQconnectdb(text.c_str()));
+  if (PQstatus(connection.get()) != CONNECTION_OK) {
+    QVN_LOG(kLogWarning, "%s DB connect failed, PQstatus:%d, %s\n", qvn_or_empty(label),
+            PQstatus(connection.get()), PQerrorMessage(connection.get()));
+    return nullptr;
+  }
+  limit_silence(connection.get());
+  drain(connection.get(), [](const PGresult*) {});
+  return connection;
+}
+
+int32_t qvn_db_update(PGconn* connection, const char* sql, const char* label) {
+  return run(
+      connection, sql,
+      [&] {
+        QVN_LOG(kLogNotice, "%s PQsendQuery failed, %s", qvn_or_empty(label),
+                PQerrorMessage(connection));
+      },
+      [&](const PGresult* result) {
+        QVN_LOG(kLogNotice, "%s PQsendQuery failed, status %s, %s", qvn_or_empty(label),
+                PQresStatus(PQresultStatus(result)), PQresultErrorMessage(result));
+      });
+}
+
+int32_t qvn_db_try_update(PGconn* connection, const char* sql) {
+  return run(
+      connection, sql, [] {}, [](const PGresult*) {});
+}
+
+int32_t qvn_db_progress(PGconn* connection, const char* sql, const char* source) {
+  return run(
+      connection, sql,
+      [&] {
+        (void)qvn_log_print(source, __LINE__, kLogNotice, 0, "PQsendQuery failed, %s",
+                            PQerrorMessage(connection));
+      },
+      [&](const PGresult* result) {
+        (void)qvn_log_print(source, __LINE__, kLogNotice, 0, "PQsendQuery failed, status %s, %s",
+                            PQresStatus(PQresultStatus(result)), PQresultErrorMessage(result));
+      });
+}
+
+int32_t qvn_db_data_select(PGconn* connection, const char* sql, pg_row_fn on_row) {
+  return select_reported(connection, sql,
+                         [&](int row, PGresult* result) { (void)on_row(row, result); });
+}
+
+int32_t qvn_db_data_select_p1(PGconn* connection, const char* sql, pg_row_context_fn on_row,
+                              void* context) {
+  return select_reported(connection, sql,
+                         [&](int row, PGresult* result) { (void)on_row(row, result, context); });
+}
+
+int32_t qvn_get_max_record(PGconn* connection, const char* sql, int64_t* value, const char* label) {
+  const int32_t rows = select(connection, sql, [&](int row, PGresult* result) {
+    *value = std::strtol(PQgetvalue(result, row, 0), nullptr, 10);
+  });
+  if (rows < 0) {
+    QVN_LOG(kLogNotice, "Get %s max record id failed , PQstatus:%d, %s\n", qvn_or_empty(label),
+            PQstatus(connection), PQerrorMessage(connection));
+    return -1;
+  }
+  return 0;
+}
+
+int32_t qvn_db_data_copy_load(PGconn* connection, const char* sql, std::size_t columns,
+                              pg_fields_fn on_row, int32_t* row_count, const char* label) {
+  int32_t received = 0;
+  const int32_t status = copy_load_fields(connection, sql, columns, label, received,
+                                          [&](std::span<char*> fields) { (void)on_row(fields); });
+  *row_count = received > 1 ? received : 0;
+  return status;
+}
+
+int32_t qvn_db_data_copy_load_p1(PGconn* connection, const char* sql, pg_line_fn on_row,
+                                 void* context, const char* label) {
+  int32_t received = 0;
+  return copy_load(connection, sql, label, received,
+                   [&](char* row) { (void)on_row(row, context); });
+}
+
+int32_t qvn_db_data_copy_load_p2(PGconn* connection, const char* sql, std::size_t columns,
+                                 pg_fields_context_fn on_row, void* context, const char* label) {
+  int32_t received = 0;
+  return copy_load_fields(connection, sql, columns, label, received,
+                          [&](std::span<char*> fields) { (void)on_row(fields, context); });
+}
+
+int32_t qvn_db_data_copy_load_p3(PGconn* connection, const char* sql, std::size_t columns,
+                                 pg_fields_extra_fn on_row, void* context, void* extra,
+                                 const char* label) {
+  int32_t received = 0;
+  return copy_load_fields(connection, sql, columns, label, received,
+                          [&](std::span<char*> fields) { (void)on_row(fields, context, extra); });
+}
+
+void pg_row_csv_parse(char* row, std::span<char*> fields) {
+  const std::size_t last = fields.size() - 1;
+  std::size_t index = 0;
+  fields[0] = row;
+  for (char* comma = std::strchr(row, ','); comma; comma = std::strchr(comma + 1, ',')) {
+    *comma = '\0';
+    clear_empty_quotes(fields[index]);
+    fields[++index] = comma + 1;
+    if (index == last) {
+      fields[last][std::strcspn(fields[last], "\n")] = '\0';
+      clear_empty_quotes(fields[last]);
+      return;
+    }
+  }
+}

@@ -1,0 +1,103 @@
+/// The mechanism that both kinds of job share: jobs wait in a FIFO, a dispatcher thread moves them
+/// to a running stack and starts a detached worker for each, and the module's end waits for the
+/// running ones. Admission rules, texts and SQL stay in the modules.
+///
+///     poller --add()--> [waiting: head ... tail] --dispatcher--> [running: newest ... oldest]
+///                                                                   one worker each, leaves by
+///                                                                   itself
+///
+/// The queue's mutex guards the lists and counts. It is never held across database work, and
+/// nothing else is taken while it is held; the poller takes it while holding the database list
+/// lock.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <pthread.h>
+#include <string>
+
+#include "base/qvn_mutex.h"
+#include "db/qvn_db_conf.h"
+
+/// One job in memory; the modules derive their task records from it. Owned by the queue from add()
+/// on.
+struct qvn_job {
+  qvn_job() = default;
+  virtual ~qvn_job() = default;
+  qvn_job(const qvn_job&) = delete;
+  qvn_job& operator=(const qvn_job&) = delete;
+
+  /// Does the work and reports it, in the job's own worker thread.
+  virtual void run() noexcept = 0;
+
+  uint32_t id = 0;       ///< the job row's id
+  std::string label;     ///< key of its database, "host-database name"
+  std::string conninfo;  ///< connection string of its database
+
+ private:
+  friend class qvn_job_queue;
+  class qvn_job_queue* queue_ = nullptr;
+  qvn_job* next_ = nullptr;
+};
+
+/// What a queue needs to know of its module. The texts are constants.
+struct qvn_job_queue_config {
+  const char* source;           ///< module word of its log lines
+  const char* dispatcher_name;  ///< thread name
+  const char* worker_name;      ///< thread name, followed by the job's id
+  job_kind kind;                ///< which count of the database its jobs belong to
+};
+
+class qvn_job_queue {
+ public:
+  /// Compares a new job with the first waiting and the first running one, each of which may be
+  /// null. Runs under the queue's mutex. 0 admits; the meaning of any other value is the module's
+  /// own.
+  using admission_fn = int32_t (*)(const qvn_job& fresh, const qvn_job* first_waiting,
+                                   const qvn_job* first_running);
+
+  explicit qvn_job_queue(const qvn_job_queue_config& config) : config_(config) {}
+  /// Frees the jobs that still wait. No dispatcher and no worker may be left.
+  ~qvn_job_queue();
+  qvn_job_queue(const qvn_job_queue&) = delete;
+  qvn_job_queue& operator=(const qvn_job_queue&) = delete;
+
+  /// Jobs waiting or running. Any thread.
+  [[nodiscard]] uint32_t count() QVN_EXCLUDES(mutex_);
+
+  /// Appends the job unless `admission` refuses it, in which case it is freed. Returns what
+  /// `admission` answered. Poller thread.
+  int32_t add(std::unique_ptr<qvn_job> job, admission_fn admission) QVN_EXCLUDES(mutex_);
+
+  /// Starts the dispatcher. 0, or the error number of the thread creation.
+  [[nodiscard]] int32_t start();
+
+  /// Ends the dispatcher, if it was started, and waits until no worker touches the queue any more.
+  void stop() QVN_EXCLUDES(mutex_);
+
+ private:
+  static void* dispatcher_main(void* queue) noexcept;
+  static void* worker_main(void* job) noexcept;
+  void dispatch();
+  qvn_job* next_to_run() QVN_EXCLUDES(mutex_);
+  void start_worker(qvn_job* job) QVN_EXCLUDES(mutex_);
+  void retire(qvn_job* job) QVN_EXCLUDES(mutex_);
+  void take_off_running_list(const qvn_job* job) QVN_REQUIRES(mutex_);
+  void lower_live_workers() QVN_EXCLUDES(mutex_);
+
+  const qvn_job_queue_config config_;
+  pthread_t dispatcher_{};
+  bool dispatcher_started_ = false;    ///< main thread only
+  std::atomic<bool> exiting_ = false;  ///< asks the dispatcher to stop
+
+  qvn_mutex mutex_;
+  qvn_condition changed_;  ///< a job was added, the queue is ending, or a worker is gone
+  uint32_t running_count_ QVN_GUARDED_BY(mutex_) = 0;
+  qvn_job* running_ QVN_GUARDED_BY(mutex_) = nullptr;
+  uint32_t waiting_count_ QVN_GUARDED_BY(mutex_) = 0;
+  qvn_job* waiting_head_ QVN_GUARDED_BY(mutex_) = nullptr;
+  qvn_job* waiting_tail_ QVN_GUARDED_BY(mutex_) = nullptr;
+  /// Workers that may still touch the queue; lowered later than `running_count_`.
+  uint32_t live_workers_ QVN_GUARDED_BY(mutex_) = 0;
+};

@@ -1,0 +1,126 @@
+#include "db/qvn_task.h"
+
+#include <algorithm>
+#include <atomic>
+#include <ctime>
+#include <new>
+#include <pthread.h>
+
+#include "base/qvn_hash.h"
+#include "base/qvn_log.h"
+#include "base/qvn_thread.h"
+#include "base/qvn_time.h"
+#include "core/qvn_core_ctrl.h"
+#include "db/qvn_db.h"
+#include "db/qvn_db_conf.h"
+#include "rate_upload/qvn_rate_upload.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_task";
+constexpr const char* kLabel = "WEB task";
+
+constexpr int64_t kBusyInterval = 3;  // seconds
+constexpr int64_t kIdleInterval = 5;
+
+struct qvn_task_ctrl {
+  pthread_t thread{};
+  bool started = false;                ///< main thread only
+  std::atomic<uint8_t> exit_flag = 0;  ///< 1 asks the thread to stop
+  int64_t next_poll_time = 0;          ///< when the next cycle may begin; poll thread only
+};
+
+qvn_task_ctrl* g_task_ctrl = nullptr;
+
+bool exit_requested() {
+  return g_task_ctrl->exit_flag == 1;
+}
+
+/// Waits for the next poll time and returns the clock reading at which the cycle begins. A clock
+/// that was stepped back does not prolong the wait beyond one interval.
+int64_t wait_for_next_poll() {
+  int64_t now = std::time(nullptr);
+  while (now < g_task_ctrl->next_poll_time) {
+    g_task_ctrl->next_poll_time = std::min(g_task_ctrl->next_poll_time, now + kIdleInterval);
+    qvn_sleep(1);
+    if (exit_requested()) {
+      break;
+    }
+    now = std::time(nullptr);
+  }
+  return now;
+}
+
+/// Asks the job modules for work in one database. What they answered, OR-ed; 0 when it cannot be
+/// reached.
+int32_t visit(db_info* database) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  const pg_connection connection = qvn_pg_conn(database->conninfo.c_str(), kLabel);
+  if (!connection) {
+    return 0;
+  }
+  return qvn_rate_upload_task_get(connection.get(), database);
+}
+
+int32_t visit_all() {
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+  int32_t found = 0;
+  const qvn_hash_element* element = g_core_ctrl->db_table->first;
+  for (; element; element = element->next) {
+    if (auto* const database = reinterpret_cast<db_info*>(element->data)) {
+      found |= visit(database);
+    }
+  }
+  return found;
+}
+
+void* task_threand_run(void* /*unused*/) noexcept {
+  qvn_thread_set_name("qvn_poller");
+  g_task_ctrl->next_poll_time = std::time(nullptr) + kIdleInterval;
+  while (!exit_requested()) {
+    const int64_t begin = wait_for_next_poll();
+    if (exit_requested()) {
+      break;
+    }
+    g_task_ctrl->next_poll_time = begin + qvn_task_interval(visit_all());
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int64_t qvn_task_interval(int32_t found) {
+  return found > 0 ? kBusyInterval : kIdleInterval;
+}
+
+int32_t qvn_task_init() {
+  g_task_ctrl = new (std::nothrow) qvn_task_ctrl;
+  if (!g_task_ctrl) {
+    QVN_LOG(kLogError, "Alloc memory for task control failed\n");
+    return -1;
+  }
+  return 0;
+}
+
+int32_t qvn_task_start() {
+  const int result = pthread_create(&g_task_ctrl->thread, nullptr, task_threand_run, nullptr);
+  g_task_ctrl->started = result == 0;
+  return result;
+}
+
+int32_t qvn_task_exit() {
+  if (!g_task_ctrl) {
+    return 0;
+  }
+  g_task_ctrl->exit_flag = 1;
+  if (g_task_ctrl->started) {
+    pthread_join(g_task_ctrl->thread, nullptr);
+    g_task_ctrl->started = false;
+  }
+  return 0;
+}
+
+int32_t qvn_task_uninit() {
+  delete g_task_ctrl;
+  g_task_ctrl = nullptr;
+  return 0;
+}

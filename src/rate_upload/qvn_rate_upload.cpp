@@ -1,0 +1,254 @@
+#include "rate_upload/qvn_rate_upload.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <new>
+#include <strings.h>
+
+#include "base/qvn_conf_file.h"
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+#include "core/qvn_settings.h"
+#include "db/qvn_db.h"
+#include "db/qvn_job_queue.h"
+#include "rate_upload/rate_upload_task.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_rate_upload";
+
+constexpr qvn_job_queue_config kQueueConfig = {
+    .source = kLogSource,
+    .dispatcher_name = "qvn_import",
+    .worker_name = "import",
+    .kind = job_kind::rate_upload,
+};
+
+struct qvn_rate_upload_ctrl {
+  std::string result_directory;  ///< ends in "/"
+  qvn_job_queue queue{kQueueConfig};
+};
+
+qvn_rate_upload_ctrl* g_rate_upload_ctrl = nullptr;
+
+int32_t refuse(const char* message) {
+  QVN_LOG(kLogNotice, "%s", message);
+  return -1;
+}
+
+int32_t read_result_directory(const char* value) {
+  constexpr std::size_t kMostCharacters = 197;
+  if (zstr(value)) {
+    return refuse("The basic directory of result file item MUST be configurate\n");
+  }
+  char directory[kMostCharacters + 2] = {};  // a slash and a NUL behind the value
+  std::memcpy(directory, value, strnlen(value, kMostCharacters));
+  const std::size_t length = std::strlen(directory);
+  if (directory[length - 1] != '/') {
+    directory[length] = '/';
+  }
+  return qvn_core_assign(g_rate_upload_ctrl->result_directory, directory) ? 0 : -1;
+}
+
+int32_t read_max_task(const char* value) {
+  constexpr uint16_t kLowest = 5;
+  constexpr uint16_t kHighest = 300;
+  if (zstr(value)) {
+    return refuse("The max concurrent rate upload task item MUST be configurate\n");
+  }
+  g_core_ctrl->max_rate_upload_task = qvn_conf_number16(value);
+  if (g_core_ctrl->max_rate_upload_task < kLowest || g_core_ctrl->max_rate_upload_task > kHighest) {
+    return refuse("The max concurrent rate upload task MUST be in 5 - 300\n");
+  }
+  return 0;
+}
+
+// --- one row of the job table
+// ------------------------------------------------------------------------
+
+/// The columns of the job query, in its order.
+enum job_column : int {
+  kId,
+  kUploadFilePath,
+  kUploadFormatFile,
+  kRateTableId,
+  kRateTableCodeDeckId,
+  kRateDateFormat,
+  kRateEndDate,
+  kReduplicateRateAction,
+  kCodeDeckFlag,
+  kUseOcnLataCode,
+};
+
+constexpr const char* kJobQuery =
+    "SELECT id,upload_file_path,upload_format_file,rate_table_id,rate_table_code_deck_id,"
+    "rate_date_format,rate_end_date,reduplicate_rate_action,code_deck_flag,use_ocn_lata_code from "
+    "rate_upload_task where status=0 order by id asc limit 2;";
+
+int32_t number_of(const PGresult* result, int row, job_column column) {
+  return static_cast<int32_t>(std::strtol(PQgetvalue(result, row, column), nullptr, 10));
+}
+
+uint8_t flag_of(const PGresult* result, int row, job_column column) {
+  return static_cast<uint8_t>(number_of(result, row, column));  // cut to the flag's 8 bits
+}
+
+/// Without trailing blanks and without one trailing slash, but "/" stays.
+std::string trimmed_path(const char* column) {
+  std::string path = column;
+  qvn_trim_suffix_blank(path.data());
+  path.resize(std::strlen(path.c_str()));
+  if (path.size() >= 2 && path.back() == '/') {
+    path.pop_back();
+  }
+  return path;
+}
+
+/// Throws std::bad_alloc when memory runs out.
+std::unique_ptr<rate_upload_task> make_task(const PGresult* result, int row,
+                                            const db_info& database) {
+  const auto text_of = [&](job_column column) { return PQgetvalue(result, row, column); };
+  auto task = std::make_unique<rate_upload_task>();
+  task->id = static_cast<uint32_t>(number_of(result, row, kId));
+  task->upload_file_path = trimmed_path(text_of(kUploadFilePath));
+  task->upload_format_file = text_of(kUploadFormatFile);
+  task->rate_table_id = text_of(kRateTableId);
+  task->rate_table_code_deck_id = text_of(kRateTableCodeDeckId);
+  task->rate_date_format = text_of(kRateDateFormat);
+  task->rate_end_date = text_of(kRateEndDate);
+  task->reduplicate_rate_action = number_of(result, row, kReduplicateRateAction);
+  task->code_deck_flag = flag_of(result, row, kCodeDeckFlag);
+  task->use_ocn_lata_code = flag_of(result, row, kUseOcnLataCode);
+  task->start_time = std::time(nullptr);
+  task->conninfo = database.conninfo;
+  task->label = qvn_db_key_make(database.host, database.name).text;
+  return task;
+}
+
+// --- admission
+// ---------------------------------------------------------------------------------------
+
+enum verdict : int32_t { kAdmitted = 0, kSameJob = 1, kSameRateTable = 2 };
+
+bool same_job(const qvn_job& fresh, const qvn_job* other) {
+  return other && other->id == fresh.id && other->label == fresh.label;
+}
+
+/// Two jobs without a rate table are not duplicates: each is refused for itself later.
+bool same_rate_table(const qvn_job& fresh, const qvn_job* other) {
+  if (!other || other->label != fresh.label) {
+    return false;
+  }
+  const std::string& table = static_cast<const rate_upload_task&>(fresh).rate_table_id;
+  return !table.empty() && static_cast<const rate_upload_task*>(other)->rate_table_id == table;
+}
+
+/// Looks at the first waiting and the first running job only: enough for the row that a poll offers
+/// again while it is being started, and cheap however many jobs there are.
+int32_t judge(const qvn_job& fresh, const qvn_job* first_waiting, const qvn_job* first_running) {
+  if (same_job(fresh, first_waiting) || same_job(fresh, first_running)) {
+    return kSameJob;
+  }
+  if (same_rate_table(fresh, first_waiting) || same_rate_table(fresh, first_running)) {
+    return kSameRateTable;
+  }
+  return kAdmitted;
+}
+
+void enqueue(std::unique_ptr<rate_upload_task> task, db_info& database) {
+  // What the log lines show is kept, as the queue owns the task from here on.
+  const uint32_t id = task->id;
+  const qvn_db_key label = qvn_db_key_make(database.host, database.name);
+  const std::string rate_table_id = task->rate_table_id;
+  switch (g_rate_upload_ctrl->queue.add(std::move(task), judge)) {
+    case kSameJob:
+      QVN_LOG(kLogInfo, "%s rate upload task %d have been in process\n", label.text,
+              static_cast<int>(id));
+      break;
+    case kSameRateTable:
+      QVN_LOG(kLogInfo,
+              "The rate table %s of %s have been in rate import process, wait other task "
+              "complete\n",
+              label.text, rate_table_id.c_str());
+      break;
+    default:
+      ++database.rate_upload_count;
+      QVN_LOG(kLogNotice, "Added %s rate upload task %d, concurrent task count %d\n", label.text,
+              static_cast<int>(id), database.rate_upload_count);
+      break;
+  }
+}
+
+int32_t rate_upload_task_create(int row, PGresult* result, void* context) {
+  auto& database = *static_cast<db_info*>(context);
+  try {
+    enqueue(make_task(result, row, database), database);
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError,
+            "Alloc memory for rate upload task failed, dbhost %s, dbname %s, task id %s\n",
+            database.host.c_str(), database.name.c_str(), PQgetvalue(result, row, kId));
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int32_t qvn_rate_upload_init() {
+  try {
+    auto ctrl = std::make_unique<qvn_rate_upload_ctrl>();
+    ctrl->result_directory = g_core_ctrl->install_dir + "/result_log/";
+    g_rate_upload_ctrl = ctrl.release();
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError, "Alloc memory for rate upload task control failed\n");
+    return -1;
+  }
+  return 0;
+}
+
+int32_t qvn_rate_upload_conf() {
+  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, "rate_upload",
+                          read_rate_upload_config, nullptr, nullptr, 0);
+}
+
+int32_t qvn_rate_upload_start() {
+  return g_rate_upload_ctrl->queue.start();
+}
+
+int32_t qvn_rate_upload_exit() {
+  if (g_rate_upload_ctrl) {
+    g_rate_upload_ctrl->queue.stop();
+  }
+  return 0;
+}
+
+int32_t qvn_rate_upload_uninit() {
+  delete g_rate_upload_ctrl;
+  g_rate_upload_ctrl = nullptr;
+  return 0;
+}
+
+int32_t qvn_rate_upload_task_get(PGconn* connection, db_info* database) {
+  if (g_rate_upload_ctrl->queue.count() > g_core_ctrl->max_rate_upload_task) {
+    QVN_LOG(kLogWarning,
+            "Maximum rate upload task in progress, can't start a new rate upload task\n");
+    return 1;
+  }
+  return qvn_db_data_select_p1(connection, kJobQuery, rate_upload_task_create, database);
+}
+
+const std::string& qvn_rate_upload_result_directory() {
+  return g_rate_upload_ctrl->result_directory;
+}
+
+int32_t read_rate_upload_config(const char* key, const char* value) {
+  if (strcasecmp(key, "result_directory") == 0) {
+    return read_result_directory(value);
+  }
+  if (strcasecmp(key, "max_rate_upload_task") == 0) {
+    return read_max_task(value);
+  }
+  return 0;
+}

@@ -1,0 +1,226 @@
+/// One import in its worker thread, from the connection to the final row.
+
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <new>
+
+#include "base/qvn_log.h"
+#include "base/qvn_shell.h"
+#include "base/qvn_text.h"
+#include "base/qvn_time.h"
+#include "rate_upload/qvn_rate_upload.h"
+#include "rate_upload/rate_reconcile.h"
+#include "rate_upload/rate_upload_task.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_rate_upload";
+
+/// Logs what failed, with the task's label and id, and marks the import as failed.
+[[gnu::format(printf, 2, 0)]] bool refuse(rate_upload_task& task, const char* log_line,
+                                          const char* progress) {
+  (void)qvn_log_print(kLogSource, __LINE__, kLogWarning, 0, log_line, task.label.c_str(), task.id);
+  task.fail(progress);
+  return false;
+}
+
+bool connect(rate_upload_task& task) {
+  task.connection = qvn_pg_conn(task.conninfo.c_str(), kRateUploadLabel);
+  return task.connection ||
+         refuse(task, "%s rate upload task %u DB connect failed, wait for restart\n", "");
+}
+
+/// Makes the directory of the result files. That it cannot be made shows when the files are
+/// created.
+bool make_result_directory(rate_upload_task& task) {
+  tm today{};
+  if (!qvn_gmtime_r(&today)) {
+    return refuse(task, "%s rate upload task %u mkdir result path failed, wait for restart\n", "");
+  }
+  task.result_path = qvn_format("%s%04d%02d%02d/%s/%u/", qvn_rate_upload_result_directory().c_str(),
+                                today.tm_year + 1900, today.tm_mon + 1, today.tm_mday,
+                                task.label.c_str(), task.id);
+  (void)qvn_shell(qvn_format("mkdir -p %s", task.result_path.c_str()));
+  return true;
+}
+
+bool make_code_table(rate_upload_task& task) {
+  task.codes.reset(new (std::nothrow) seen_codes);
+  if (!task.codes) {
+    QVN_LOG(kLogError, "%s rate upload task %u Alloc memory for import rate hash table failed\n",
+            task.label.c_str(), task.id);
+    task.fail(kMemoryShortage);
+    return false;
+  }
+  return true;
+}
+
+bool choose_date_format(rate_upload_task& task) {
+  task.deck_date_format = rate_date_format_index(task.rate_date_format.c_str());
+  return task.deck_date_format != date_format::unsupported ||
+         refuse(task, "%s rate upload task %u rate date format unsupported\n",
+                "Unsupported rate date format");
+}
+
+bool check_settings(rate_upload_task& task) {
+  if (task.upload_file_path.empty() || task.upload_format_file.empty()) {
+    return refuse(task, "%s rate upload task %u missing souce rate file\n",
+                  "missing souce rate file");
+  }
+  if (task.rate_table_id.empty()) {
+    return refuse(task, "%s rate upload task %u not assign rate table id\n",
+                  "Not assign rate table id");
+  }
+  if (task.use_ocn_lata_code == 1) {
+    return refuse(task, "%s rate upload task %u unsupported OCN LATA code import\n",
+                  "Unsupported OCN LATA code import");
+  }
+  return true;
+}
+
+/// Queues what each accepted line does to the stored rates of its code. Without memory for a
+/// statement the next line is tried: what could not be ended is ended by the next upload.
+void reconcile(rate_upload_task& task) {
+  const rp_hash_node* const table = rp_hash_match_all(&task.rate_tree, task.rate_table_id.c_str());
+  if (!table) {
+    return;
+  }
+  rate_reconciler reconciler(task.reduplicate_rate_action, task.rate_end_date, std::time(nullptr));
+  for (const import_record* line = task.imports.first(); line; line = line->next) {
+    const rp_hash_node* const code = rp_hash_match_all(&table->sub, line->code);
+    if (!code) {
+      continue;
+    }
+    try {
+      reconciler.reconcile(*line, *code, task.updates, task.deletions);
+    } catch (const std::bad_alloc&) {
+      QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
+      task.fail(kMemoryShortage);
+    }
+  }
+}
+
+/// Validates the deck and queues what it does to the stored rates; false, with the task failed,
+/// when the deck cannot be used.
+bool process_deck(rate_upload_task& task) {
+  const upload_phase_timer timer(task.process);
+  if (!rate_upload_process_file(task)) {
+    return false;
+  }
+  reconcile(task);
+  return true;
+}
+
+void rate_upload_process_rate(rate_upload_task& task) {
+  if (!process_deck(task)) {
+    return;
+  }
+  task.failed = false;  // a statement lost in the reconciliation does not keep the new rates out
+  rate_upload_write(task);
+}
+
+/// The steps of an import, each with its own way of failing.
+void import(rate_upload_task& task) {
+  if (connect(task) && make_result_directory(task) && make_code_table(task) &&
+      choose_date_format(task) && check_settings(task) && rate_upload_load(task)) {
+    rate_upload_process_rate(task);
+  }
+}
+
+/// Writes outcome, figures and times into the row and closes the connection. Without a connection
+/// the row stays as it is and is offered again by the next poll.
+void write_final_row(rate_upload_task& task) {
+  task.status = task.failed ? upload_status::failed : upload_status::finished;
+  task.end_time = std::time(nullptr);
+  if (!task.connection) {
+    return;
+  }
+  if (!task.failed) {
+    (void)std::snprintf(task.progress, sizeof task.progress,
+                        "Insert: %u, Delete: %u, Update: %u, Error: %u", task.insert_count,
+                        task.delete_count, task.update_count, task.error_count);
+  }
+  const std::string detail = qvn_format(
+      "Download: %ld, Process: %ld, Delete: %ld, Update: %ld, Copy: %ld", task.download.elapsed(),
+      task.process.elapsed(), task.deletion.elapsed(), task.update.elapsed(), task.copy.elapsed());
+  const std::string sql = qvn_format(
+      "update rate_upload_task set progress='%s',status=%d,start_time=%ld,end_time=%ld,"
+      "expense_detail='%s',result_file_path='%s' where id=%d",
+      task.progress, static_cast<int>(task.status), task.start_time, task.end_time, detail.c_str(),
+      task.result_path.c_str(), static_cast<int>(task.id));
+  (void)qvn_db_update(task.connection.get(), sql.c_str(), kRateUploadLabel);  // logged there
+  task.connection.reset();
+}
+
+/// Lets the portal's own system user read, correct and remove the result files.
+void open_result_directory(const rate_upload_task& task) {
+  if (!task.result_path.empty()) {
+    (void)qvn_shell(qvn_format("chmod -R 777 %s", task.result_path.c_str()));
+  }
+}
+
+void log_outcome(const rate_upload_task& task) {
+  const char* const label = task.label.c_str();
+  const int id = static_cast<int>(task.id);
+  if (task.failed) {
+    QVN_LOG(kLogWarning, "R%s rate upload %d execution failed, %s\n", label, id, task.progress);
+    return;
+  }
+  QVN_LOG(kLogNotice, "%s rate upload task %d have been completed, elapsed %ld(s)\n", label, id,
+          task.end_time - task.start_time);
+  QVN_LOG(kLogNotice,
+          "%s rate upload task %d have been completed, Insert: %u(%u), Delete: %u, Update: %u, "
+          "Error: %u, Reimport: %u\n",
+          label, id, task.insert_count, task.accepted_count, task.delete_count, task.update_count,
+          task.error_count, task.reimport_count);
+}
+
+void report_memory_shortage(rate_upload_task& task) {
+  QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
+  task.fail(kMemoryShortage);
+}
+
+}  // namespace
+
+void rate_upload_task::run() noexcept {
+  QVN_LOG(kLogNotice, "Start %s rate upload task %u process\n", label.c_str(), id);
+  try {
+    import(*this);
+  } catch (const std::bad_alloc&) {
+    report_memory_shortage(*this);
+  }
+  try {
+    write_final_row(*this);
+    open_result_directory(*this);
+  } catch (const std::bad_alloc&) {
+    report_memory_shortage(*this);
+  }
+  log_outcome(*this);
+  release_data();
+}
+
+void rate_upload_task::release_data() {
+  (void)rp_hash_destroy(&rate_tree, delete_rate_node);
+  (void)rp_hash_destroy(&code_deck_tree, delete_code_deck_node);
+  code_deck_ids.clear();
+  codes.reset();
+  imports.clear();
+  dates.reset();
+  updates.clear();
+  deletions.clear();
+}
+
+void rate_upload_task::fail(const char* progress_text) {
+  failed = true;
+  (void)std::snprintf(progress, sizeof progress, "%s", progress_text);
+}
+
+void rate_upload_task_progress_update(rate_upload_task& task, const char* text,
+                                      upload_status status) {
+  task.status = status;
+  const std::string sql =
+      qvn_format("UPDATE rate_upload_task SET progress = '%s',status=%d where id = %d", text,
+                 static_cast<int>(status), static_cast<int>(task.id));
+  (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);
+}

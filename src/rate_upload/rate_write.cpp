@@ -1,0 +1,184 @@
+/// The database write of an import: COPY of the new rates, then the end dates and deletions of the
+/// old.
+
+#include <new>
+#include <string>
+#include <vector>
+
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+#include "rate_upload/rate_copy_line.h"
+#include "rate_upload/rate_upload_task.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_rate_upload";
+
+constexpr std::size_t kCopyBufferSize = std::size_t{64} * 1024;
+
+/// Statements sent in one text: a round trip each would cost more than their work.
+constexpr std::size_t kBatchSize = 200;
+
+void log_copy_failure(const PGconn* connection) {
+  QVN_LOG(kLogNotice, "PQputCopyData failed, PQstatus:%d, %s\n", PQstatus(connection),
+          PQerrorMessage(connection));
+}
+
+bool start_copy(rate_upload_task& task) {
+  PGconn* const connection = task.connection.get();
+  const pg_owned_result result(
+      PQexec(connection,
+             "COPY rate(rate_table_id,code,code_name,country,rate,intra_rate,inter_rate,local_rate,"
+             "setup_fee,effective_date,end_date,grace_time,min_time,rate_type,seconds,interval,"
+             "zone) FROM STDIN USING DELIMITERS ',' NULL as 'NULL'"));
+  if (PQresultStatus(result.get()) <= PGRES_COPY_IN) {
+    return true;
+  }
+  QVN_LOG(kLogWarning, "PQexec failed, PQstatus:%d, %s\n", PQstatus(connection),
+          PQerrorMessage(connection));
+  task.fail("Copy rate header failed");
+  return false;
+}
+
+bool send(rate_upload_task& task, std::string& buffer, uint32_t& lines) {
+  PGconn* const connection = task.connection.get();
+  if (PQputCopyData(connection, buffer.data(), static_cast<int>(buffer.size())) != 1) {
+    log_copy_failure(connection);
+    task.failed = true;
+    return false;
+  }
+  task.insert_count += lines;
+  lines = 0;
+  buffer.clear();
+  return true;
+}
+
+/// Sends every record and frees it; stops at the first failure. Throws std::bad_alloc when memory
+/// runs out.
+void send_records(rate_upload_task& task) {
+  std::string buffer;
+  buffer.reserve(kCopyBufferSize + kCopyBufferSize / 8);
+  uint32_t lines = 0;
+  while (!task.imports.empty()) {
+    rate_copy_line_append(buffer, task.rate_table_id, *task.imports.first());
+    task.imports.pop();
+    ++lines;
+    if (buffer.size() >= kCopyBufferSize && !send(task, buffer, lines)) {
+      return;
+    }
+  }
+  if (!buffer.empty()) {
+    (void)send(task, buffer, lines);
+  }
+}
+
+/// Ends the COPY, so that the server keeps all of it or nothing: after a failure it is told to
+/// undo.
+void end_copy(rate_upload_task& task) {
+  PGconn* const connection = task.connection.get();
+  if (PQputCopyEnd(connection, task.failed ? "sending the rates failed" : nullptr) != 1) {
+    log_copy_failure(connection);
+    task.failed = true;
+  }
+  while (const pg_owned_result result{PQgetResult(connection)}) {
+    if (*PQresultErrorMessage(result.get()) != '\0') {
+      log_copy_failure(connection);
+      task.fail("Copy rate failed");
+    }
+    if (PQresultStatus(result.get()) == PGRES_COPY_IN) {
+      break;  // still in COPY: the connection is lost, and its state would be told for ever
+    }
+  }
+}
+
+void copy_rates(rate_upload_task& task) {
+  if (task.imports.empty()) {
+    return;
+  }
+  const upload_phase_timer timer(task.copy);
+  if (!start_copy(task)) {
+    return;
+  }
+  try {
+    send_records(task);
+  } catch (const std::bad_alloc&) {
+    // Caught here, as the connection must leave its COPY before the row's final update.
+    QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
+    task.fail(kMemoryShortage);
+  }
+  end_copy(task);
+}
+
+/// Whether statements with this end-date text, which the portal wrote, may be sent in one text:
+/// none of them may end early or swallow its neighbour.
+bool may_be_joined(const std::string& end_date) {
+  return end_date.find_first_of("'\\;") == std::string::npos &&
+         end_date.find("--") == std::string::npos && end_date.find("/*") == std::string::npos;
+}
+
+/// Sends up to `most` statements from the end of the list, and takes them off it. False when the
+/// connection is lost: what is left cannot be sent.
+bool send_batch(PGconn* connection, statement_list& list, std::size_t most, const char* label,
+                uint32_t& count) {
+  std::string joined;
+  std::vector<std::string> statements;
+  while (!list.empty() && statements.size() < most) {
+    statements.emplace_back(list.back());
+    joined += list.back();
+    joined += ";\n";
+    list.pop();
+  }
+  if (statements.size() > 1 && qvn_db_try_update(connection, joined.c_str()) == 0) {
+    count += static_cast<uint32_t>(statements.size());
+    return true;
+  }
+  // A server error has undone the whole text: one by one, the others still take effect.
+  for (const std::string& statement : statements) {
+    const bool lost = PQstatus(connection) != CONNECTION_OK;
+    (void)qvn_db_update(connection, statement.c_str(), label);  // logged there, once when lost
+    if (lost) {
+      return false;
+    }
+    ++count;
+  }
+  return true;
+}
+
+void send_all(PGconn* connection, statement_list& list, std::size_t batch, const char* label,
+              uint32_t& count) {
+  while (!list.empty() && send_batch(connection, list, batch, label, count)) {
+  }
+  list.clear();
+}
+
+void end_old_rates(rate_upload_task& task) {
+  if (task.updates.empty()) {
+    return;
+  }
+  rate_upload_task_progress_update(task, "Update old rate end date", upload_status::writing);
+  const upload_phase_timer timer(task.update);
+  send_all(task.connection.get(), task.updates, may_be_joined(task.rate_end_date) ? kBatchSize : 1,
+           kRateUploadLabel, task.update_count);
+}
+
+void delete_repeated_rates(rate_upload_task& task) {
+  if (task.deletions.empty()) {
+    return;
+  }
+  rate_upload_task_progress_update(task, "Delete repeating old rate", upload_status::writing);
+  const upload_phase_timer timer(task.deletion);
+  send_all(task.connection.get(), task.deletions, kBatchSize, "Rate Delete", task.delete_count);
+}
+
+}  // namespace
+
+void rate_upload_write(rate_upload_task& task) {
+  rate_upload_task_progress_update(task, "Import rate to database", upload_status::writing);
+  copy_rates(task);
+  if (task.failed) {
+    task.imports.clear();
+    return;
+  }
+  end_old_rates(task);
+  delete_repeated_rates(task);
+}
