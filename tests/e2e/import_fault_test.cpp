@@ -1,0 +1,223 @@
+// Imports while something breaks: databases that do not answer, servers and connections that die,
+// the daemon's end.
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+#include "e2e/import_world.h"
+
+namespace {
+
+using support::DaemonHarness;
+using support::Ending;
+using support::Session;
+using testing::HasSubstr;
+
+const char* const kDeck = "code,rate,effective_date\n44,0.5,2024-03-01\n49,0.6,2024-03-01\n";
+const char* const kSuccess = "4 Insert: 2, Delete: 0, Update: 1, Error: 0";
+
+/// A job of rate table 8 shows that the daemon still works in this database.
+void expect_next_job_works(const DaemonHarness& daemon, const std::string& database) {
+  Session portal = e2e::cluster().connect(database);
+  e2e::store_rate(portal, "8", "44", "9", "2020-01-01");
+  EXPECT_EQ(e2e::outcome(portal, e2e::submit(portal, daemon.path(), kDeck, "8")), kSuccess);
+}
+
+/// A port that takes connections and never answers.
+class SilentServer {
+ public:
+  SilentServer() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(listen(fd_, 100), 0);
+    EXPECT_EQ(getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    port_ = ntohs(address.sin_port);
+  }
+  ~SilentServer() { close(fd_); }
+  SilentServer(const SilentServer&) = delete;
+  SilentServer& operator=(const SilentServer&) = delete;
+  int port() const { return port_; }
+
+ private:
+  int fd_;
+  int port_ = 0;
+};
+
+TEST(ImportFault, DatabasesThatDoNotAnswerAreSkippedAndTheOthersServed) {
+  SilentServer silent;
+  auto daemon = e2e::daemon_for({"served"});
+  daemon->write_database_list(
+      support::database_section("a", silent.port(), "silent") +
+      support::database_section("b", e2e::cluster().port(), "served") +
+      support::database_section("c", e2e::cluster().port(), "no_such_database"));
+  daemon->start();
+  expect_next_job_works(*daemon, "served");
+  // Both broken ones are tried again in the next cycles.
+  EXPECT_TRUE(daemon->wait_log("WEB task DB connect failed, PQstatus:1, ", 4));
+  EXPECT_THAT(daemon->log(), HasSubstr("database \"no_such_database\" does not exist"));
+}
+
+/// What holds a job up in one phase, and how its connection is broken there.
+struct Phase {
+  const char* database;
+  const char* lock;       ///< statement that another session runs first, and holds
+  const char* waits_for;  ///< beginning of the daemon's statement that waits for the lock
+  const char* failure;    ///< end of the job's last log line
+  const char* rates;      ///< of rate table 7 afterwards
+};
+
+const Phase kPhases[] = {
+    {"loading", "LOCK TABLE rate IN ACCESS EXCLUSIVE MODE", "copy (select",
+     "execution failed, Load rate data failed\n", "44|9|2020-01-01|\n"},
+    {"copying", "LOCK TABLE rate IN SHARE MODE", "COPY rate(",
+     "execution failed, Copy rate header failed\n", "44|9|2020-01-01|\n"},
+    {"updating", "SELECT * FROM rate FOR UPDATE", "update rate set",
+     "have been completed, Insert: 2(2), Delete: 0, Update: 1, Error: 0, Reimport: 0\n",
+     "44|9|2020-01-01|\n44|0.5|2024-03-01|\n49|0.6|2024-03-01|\n"},
+};
+
+/// How many statements of the daemon wait for a lock in the session's database, after `action`
+/// ("pid", or a function of it) was done to them. Not for use within a transaction, which would see
+/// the same moment again and again.
+std::string waiting(Session& portal, const std::string& beginning, const std::string& action) {
+  return portal.value("SELECT count(" + action +
+                      ") FROM pg_stat_activity WHERE wait_event_type = 'Lock' AND"
+                      " datname = current_database() AND starts_with(query, '" +
+                      beginning + "')");
+}
+
+/// Starts a job in each phase's database and waits until each is held up in its phase.
+std::vector<Session> hold_up_jobs(DaemonHarness& daemon) {
+  std::vector<Session> lockers;
+  for (const Phase& phase : kPhases) {
+    Session portal = e2e::cluster().connect(phase.database);
+    e2e::store_rate(portal, "7", "44", "9", "2020-01-01");
+    e2e::submit(portal, daemon.path(), kDeck, "7");
+    lockers.push_back(e2e::cluster().connect(phase.database));
+    lockers.back().query(std::string("BEGIN; ") + phase.lock);
+  }
+  daemon.start();
+  for (const Phase& phase : kPhases) {
+    Session portal = e2e::cluster().connect(phase.database);
+    EXPECT_TRUE(support::wait_until([&] { return waiting(portal, phase.waits_for, "pid") == "1"; }))
+        << phase.database;
+  }
+  return lockers;
+}
+
+std::vector<std::string> phase_databases() {
+  std::vector<std::string> names;
+  for (const Phase& phase : kPhases)
+    names.emplace_back(phase.database);
+  return names;
+}
+
+TEST(ImportFault, ABackendThatDiesInAnyPhaseEndsItsJobAndLosesNoStoredRate) {
+  auto daemon = e2e::daemon_for(phase_databases());
+  std::vector<Session> lockers = hold_up_jobs(*daemon);
+  for (size_t i = 0; i < std::size(kPhases); i++) {
+    SCOPED_TRACE(kPhases[i].database);
+    Session portal = e2e::cluster().connect(kPhases[i].database);
+    EXPECT_EQ(waiting(portal, kPhases[i].waits_for, "pg_terminate_backend(pid)"), "1");
+    EXPECT_TRUE(daemon->wait_log("127.0.0.1-" + std::string(kPhases[i].database) +
+                                 " remove import rate task, current task count 0\n"))
+        << daemon->log();
+    EXPECT_THAT(daemon->log(), HasSubstr(kPhases[i].failure));
+    lockers[i].query("ROLLBACK");
+    EXPECT_EQ(e2e::rates(portal, "7"), kPhases[i].rates);
+    expect_next_job_works(*daemon, kPhases[i].database);
+  }
+}
+
+TEST(ImportFault, ACancelledStatementFailsTheJobInItsRow) {
+  auto daemon = e2e::daemon_for({"cancelled"});
+  Session portal = e2e::cluster().connect("cancelled"),
+          locker = e2e::cluster().connect("cancelled");
+  locker.query("BEGIN; LOCK TABLE rate IN ACCESS EXCLUSIVE MODE");
+  const std::string id = e2e::submit(portal, daemon->path(), kDeck, "7");
+  daemon->start();
+  EXPECT_TRUE(support::wait_until(
+      [&] { return waiting(portal, "copy (select", "pg_cancel_backend(pid)") == "1"; }));
+  EXPECT_EQ(e2e::outcome(portal, id), "5 Load rate data failed");
+  locker.query("ROLLBACK");
+  expect_next_job_works(*daemon, "cancelled");
+}
+
+TEST(ImportFault, AServerThatCrashesWhileJobsRunIsUsedAgainWhenItIsBack) {
+  const std::vector<std::string> databases = phase_databases();
+  for (const std::string& name : databases)
+    e2e::drop_database(name);
+  auto daemon = e2e::daemon_for(databases);
+  hold_up_jobs(*daemon).clear();
+  e2e::cluster().restart_immediate();
+  for (const std::string& name : databases) {
+    SCOPED_TRACE(name);
+    EXPECT_TRUE(
+        daemon->wait_log("127.0.0.1-" + name + " remove import rate task, current task count 0\n"));
+    Session portal = e2e::cluster().connect(name);
+    EXPECT_THAT(e2e::rates(portal, "7"), HasSubstr("44|9|2020-01-01|"));
+    expect_next_job_works(*daemon, name);
+  }
+}
+
+/// Starts a daemon with ten imports, each held up by a lock or at work on a large deck.
+std::unique_ptr<DaemonHarness> ten_imports(bool held, std::vector<Session>& lockers) {
+  std::vector<std::string> databases;
+  for (int i = 0; i < 5; i++) {
+    databases.push_back("ten" + std::to_string(i));
+    e2e::drop_database(databases.back());
+  }
+  auto daemon = e2e::daemon_for(databases);
+  std::string deck = "code,rate,effective_date\n";
+  for (int code = 100000; !held && code < 400000; code++)
+    deck += std::to_string(code) + ",0.5,2024-03-01\n";
+  for (const std::string& name : databases) {
+    lockers.push_back(e2e::cluster().connect(name));
+    if (held)
+      lockers.back().query("BEGIN; LOCK TABLE rate IN ACCESS EXCLUSIVE MODE");
+    Session portal = e2e::cluster().connect(name);
+    for (const char* rate_table : {"1", "2"})
+      e2e::submit(portal, daemon->path(), deck + "44,1,2024-03-01\n", rate_table);
+  }
+  daemon->start();
+  EXPECT_TRUE(daemon->wait_log("rate upload task 1 load rate data\n", 5));
+  EXPECT_TRUE(daemon->wait_log("rate upload task 2 load rate data\n", 5));
+  return daemon;
+}
+
+// bench/sigterm runs this test with many rounds.
+TEST(ImportFault, SigtermEndsTheDaemonInOrderWhileTenImportsRun) {
+  const std::string termination =
+      "Receiving the termination signal, the qvn_web_helper start exit...\n";
+  const char* asked = getenv("QVN_SIGTERM_ROUNDS");
+  const int rounds = asked == nullptr ? 3 : atoi(asked);
+  std::chrono::steady_clock::duration longest{};
+  for (int round = 0; round < rounds; round++) {
+    std::vector<Session> lockers;
+    auto daemon = ten_imports(round % 4 == 0, lockers);
+    // Another moment of the imports' work in each round.
+    std::this_thread::sleep_for(std::chrono::milliseconds(round * 37 % 1000));
+    const auto begin = std::chrono::steady_clock::now();
+    daemon->send(SIGTERM);
+    EXPECT_EQ(daemon->wait_end().status, 0) << "round " << round;
+    longest = std::max(longest, std::chrono::steady_clock::now() - begin);
+    const std::string log = daemon->log();
+    EXPECT_EQ(support::count_of(log, termination), 1) << log;
+    EXPECT_EQ(support::count_of(log, "Waiting for qvn_web_helper exit...\n"), 1) << log;
+  }
+  printf("sigterm_rounds %d rounds\nsigterm_longest_end %lld ms\n", rounds,
+         static_cast<long long>(
+             std::chrono::duration_cast<std::chrono::milliseconds>(longest).count()));
+}
+
+}  // namespace

@@ -1,0 +1,75 @@
+/// The real executable in a temporary installation of its own, with conf/, log/ and run/ beside it.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+namespace support {
+
+/// How a process ended and what it said.
+struct Ending {
+  int status = -1;  ///< exit status, or minus the signal that ended it
+  std::string out;
+  std::string err;
+};
+
+/// Daemons become children of the test program when their starter leaves, so their end can be
+/// waited for. Local time of a daemon is UTC. Whatever a sanitizer reports in it is a test failure.
+class DaemonHarness {
+ public:
+  /// Installs the executable with a main configuration and an empty database list.
+  DaemonHarness();
+  /// Kills the daemon if it still runs, and removes the installation.
+  ~DaemonHarness();
+
+  const std::filesystem::path& path() const { return folder_.path(); }
+  std::filesystem::path pid_file() const { return path() / "run/qvn_web_helper.pid"; }
+
+  /// Writes conf/qvn_web_helper.conf and conf/qvn_db_info.conf.
+  void write_main_conf(const std::string& text) const;
+  void write_databases(int port, const std::vector<std::string>& names) const;
+  void write_database_list(const std::string& text) const;
+
+  /// Runs the executable until it ends; a daemon that it leaves behind goes on.
+  Ending run(const std::vector<std::string>& arguments);
+  /// Starts it as a daemon, whatever becomes of it.
+  void launch();
+  /// Starts it as a daemon, or in the foreground, and waits until its modules run.
+  void start();
+  void start_foreground();
+
+  /// Sends a signal to the daemon, or waits for its end.
+  void send(int signal) const;
+  Ending wait_end();
+
+  /// The log file; in the foreground what the daemon wrote to standard error.
+  std::string log() const;
+  /// Waits until the log holds the text this many times.
+  bool wait_log(const std::string& text, int times = 1) const;
+
+  pid_t pid() const { return pid_; }
+  bool runs() const;
+
+ private:
+  pid_t spawn(const std::vector<std::string>& arguments);
+  Ending ending(pid_t process, int number) const;
+  std::filesystem::path output(const char* stream, int number) const;
+  void expect_running();
+
+  TempDir folder_;
+  int spawned_ = 0;        ///< processes started so far; each has its own output files
+  pid_t pid_ = -1;         ///< the daemon
+  int daemon_number_ = 0;  ///< which of the started processes the daemon is
+  bool foreground_ = false;
+};
+
+/// The database's section of a database list.
+std::string database_section(const std::string& section, int port, const std::string& name);
+
+/// How often `text` occurs in `whole`.
+int count_of(const std::string& whole, const std::string& text);
+
+}  // namespace support
