@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <sys/mman.h>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -113,3 +114,14 @@ void qvn_slab::release(void* piece) noexcept {
 }
 
 #endif
+
+const char* qvn_store_text(char*& end, std::string_view text) {
+  if (text.empty()) {
+    return nullptr;
+  }
+  char* const copy = end;
+  std::memcpy(copy, text.data(), text.size());
+  copy[text.size()] = '\0';
+  end += text.size() + 1;
+  return copy;
+}

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 class qvn_slab {
  public:
@@ -28,3 +29,11 @@ class qvn_slab {
   struct block;
   block* current_ = nullptr;  ///< the block that pieces are cut from, or none
 };
+
+/// Bytes of a text behind a record in the same piece, its NUL included; none for an empty text.
+[[nodiscard]] inline std::size_t qvn_stored_size(std::string_view text) {
+  return text.empty() ? 0 : text.size() + 1;
+}
+
+/// Copies a text to `end`, which moves past it; null for an empty text.
+const char* qvn_store_text(char*& end, std::string_view text);

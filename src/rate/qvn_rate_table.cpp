@@ -20,22 +20,6 @@ constexpr const char* kLogSource = "qvn_rate_table";
 
 thread_local constinit qvn_slab record_slab;
 
-std::size_t stored_size(std::string_view text) {
-  return text.empty() ? 0 : text.size() + 1;
-}
-
-/// Copies a text to `end`, which moves past it; null for an empty text.
-const char* store(char*& end, std::string_view text) {
-  if (text.empty()) {
-    return nullptr;
-  }
-  char* const copy = end;
-  std::memcpy(copy, text.data(), text.size());
-  copy[text.size()] = '\0';
-  end += text.size() + 1;
-  return copy;
-}
-
 /// A field of a record and the text that goes there.
 template <class Record>
 using text_field = std::pair<const char * Record::*, std::string_view>;
@@ -45,7 +29,7 @@ template <class Record, std::size_t Count>
 Record* make_record(const std::array<text_field<Record>, Count>& fields) {
   std::size_t size = sizeof(Record);
   for (const auto& [member, text] : fields) {
-    size += stored_size(text);
+    size += qvn_stored_size(text);
   }
   void* const memory = record_slab.alloc(size);
   if (!memory) {
@@ -54,7 +38,7 @@ Record* make_record(const std::array<text_field<Record>, Count>& fields) {
   auto* const record = new (memory) Record{};
   char* end = static_cast<char*>(memory) + sizeof(Record);
   for (const auto& [member, text] : fields) {
-    record->*member = store(end, text);
+    record->*member = qvn_store_text(end, text);
   }
   return record;
 }

@@ -11,26 +11,11 @@ namespace {
 
 thread_local constinit qvn_slab import_slab;
 
-std::size_t stored_size(std::string_view text) {
-  return text.empty() ? 0 : text.size() + 1;
-}
-
-const char* store(char*& end, std::string_view text) {
-  if (text.empty()) {
-    return nullptr;
-  }
-  char* const copy = end;
-  std::memcpy(copy, text.data(), text.size());
-  copy[text.size()] = '\0';
-  end += text.size() + 1;
-  return copy;
-}
-
 }  // namespace
 
 bool import_list::push(const import_values& values) {
-  const std::size_t texts =
-      stored_size(values.code) + stored_size(values.code_name) + stored_size(values.country);
+  const std::size_t texts = qvn_stored_size(values.code) + qvn_stored_size(values.code_name) +
+                            qvn_stored_size(values.country);
   void* const memory = import_slab.alloc(sizeof(import_record) + texts);
   if (!memory) {
     return false;
@@ -43,9 +28,9 @@ bool import_list::push(const import_values& values) {
   record->rate_type = values.rate_type;
   record->min_time = values.min_time;
   record->grace_time = values.grace_time;
-  record->code = store(end, values.code);
-  record->code_name = store(end, values.code_name);
-  record->country = store(end, values.country);
+  record->code = qvn_store_text(end, values.code);
+  record->code_name = qvn_store_text(end, values.code_name);
+  record->country = qvn_store_text(end, values.country);
   record->effective_text = values.effective.text;
   record->end_text = values.end.text;
   record->effective_date = values.effective.epoch;
