@@ -12,6 +12,7 @@
 #include <libpq-fe.h>
 #include <memory>
 #include <span>
+#include <string_view>
 
 struct pg_connection_close {
   void operator()(PGconn* connection) const noexcept { PQfinish(connection); }
@@ -95,3 +96,4 @@ template <class T>
 /// all the CSV there is. When the row ends early the fields not reached keep what they held, and
 /// the last one reached keeps its line feed.
 void pg_row_csv_parse(char* row, std::span<char*> fields);
+void pg_row_csv_parse(char* row, std::span<std::string_view> fields);
