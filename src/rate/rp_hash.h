@@ -1,9 +1,9 @@
 /// The prefix tree: a byte-wise trie for codes and prefixes, with a nested tree under any node.
 ///
 ///     root slot -> [4]<->[3]<->...           one sibling list a level, unordered, newest first
-///                   |
+///                   | '- index: digit 4 -> [4], digit 9 -> [9]
 ///                  [4]<->[9]                 44 and 49
-///                   |    '- parent's index: 4 -> [4], 9 -> [9]
+///                   |
 ///                  [2]                       442; a key ends where `terminal` is 1
 ///                   '- items: the caller's circular list of records for this key
 ///                   '- sub:   root slot of the nested tree (rate table id -> code, deck id ->
