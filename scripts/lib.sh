@@ -119,6 +119,15 @@ as_server() {
   )
 }
 
+# free_port: a port of 127.0.0.1 that nobody listens on at this moment.
+free_port() {
+  local port
+  for port in $(shuf -i 20000-29999 -n 20); do
+    port_is_taken "$port" || break
+  done
+  echo "$port"
+}
+
 port_is_taken() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 
 # cluster_start [SERVER OPTION...]: makes a cluster below WORK and starts it on a free port. psql and the like find it
@@ -138,8 +147,7 @@ cluster_start() {
   rm "$WORK/pg/password"
 
   for attempt in 1 2 3 4 5; do
-    DB_PORT=$((20000 + RANDOM % 10000))
-    port_is_taken "$DB_PORT" && continue
+    DB_PORT=$(free_port)
     PG_DATA=$WORK/pg/data
     if as_server "$PG_CTL" -D "$PG_DATA" -l "$WORK/pg/server.log" -w -s start \
       -o "-p $DB_PORT -c listen_addresses=$DB_HOST -c unix_socket_directories=$WORK/pg $*"; then
@@ -167,8 +175,12 @@ value() { psql -XAtqc "$1"; }
 
 # --- the daemon ------------------------------------------------------------------------------------------------------------
 
-# daemon_install FOLDER: the release build, installed into FOLDER.
-daemon_install() { cmake --install "$QVN_ROOT/build/release" --prefix "$1" >/dev/null; }
+# daemon_install FOLDER: the release build, installed into FOLDER, with a free port for its console.
+daemon_install() {
+  cmake --install "$QVN_ROOT/build/release" --prefix "$1" >/dev/null
+  CONSOLE_PORT=$(free_port)
+  sed -i "s/^cli_listen_port=.*/cli_listen_port=$CONSOLE_PORT/" "$1/conf/qvn_web_helper.conf"
+}
 
 # daemon_databases FOLDER NAME...: writes the list of the databases to serve.
 daemon_databases() {

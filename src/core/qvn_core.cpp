@@ -6,6 +6,7 @@
 
 #include "base/qvn_hash.h"
 #include "base/qvn_log.h"
+#include "cli/qvn_cli_server.h"
 #include "core/qvn_core_ctrl.h"
 #include "db/qvn_db_conf.h"
 #include "db/qvn_task.h"
@@ -65,7 +66,8 @@ void free_db_table() {
 
 int32_t qvn_core_init() {
   QVN_LOG(kLogNotice, "Start all module initial...\n");
-  return run_steps({create_db_table, qvn_task_init, qvn_rerate_init, qvn_rate_upload_init});
+  return run_steps(
+      {create_db_table, qvn_cli_server_init, qvn_task_init, qvn_rerate_init, qvn_rate_upload_init});
 }
 
 int32_t qvn_core_module_conf() {
@@ -78,7 +80,7 @@ int32_t qvn_core_module_conf() {
 
 int32_t qvn_core_start() {
   QVN_LOG(kLogNotice, "Start running...\n");
-  return run_steps({qvn_rerate_start, qvn_rate_upload_start, qvn_task_start});
+  return run_steps({qvn_cli_server_start, qvn_rerate_start, qvn_rate_upload_start, qvn_task_start});
 }
 
 int32_t qvn_core_run() {
@@ -98,6 +100,7 @@ int32_t qvn_core_set_exit() {
 }
 
 void qvn_core_exit() {
+  (void)qvn_cli_server_exit();
   (void)qvn_task_exit();
   (void)qvn_rerate_exit();
   (void)qvn_rate_upload_exit();
@@ -105,6 +108,7 @@ void qvn_core_exit() {
 }
 
 void qvn_core_uninit() {
+  (void)qvn_cli_server_uninit();
   (void)qvn_rate_upload_uninit();
   (void)qvn_rerate_uninit();
   (void)qvn_task_uninit();

@@ -25,7 +25,7 @@ Ending decode(int status) {
 
 }  // namespace
 
-DaemonHarness::DaemonHarness() : folder_("run/qvn_web_helper.pid") {
+DaemonHarness::DaemonHarness() : folder_("run/qvn_web_helper.pid"), console_port_(free_port()) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const char* name : {"conf", "log", "run"})
     fs::create_directory(path() / name);
@@ -46,7 +46,9 @@ DaemonHarness::~DaemonHarness() {
 }
 
 void DaemonHarness::write_main_conf(const std::string& text) const {
-  write_file(path() / "conf/qvn_web_helper.conf", text);
+  write_file(path() / "conf/qvn_web_helper.conf",
+             text + "\n[CLI]\ncli_listen_port=" + std::to_string(console_port_) + "\n" +
+                 console_settings_);
 }
 
 void DaemonHarness::write_databases(int port, const std::vector<std::string>& names) const {

@@ -28,7 +28,13 @@ class DaemonHarness {
   const std::filesystem::path& path() const { return folder_.path(); }
   std::filesystem::path pid_file() const { return path() / "run/qvn_web_helper.pid"; }
 
-  /// Writes conf/qvn_web_helper.conf and conf/qvn_db_info.conf.
+  /// Settings of the section CLI beside its port, for the next write_main_conf.
+  void set_console(const std::string& settings) { console_settings_ = settings; }
+  /// The port of 127.0.0.1 on which the console listens; each daemon has its own.
+  int console_port() const { return console_port_; }
+
+  /// Writes conf/qvn_web_helper.conf, with the section CLI behind `text`, and
+  /// conf/qvn_db_info.conf.
   void write_main_conf(const std::string& text) const;
   void write_databases(int port, const std::vector<std::string>& names) const;
   void write_database_list(const std::string& text) const;
@@ -60,6 +66,8 @@ class DaemonHarness {
   void expect_running();
 
   TempDir folder_;
+  int console_port_;
+  std::string console_settings_;
   int spawned_ = 0;        ///< processes started so far; each has its own output files
   pid_t pid_ = -1;         ///< the daemon
   int daemon_number_ = 0;  ///< which of the started processes the daemon is

@@ -26,21 +26,6 @@ std::string connection_text(int port, const std::string& database) {
          " password=" + TestCluster::kPassword + " connect_timeout=5";
 }
 
-/// A port that nobody listens on at this moment.
-int free_port() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  int port = 0;
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-      getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-    port = ntohs(address.sin_port);
-  close(fd);
-  return port;
-}
-
 /// Starts a server program as a child that ends with this one; never as root, which the server
 /// refuses.
 pid_t start_as_server(const std::vector<std::string>& command, const std::string& folder) {
@@ -69,6 +54,20 @@ pid_t start_as_server(const std::vector<std::string>& command, const std::string
 }
 
 }  // namespace
+
+int free_port() {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  int port = 0;
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+      getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+    port = ntohs(address.sin_port);
+  close(fd);
+  return port;
+}
 
 void Session::Close::operator()(pg_conn* connection) const {
   PQfinish(connection);

@@ -1,0 +1,293 @@
+#include "base/qvn_socket.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <string_view>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_socket";
+
+sockaddr_in make_address(const char* address, uint16_t port) {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_port = htons(port);
+  result.sin_addr.s_addr = inet_addr(qvn_or_empty(address));
+  return result;
+}
+
+const sockaddr* generic(const sockaddr_in& address) {
+  return reinterpret_cast<const sockaddr*>(&address);
+}
+
+bool set_nonblocking(int fd) {
+  const int flags = fcntl(fd, F_GETFL);
+  return flags != -1 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) != -1;
+}
+
+bool set_option(int fd, int level, int option) {
+  constexpr int kOn = 1;
+  return setsockopt(fd, level, option, &kOn, sizeof kOn) == 0;
+}
+
+bool set_no_delay(int fd) {
+  return set_option(fd, IPPROTO_TCP, TCP_NODELAY);
+}
+
+bool bind_to(int fd, const char* address, uint16_t port) {
+  const sockaddr_in place = make_address(address, port);
+  return bind(fd, generic(place), sizeof place) == 0;
+}
+
+bool try_later(int error) {
+  return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
+}
+
+/// Waits until the socket may take more; it may have broken instead, which the next send tells.
+void wait_until_writable(int fd) {
+  pollfd entry{.fd = fd, .events = POLLOUT, .revents = 0};
+  (void)poll(&entry, 1, -1);
+}
+
+/// A non-blocking datagram socket, not bound; none, with an ERROR, on failure.
+qvn_fd make_udp_socket(const char* address, uint16_t port) {
+  qvn_fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!fd.is_open()) {
+    QVN_LOG(kLogError, "Can't create socket for %s:%d\n", address, port);
+  } else if (!set_nonblocking(fd.get())) {
+    QVN_LOG(kLogError, "Can't set socket[%s:%d] for nonblock\n", address, port);
+    fd.reset();
+  }
+  return fd;
+}
+
+/// The steps of a listening socket; each failing one logs and ends them.
+bool prepare_listener(int fd, const char* address, uint16_t port, int backlog) {
+  if (!set_option(fd, SOL_SOCKET, SO_REUSEADDR)) {
+    QVN_LOG(kLogWarning, "Can't set socket[%s:%d] for reuseaddr, error: %s\n", address, port,
+            std::strerror(errno));
+    return false;
+  }
+  if (!bind_to(fd, address, port)) {
+    QVN_LOG(kLogWarning, "Can't bind socket as [%s:%d], error: %s\n", address, port,
+            std::strerror(errno));
+    return false;
+  }
+  if (!set_nonblocking(fd)) {
+    QVN_LOG(kLogWarning, "Can't set socket %s:%d for nonblock\n", address, port);
+    return false;
+  }
+  if (!set_no_delay(fd)) {
+    QVN_LOG(kLogWarning, "Can't set socket %s:%d for no delay\n", address, port);
+    return false;
+  }
+  if (listen(fd, backlog) != 0) {
+    QVN_LOG(kLogWarning, "The socket[%s:%d] start listen failed\n", address, port);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void qvn_fd::reset(int fd) {
+  if (fd_ >= 0) {
+    (void)close(fd_);
+  }
+  fd_ = fd;
+}
+
+int32_t qvn_tcp_socket_and_listen(const char* address, uint16_t port, int backlog) {
+  const char* const shown = qvn_or_empty(address);
+  qvn_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd.is_open()) {
+    QVN_LOG(kLogWarning, "Can't create TCP socket for %s:%d, error: %s\n", shown, port,
+            std::strerror(errno));
+    return -1;
+  }
+  return prepare_listener(fd.get(), shown, port, backlog) ? fd.release() : -1;
+}
+
+int32_t qvn_tcp_accept(int32_t listener, sockaddr_in* peer, const char* owner) {
+  const char* const shown = qvn_or_empty(owner);
+  *peer = {};
+  socklen_t length = sizeof *peer;
+  qvn_fd fd(accept4(listener, reinterpret_cast<sockaddr*>(peer), &length, SOCK_CLOEXEC));
+  if (!fd.is_open()) {
+    if (try_later(errno)) {
+      return kAcceptWouldBlock;
+    }
+    QVN_LOG(kLogWarning, "The  %s socket accept error\n", shown);
+    return -1;
+  }
+  QVN_LOG(kLogDebug, "The %s get a new client request connecded, fd as %d\n", shown, fd.get());
+  if (!set_nonblocking(fd.get())) {
+    QVN_LOG(kLogWarning, "Can't set client socket for nonblock, owner is %s\n", shown);
+    return -1;
+  }
+  if (!set_no_delay(fd.get())) {
+    QVN_LOG(kLogWarning, "Can't set client socket for no delay, owner is %s\n", shown);
+    return -1;
+  }
+  return fd.release();
+}
+
+int64_t qvn_tcp_reliable_send(int32_t socket, const void* data, std::size_t length) {
+  std::size_t sent = 0;
+  while (sent < length) {
+    const ssize_t result =
+        send(socket, static_cast<const char*>(data) + sent, length - sent, MSG_NOSIGNAL);
+    if (result >= 0) {
+      sent += static_cast<std::size_t>(result);
+    } else if (try_later(errno)) {
+      wait_until_writable(socket);
+    } else {
+      QVN_LOG(kLogNotice, "The socket %d may be shutdown, data size %d, send size %d\n", socket,
+              static_cast<int>(length), static_cast<int>(sent));
+      return -1;
+    }
+  }
+  return static_cast<int64_t>(sent);
+}
+
+int64_t qvn_cli_reliable_send(int32_t socket, const char* data, std::size_t length) {
+  if (socket < 1) {
+    (void)qvn_log_print_content(data);
+    return 0;
+  }
+  return qvn_tcp_reliable_send(socket, data, length);
+}
+
+int32_t qvn_tcp_secket(const char* owner) {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    QVN_LOG(kLogWarning, "Create TCP socket for %s failed\n", qvn_or_empty(owner));
+    return -1;
+  }
+  return fd;
+}
+
+int32_t qvn_tcp_secket_connect(int32_t socket, const char* address, uint16_t port) {
+  const char* const shown = qvn_or_empty(address);
+  const sockaddr_in place = make_address(address, port);
+  if (connect(socket, generic(place), sizeof place) != 0) {
+    QVN_LOG(kLogWarning, "Connect %s:%d error, %s\n", shown, port, std::strerror(errno));
+    return -1;
+  }
+  if (!set_nonblocking(socket)) {
+    QVN_LOG(kLogNotice, "Can't set tcp socket[%s:%d] to nonblock\n", shown, port);
+  }
+  if (!set_no_delay(socket)) {
+    QVN_LOG(kLogNotice, "Can't set tcp socket to no delay\n");
+  }
+  return 0;
+}
+
+int32_t qvn_nonblock_udp_socket(const char* address, uint16_t port) {
+  const char* const shown = qvn_or_empty(address);
+  qvn_fd fd = make_udp_socket(shown, port);
+  if (fd.is_open() && !bind_to(fd.get(), shown, port)) {
+    QVN_LOG(kLogError, "Can't bind socket as [%s:%d]\n", shown, port);
+    fd.reset();
+  }
+  return fd.release();
+}
+
+int32_t qvn_nonblock_udp_socket_multi_trybind(const char* address, uint16_t first_port, int tries,
+                                              uint16_t* port) {
+  constexpr int kHighestPort = 65535;
+  const char* const shown = qvn_or_empty(address);
+  for (int number = first_port; number - first_port < tries && number <= kHighestPort; ++number) {
+    const auto candidate = static_cast<uint16_t>(number);
+    qvn_fd fd = make_udp_socket(shown, candidate);
+    if (!fd.is_open()) {
+      return -1;
+    }
+    if (bind_to(fd.get(), shown, candidate)) {
+      *port = candidate;
+      return fd.release();
+    }
+    QVN_LOG(kLogDebug, "Can't bind socket as [%s:%d]\n", shown, number);
+  }
+  return -1;
+}
+
+int64_t qvn_udp_reliable_send(int32_t socket, const void* data, std::size_t length,
+                              const sockaddr_in& destination) {
+  std::size_t sent = 0;
+  for (;;) {
+    const ssize_t result =
+        sendto(socket, data, length, MSG_NOSIGNAL, generic(destination), sizeof destination);
+    if (result >= 0) {
+      sent += static_cast<std::size_t>(result);
+      if (sent >= length) {
+        return static_cast<int64_t>(sent);
+      }
+    } else if (try_later(errno)) {
+      wait_until_writable(socket);
+    } else {
+      QVN_LOG(kLogNotice, "The socket %d may be shutdown\n", socket);
+      return static_cast<int64_t>(sent);
+    }
+  }
+}
+
+int32_t qvn_is_public_address(const char* address) {
+  constexpr int kFirst172 = 16;
+  constexpr int kLast172 = 31;
+  const std::string_view text = qvn_or_empty(address);
+  if (text.starts_with("192.168") || text.starts_with("10.") || text.starts_with("169.254")) {
+    return 0;
+  }
+  for (int second = kFirst172; second <= kLast172; ++second) {
+    char prefix[16];
+    (void)std::snprintf(prefix, sizeof prefix, "172.%d.", second);
+    if (text.starts_with(prefix)) {
+      return 0;
+    }
+  }
+  return 1;
+}
+
+void qvn_domain2ip(const char* name, char* out, std::size_t size) {
+  const hostent* const host = gethostbyname(qvn_or_empty(name));  // NOLINT(concurrency-mt-unsafe)
+  if (!host || host->h_addrtype != AF_INET || !host->h_addr_list[0] || size == 0) {
+    return;
+  }
+  char text[INET_ADDRSTRLEN] = {};
+  if (inet_ntop(AF_INET, host->h_addr_list[0], text, sizeof text)) {
+    std::memset(out, 0, size);
+    std::memcpy(out, text, std::min(std::strlen(text), size - 1));
+  }
+}
+
+uint16_t qvn_get_port(const sockaddr* address) {
+  if (address && address->sa_family == AF_INET) {
+    return ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port);
+  }
+  if (address && address->sa_family == AF_INET6) {
+    return ntohs(reinterpret_cast<const sockaddr_in6*>(address)->sin6_port);
+  }
+  return 0;
+}
+
+char* qvn_get_addr(char* out, std::size_t size, const sockaddr* address, socklen_t length) {
+  if (size > 0) {
+    *out = '\0';
+    (void)getnameinfo(address, length, out, static_cast<socklen_t>(size), nullptr, 0,
+                      NI_NUMERICHOST);
+  }
+  return out;
+}
