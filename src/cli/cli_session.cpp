@@ -23,7 +23,7 @@ constexpr const char* kLogSource = "qvn_cli_server";
 /// How often a connection is read before its thread rests a little: a client that streams without
 /// end costs next to nothing.
 constexpr int kReadsATurn = 8;
-constexpr uint32_t kRestMilliseconds = 100;
+constexpr uint32_t kRestMilliseconds = 250;
 
 /// The idle limit of a connection. A clock that was stepped back does not prolong it.
 void renew(cli_connection& connection) {

@@ -1,0 +1,416 @@
+// The operator console of the real daemon over real sockets: replies byte for byte, the rules of
+// the login and of lines, and clients that mean no good.
+#include "support/console.h"
+
+#include <algorithm>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+#include "support/daemon_harness.h"
+#include "support/test_cluster.h"
+
+namespace {
+
+using support::Console;
+using support::DaemonHarness;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* kRefusal = "Incorrect login ID or password\r\n";
+constexpr const char* kHelp =
+    "\nCLI command list\n"
+    "   ----------Command\tDescription------------------------------\r\n"
+    "            get_conf\tshow current configuration\r\n"
+    "         reload_conf\treload configuration\r\n";
+constexpr const char* kHeader =
+    "                Host |  Port |                         Dbname |                       "
+    "Username "
+    "|                       password \r\n"
+    "---------------------+-------+--------------------------------+----------------------------"
+    "----+--------------------------------\r\n";
+
+/// What the sanitizers make of memory and processor time is their own affair.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+std::string right(const std::string& text, size_t width) {
+  return text.size() < width ? std::string(width - text.size(), ' ') + text : text;
+}
+
+std::string row(const std::string& name, int port) {
+  return right("127.0.0.1", 20) + " | " + right(std::to_string(port), 5) + " | " + right(name, 30) +
+         " | " + right("portal", 30) + " | " + right("portal-password", 30) + " \r\n";
+}
+
+/// A daemon whose console has these settings beside its port, serving no database.
+std::unique_ptr<DaemonHarness> daemon_with(const std::string& console) {
+  auto daemon = std::make_unique<DaemonHarness>();
+  daemon->set_console(console);
+  daemon->write_main_conf("[general]\nlog_level=7\n");
+  daemon->start();
+  return daemon;
+}
+
+/// A number of /proc/PID/status.
+long status_of(pid_t process, const std::string& field) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/status");
+  for (std::string word; file >> word;) {
+    long value = 0;
+    if (word == field + ":" && file >> value)
+      return value;
+  }
+  return -1;
+}
+
+long descriptors_of(pid_t process) {
+  const std::filesystem::directory_iterator files("/proc/" + std::to_string(process) + "/fd");
+  return std::distance(begin(files), end(files));
+}
+
+/// Processor time of the process in clock ticks.
+long ticks_of(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+  std::string word;
+  long total = 0;
+  for (int field = 1; field <= 15 && file >> word; ++field)
+    total += field >= 14 ? std::stol(word) : 0;
+  return total;
+}
+
+TEST(Console, answers_byte_for_byte) {
+  auto daemon = daemon_with("");
+  const Console console(daemon->console_port());
+  ASSERT_TRUE(console.log_in());
+  const std::string help = kHelp;
+  console.send("HeLp\r\n");
+  EXPECT_EQ(console.read(help.size()), help);
+  // Unknown words, an empty line and what follows a known word's blank are all without an answer.
+  console.send("foo\r\n\r\nhelp2\r\nheartbeat\r\nlogin again\r\nhelp me\r\n");
+  EXPECT_EQ(console.read(help.size()), help);
+  const std::string empty = std::string(kHeader) + "(0 rows)\r\n";
+  console.send("get_conf\r\n");
+  EXPECT_EQ(console.read(empty.size()), empty);
+  console.send("he");
+  console.send("lp\r\nget_conf\r\n");  // two requests, the first in two pieces
+  EXPECT_EQ(console.read((help + empty).size()), help + empty);
+  console.send("logout\r\nhelp\r\n");  // what came with the logout is still answered
+  EXPECT_EQ(console.read(help.size()), help);
+  EXPECT_TRUE(console.closes());
+  EXPECT_TRUE(daemon->wait_log("Stop CLI  '127.0.0.1:"));
+}
+
+TEST(Console, reload_shows_the_new_list_and_cuts_what_is_too_wide) {
+  auto daemon = daemon_with("");
+  daemon->write_database_list(support::database_section("one", 1025, "one"));
+  const Console console(daemon->console_port());
+  ASSERT_TRUE(console.log_in());
+  const std::string good = kHeader + row("one", 1025) +
+                           "(1 rows)\r\n\n\nDB configuration file is reloaded successfully\r\n";
+  console.send("reload_conf\r\n");
+  EXPECT_EQ(console.read(good.size()), good);
+  // A row of fixed length loses its end, the line end first.
+  const std::string wide(36, 'w');
+  daemon->write_database_list(support::database_section("one", 1025, wide) +
+                              "[two]\ndb_host=127.0.0.1\n");
+  const std::string cut = kHeader + row(wide, 1025).substr(0, 130) +
+                          "(1 rows)\r\n\n\nDB configuration file is reloaded failed\r\n";
+  console.send("reload_conf\r\n");
+  EXPECT_EQ(console.read(cut.size()), cut);
+}
+
+TEST(Console, login_compares_the_password_only) {
+  auto daemon = daemon_with("cli_login_user=operator\ncli_login_pwd=secret\n");
+  const Console console(daemon->console_port());
+  const std::string refusal = kRefusal;
+  console.send("help\r\nget_conf\r\n\r\n");  // nothing before the login
+  for (const char* wrong : {"login\r\n", "login a\r\n", "LOGIN a \r\n", "login  secret\r\n",
+                            "login operator Secret\r\n", "login operator secret \r\n"}) {
+    console.send(wrong);
+    EXPECT_EQ(console.read(refusal.size()), refusal) << wrong;
+  }
+  // A wrong password is logged, a missing word is not.
+  EXPECT_TRUE(daemon->wait_log("Incorrect user ID or password, login client is 127.0.0.1", 2));
+  EXPECT_TRUE(console.log_in("whoever secret"));
+  EXPECT_EQ(support::count_of(daemon->log(), "Incorrect user ID or password"), 2);
+}
+
+TEST(Console, lines_have_limits_before_and_after_the_login) {
+  auto daemon = daemon_with("");
+  const std::string help = kHelp;
+  {
+    const Console console(daemon->console_port());
+    console.send(std::string(199, 'a') + "\r\n");
+    EXPECT_TRUE(daemon->wait_log("Receive invalid msg from CLI [aaa"));
+    console.send(std::string(200, 'b'));  // no line end: given up
+    EXPECT_TRUE(daemon->wait_log("Receive invalid msg from CLI [bbb"));
+    EXPECT_TRUE(console.log_in(std::string(198 - 6, 'c')));  // the longest
+  }
+  const Console console(daemon->console_port());
+  ASSERT_TRUE(console.log_in());
+  console.send("help " + std::string(2048 - 5, 'd') + "\r\n");
+  EXPECT_TRUE(daemon->wait_log("Receive invalid msg from client [help ddd"));
+  console.send("help " + std::string(2047 - 5, 'e') + "\r\n");
+  EXPECT_EQ(console.read(help.size()), help);
+  console.send(std::string_view("help\0get_conf\r\n", 15));  // a NUL ends the text of a line
+  EXPECT_EQ(console.read(help.size()), help);
+  console.send("help\nhelp\rhelp\r\nhelp\r\n");  // only both characters end a line
+  EXPECT_EQ(console.read(help.size()), help);
+  console.send("logout\r\n");
+  EXPECT_TRUE(console.closes());
+}
+
+TEST(Console, limit_counts_connections_before_and_after_their_login) {
+  auto daemon = daemon_with("");  // the limit is 2
+  Console first(daemon->console_port());
+  ASSERT_TRUE(first.log_in());
+  Console second(daemon->console_port());
+  EXPECT_TRUE(daemon->wait_log("connected, fd as", 2));
+  const Console third(daemon->console_port());
+  EXPECT_TRUE(third.closes());
+  EXPECT_THAT(daemon->log(), HasSubstr("Maximum connection in progress, can't accept a new connect "
+                                       "request, initial connection 1, auth connection 1"));
+  second.abort();
+  EXPECT_TRUE(daemon->wait_log("recv error"));
+  const Console fourth(daemon->console_port());
+  EXPECT_TRUE(fourth.log_in());
+}
+
+TEST(Console, only_the_newest_connection_can_log_in) {
+  auto daemon = daemon_with("cli_connection_limit=3\n");
+  Console older(daemon->console_port());
+  EXPECT_TRUE(daemon->wait_log("connected, fd as", 1));
+  Console newer(daemon->console_port());
+  EXPECT_TRUE(daemon->wait_log("connected, fd as", 2));
+  older.send("login\r\n");  // thrown away
+  EXPECT_TRUE(newer.log_in());
+  older.send("login\r\n");  // the newest now
+  EXPECT_EQ(older.read(23), "Welcome to web helper\r\n");
+  // An older one that leaves makes room.
+  Console oldest(daemon->console_port());
+  EXPECT_TRUE(daemon->wait_log("connected, fd as", 3));
+  newer.send("logout\r\n");
+  EXPECT_TRUE(daemon->wait_log("Stop CLI"));
+  const Console last(daemon->console_port());
+  EXPECT_TRUE(daemon->wait_log("connected, fd as", 4));
+  oldest.abort();
+  EXPECT_TRUE(support::wait_until([&] {
+    const Console next(daemon->console_port());
+    return next.connected() && next.log_in();
+  }));
+}
+
+TEST(Console, idle_limit_is_renewed_by_known_words_only) {
+  auto daemon = daemon_with("cli_connection_expires=10\ncli_connection_limit=2\n");
+  const Console idle(daemon->console_port());
+  ASSERT_TRUE(idle.log_in());
+  const Console busy(daemon->console_port());
+  ASSERT_TRUE(busy.log_in());
+  std::atomic<bool> done = false;
+  std::thread talker([&] {
+    while (!done) {
+      idle.send("nonsense\r\n");
+      busy.send("heartbeat\r\n");
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+  });
+  EXPECT_TRUE(idle.closes(30));
+  const std::string help = kHelp;
+  busy.send("help\r\n");
+  EXPECT_EQ(busy.read(help.size()), help);
+  done = true;
+  talker.join();
+}
+
+// --- clients that mean no good -------------------------------------------------------------------
+
+/// Whether another console is served as if it were alone.
+void expect_service(const DaemonHarness& daemon) {
+  const Console console(daemon.console_port());
+  ASSERT_TRUE(console.log_in());
+  const std::string help = kHelp;
+  console.send("help\r\n");
+  EXPECT_EQ(console.read(help.size()), help);
+  console.send("logout\r\n");
+  EXPECT_TRUE(console.closes());
+}
+
+TEST(ConsoleHardships, clients_that_never_read_or_stream_without_end_disturb_nobody) {
+  auto daemon = daemon_with("cli_connection_limit=20\ncli_login_user=a\ncli_login_pwd=b\n");
+  // Never reads its answers, after the login and before it.
+  const Console deaf(daemon->console_port(), 1024);
+  ASSERT_TRUE(deaf.log_in("a b"));
+  std::string requests, refused;
+  for (int i = 0; i < 20'000; ++i) {
+    requests += "help\r\n";
+    refused += "login x y\r\n";
+  }
+  deaf.send_what_fits(requests);
+  const Console streaming(daemon->console_port());
+  ASSERT_TRUE(streaming.log_in("a b"));
+  const Console refused_and_deaf(daemon->console_port(), 1024);
+  refused_and_deaf.send_what_fits(refused);
+  const Console streaming_older(daemon->console_port());
+  const Console streaming_newest(daemon->console_port());
+  const std::string junk(65536, 'x');
+  const auto stream = [&] {
+    for (const Console* console : {&streaming, &streaming_older, &streaming_newest})
+      (void)console->send_what_fits(junk);
+    (void)deaf.send_what_fits(requests);
+  };
+  for (int i = 0; i < 100; ++i)  // until every buffer on the way is full
+    stream();
+  const long memory = status_of(daemon->pid(), "VmRSS");
+  const long before = ticks_of(daemon->pid());
+  const auto begin = std::chrono::steady_clock::now();
+  std::chrono::duration<double> passed{};
+  for (int i = 0; passed.count() < 5; ++i) {
+    stream();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    passed = std::chrono::steady_clock::now() - begin;
+  }
+  const double busy = static_cast<double>(ticks_of(daemon->pid()) - before) /
+                      static_cast<double>(sysconf(_SC_CLK_TCK)) / passed.count();
+  RecordProperty("busy_share_of_a_core", std::to_string(busy));
+  std::printf("share of a core: %.4f\n", busy);
+  EXPECT_LT(busy, kSanitized ? 0.5 : 0.05);
+  EXPECT_LT(status_of(daemon->pid(), "VmRSS") - memory, kSanitized ? 65536 : 2048);
+  {
+    const Console console(daemon->console_port());
+    ASSERT_TRUE(console.log_in("a b"));
+    const std::string help = kHelp;
+    console.send("help\r\n");
+    EXPECT_EQ(console.read(help.size()), help);
+  }
+  // The daemon's end does not wait for any of them.
+  daemon->send(SIGTERM);
+  EXPECT_EQ(daemon->wait_end().status, 0);
+}
+
+TEST(ConsoleHardships, a_thousand_connections_at_once_leave_nothing_behind) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_max < 4096)
+    GTEST_SKIP() << "needs 4,096 descriptors";
+  limit.rlim_cur = 4096;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  // Descriptors that the daemon inherits push its own above 1,023.
+  std::vector<int> inherited;
+  for (int i = 0; i < 100; ++i)
+    inherited.push_back(dup(2));
+  auto daemon = daemon_with("cli_connection_limit=1000\n");
+  for (const int fd : inherited)
+    close(fd);
+  expect_service(*daemon);
+  const long descriptors = descriptors_of(daemon->pid());
+  const long threads = status_of(daemon->pid(), "Threads");
+  const std::string help = kHelp;
+  for (int round = 0; round < 2; ++round) {
+    std::vector<Console> all;
+    for (int i = 0; i < 1000; ++i) {
+      all.emplace_back(daemon->console_port());
+      ASSERT_TRUE(all.back().connected() && all.back().log_in()) << i;
+    }
+    EXPECT_TRUE(Console(daemon->console_port()).closes());  // one too many
+    for (const Console& console : all)
+      console.send("help\r\n");
+    for (const Console& console : all)
+      ASSERT_EQ(console.read(help.size()), help);
+    EXPECT_GE(status_of(daemon->pid(), "Threads"), 1000);
+    all.clear();
+    EXPECT_TRUE(support::wait_until([&] {
+      return descriptors_of(daemon->pid()) == descriptors &&
+             status_of(daemon->pid(), "Threads") == threads;
+    }));
+  }
+  expect_service(*daemon);
+}
+
+TEST(ConsoleHardships, thousands_of_reconnects_leave_nothing_behind) {
+  auto daemon = daemon_with("cli_connection_limit=100\n");
+  expect_service(*daemon);
+  const long descriptors = descriptors_of(daemon->pid());
+  long memory = 0;
+  for (int i = 0; i < 4000; ++i) {
+    Console console(daemon->console_port());
+    switch (i % 4) {
+      case 0:  // connects and vanishes
+        break;
+      case 1:
+        console.abort();
+        break;
+      case 2:
+        console.send("login\r\nhelp\r\n");  // and leaves before the answer
+        break;
+      default:
+        if (i % 40 == 3)
+          expect_service(*daemon);
+    }
+    if (i == 2000)
+      memory = status_of(daemon->pid(), "VmRSS");
+  }
+  EXPECT_TRUE(support::wait_until([&] { return descriptors_of(daemon->pid()) == descriptors; }));
+  EXPECT_LT(status_of(daemon->pid(), "VmRSS") - memory, kSanitized ? 65536 : 1024);
+  expect_service(*daemon);
+}
+
+/// A database server that takes connections and never says a word.
+class SilentServer {
+ public:
+  SilentServer() : port_(support::free_port()), fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port_));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(listen(fd_, 100), 0);
+  }
+  ~SilentServer() { close(fd_); }
+  int port() const { return port_; }
+  /// Takes all connections that have come; how many that makes.
+  int taken() {
+    int client;
+    while ((client = accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK)) >= 0 || errno == EINTR)
+      clients_.push_back(client);
+    return static_cast<int>(clients_.size());
+  }
+
+ private:
+  int port_;
+  int fd_;
+  std::vector<int> clients_;
+};
+
+TEST(ConsoleHardships, a_command_is_answered_when_the_poll_cycle_ends) {
+  constexpr int kDatabases = 3;
+  SilentServer silent;
+  DaemonHarness daemon;
+  std::string list;
+  for (int i = 0; i < kDatabases; ++i) {
+    const std::string name = "db" + std::to_string(i);
+    list += support::database_section(name, silent.port(), name);
+  }
+  daemon.write_database_list(list);
+  setenv("PGCONNECT_TIMEOUT", "2", 1);
+  daemon.start();
+  unsetenv("PGCONNECT_TIMEOUT");
+  const Console console(daemon.console_port());
+  ASSERT_TRUE(console.log_in());
+  // The cycle is at its first database; the answer comes before the next cycle's first.
+  ASSERT_TRUE(daemon.wait_log("WEB task DB connect failed", 1));
+  console.send("get_conf\r\n");
+  EXPECT_THAT(console.read_until("rows)\r\n"), HasSubstr("(3 rows)"));
+  EXPECT_LE(support::count_of(daemon.log(), "WEB task DB connect failed"), kDatabases);
+  expect_service(daemon);  // commands without the list are answered at once
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+/// A client of the operator console that a test holds in its hand.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace support {
+
+class Console {
+ public:
+  /// Connects to the port of 127.0.0.1; see connected(). `receive_buffer` in bytes makes a client
+  /// that takes little before it has to read.
+  explicit Console(int port, int receive_buffer = 0);
+  ~Console();
+  Console(Console&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  Console& operator=(Console&&) = delete;
+
+  bool connected() const { return fd_ >= 0; }
+
+  /// Sends all of it, or as much as the connection takes at once; the bytes sent.
+  void send(std::string_view bytes) const;
+  size_t send_what_fits(std::string_view bytes) const;
+
+  /// Reads exactly as many bytes; fewer when the daemon closes or nothing comes for a long time.
+  std::string read(size_t length) const;
+  /// Reads up to and including `end`.
+  std::string read_until(std::string_view end) const;
+  /// Whether the daemon has closed the connection, or does so before long; what comes before that
+  /// is thrown away.
+  bool closes(int seconds = 20) const;
+  /// What has come so far.
+  std::string received() const;
+
+  /// Sends the login line and reads the welcome; whether it came.
+  bool log_in(std::string_view arguments = "") const;
+  /// Resets the connection instead of closing it.
+  void abort();
+
+ private:
+  int fd_ = -1;
+};
+
+}  // namespace support
