@@ -22,7 +22,7 @@ CREATE TEMPORARY VIEW both_prices AS
   FROM rerated_egress new JOIN :day_table old USING (session_id, egress_id)
   LEFT JOIN rate ON rate_id = new.egress_rate_id AND new.egress_rate >= 0;
 
-\echo Two calls of each kind, on the customers\' side:
+\echo 'Two calls of each kind, on the side of the customers (ingress):'
 WITH kinds AS (
   SELECT *, CASE WHEN new_rate < 0 AND old_rate IS NULL THEN '8 never had a price'
                  WHEN new_rate < 0 THEN '7 no price any more'
@@ -38,11 +38,13 @@ WITH kinds AS (
 )
 SELECT substr(kind, 3) AS "kind of call", dialled, left(orig_code_name, 26) AS destination,
        to_char(began, 'HH24:MI') AS began, seconds, round(old_rate, 4) AS "old rate", old_billed AS "billed s",
-       round(old_cost, 5) AS "old cost", CASE WHEN new_rate < 0 THEN '-1' ELSE round(new_rate, 4)::text END AS "new rate",
+       round(old_cost, 5) AS "old cost", CASE WHEN new_rate < 0 THEN -1 ELSE round(new_rate, 4) END AS "new rate",
        new_billed AS "billed s", round(new_cost, 5) AS "new cost"
 FROM numbered WHERE number <= 2 ORDER BY kind, session_id;
 
-\echo Totals of each trunk (calls without a price keep the old figures in the file and are left out of both sums):
+\echo 'A call without a price gets the rate -1 and keeps its other columns. A zero price is written in the same way.'
+\echo
+\echo 'Totals of each trunk, without the calls that have no price:'
 SELECT side, coalesce(alias, 'all') AS trunk, count(*) AS calls, count(*) FILTER (WHERE new_rate < 0) AS "without price",
        round(sum(old_cost) FILTER (WHERE new_rate >= 0), 4) AS "old total",
        round(sum(new_cost) FILTER (WHERE new_rate >= 0), 4) AS "new total",
