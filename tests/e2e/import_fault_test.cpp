@@ -15,6 +15,7 @@
 
 namespace {
 
+using e2e::waiting;
 using support::DaemonHarness;
 using support::Ending;
 using support::Session;
@@ -86,16 +87,6 @@ const Phase kPhases[] = {
      "44|9|2020-01-01|\n44|0.5|2024-03-01|\n49|0.6|2024-03-01|\n"},
 };
 
-/// How many statements of the daemon wait for a lock in the session's database, after `action`
-/// ("pid", or a function of it) was done to them. Not for use within a transaction, which would see
-/// the same moment again and again.
-std::string waiting(Session& portal, const std::string& beginning, const std::string& action) {
-  return portal.value("SELECT count(" + action +
-                      ") FROM pg_stat_activity WHERE wait_event_type = 'Lock' AND"
-                      " datname = current_database() AND starts_with(query, '" +
-                      beginning + "')");
-}
-
 /// Starts a job in each phase's database and waits until each is held up in its phase.
 std::vector<Session> hold_up_jobs(DaemonHarness& daemon) {
   std::vector<Session> lockers;
@@ -109,8 +100,7 @@ std::vector<Session> hold_up_jobs(DaemonHarness& daemon) {
   daemon.start();
   for (const Phase& phase : kPhases) {
     Session portal = e2e::cluster().connect(phase.database);
-    EXPECT_TRUE(support::wait_until([&] { return waiting(portal, phase.waits_for, "pid") == "1"; }))
-        << phase.database;
+    EXPECT_TRUE(e2e::wait_waiting(portal, phase.waits_for)) << phase.database;
   }
   return lockers;
 }

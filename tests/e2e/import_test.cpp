@@ -11,6 +11,7 @@
 namespace {
 
 using e2e::Columns;
+using e2e::day;
 using support::DaemonHarness;
 using support::Row;
 using support::Session;
@@ -68,14 +69,6 @@ std::string stored(const std::string& code, const std::string& rate, const std::
                    const std::string& end = "NULL") {
   return "INSERT INTO rate (rate_table_id, code, rate, effective_date, end_date) VALUES (7,'" +
          code + "'," + rate + ",'" + effective + " 00:00:00+00'," + end + ");";
-}
-
-/// A calendar day so many days from today, YYYY-MM-DD.
-std::string day(int days) {
-  const time_t then = time(nullptr) + days * time_t{86400};
-  char text[16];
-  strftime(text, sizeof text, "%Y-%m-%d", gmtime(&then));
-  return text;
 }
 
 TEST(Import, EveryColumnReachesTheTableAndTheJobRow) {
