@@ -107,7 +107,7 @@ TEST(Import, EveryColumnReachesTheTableAndTheJobRow) {
                           "Download: [0-9]+, Process: [0-9]+, Delete: 0, Update: 0, Copy: [0-9]+"));
   EXPECT_THAT(job[3], MatchesRegex(daemon->path().string() +
                                    "/result_log/[0-9]{8}/127.0.0.1-columns/" + id + "/"));
-  EXPECT_EQ(std::filesystem::status(job[3]).permissions(), std::filesystem::perms(0777));
+  EXPECT_TRUE(e2e::wait_open_to_all(job[3]));
 
   const std::string completed = "127.0.0.1-columns rate upload task 1 have been completed, ";
   for (const std::string& line :

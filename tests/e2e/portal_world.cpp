@@ -64,6 +64,12 @@ std::string job_end(Session& portal, const std::string& table, const std::string
   return portal.value("SELECT " + expression + row);
 }
 
+bool wait_open_to_all(const std::filesystem::path& folder) {
+  return support::wait_until([&] {
+    return std::filesystem::status(folder).permissions() == std::filesystem::perms(0777);
+  });
+}
+
 std::string waiting(Session& portal, const std::string& beginning, const std::string& action) {
   return portal.value("SELECT count(" + action +
                       ") FROM pg_stat_activity WHERE wait_event_type = 'Lock' AND"

@@ -33,6 +33,10 @@ std::string insertion(const std::string& table, const Columns& columns);
 std::string job_end(support::Session& portal, const std::string& table, const std::string& id,
                     const std::string& expression);
 
+/// Waits until everyone may read and write the folder: the last thing that a job does to it, after
+/// its row has ended.
+bool wait_open_to_all(const std::filesystem::path& folder);
+
 /// How many statements of the daemon that start with `beginning` wait for a lock in the session's
 /// database, after `action` ("pid", or a function of it) was done to them. Not for use within a
 /// transaction, which would see the same moment again and again.
