@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -136,6 +137,14 @@ std::string qvn_format(const char* format, ...) {
   std::vsnprintf(text.data(), text.size() + 1, format, arguments);
   va_end(arguments);
   return text;
+}
+
+std::string_view qvn_money_text(std::span<char, kMoneyTextSize> out, float amount) {
+  constexpr int kDecimals = 6;
+  char* const begin = out.data();
+  const auto result = std::to_chars(begin, begin + out.size(), static_cast<double>(amount),
+                                    std::chars_format::fixed, kDecimals);
+  return {begin, result.ptr};
 }
 
 char* qvn_skip_blanks(char* text) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 /// Releases what the heap-copy helpers return.
 struct qvn_heap_text_free {
@@ -41,6 +42,13 @@ using qvn_heap_text = std::unique_ptr<char, qvn_heap_text_free>;
 
 /// Formats into a text of any length. Throws std::bad_alloc when memory runs out.
 [[nodiscard, gnu::format(printf, 1, 2)]] std::string qvn_format(const char* format, ...);
+
+/// Room for any amount of money as a text: a single has up to 39 digits before the point.
+inline constexpr std::size_t kMoneyTextSize = 64;
+
+/// Writes the amount with six decimals, as "%f" would print it, into `out`; returns what was
+/// written.
+[[nodiscard]] std::string_view qvn_money_text(std::span<char, kMoneyTextSize> out, float amount);
 
 /// The text, or an empty one when it is absent: what every "%s" is given.
 [[nodiscard]] inline const char* qvn_or_empty(const char* text) {

@@ -10,6 +10,7 @@
 #include "db/qvn_db_conf.h"
 #include "db/qvn_task.h"
 #include "rate_upload/qvn_rate_upload.h"
+#include "rerate/qvn_rerate.h"
 
 namespace {
 
@@ -64,12 +65,12 @@ void free_db_table() {
 
 int32_t qvn_core_init() {
   QVN_LOG(kLogNotice, "Start all module initial...\n");
-  return run_steps({create_db_table, qvn_task_init, qvn_rate_upload_init});
+  return run_steps({create_db_table, qvn_task_init, qvn_rerate_init, qvn_rate_upload_init});
 }
 
 int32_t qvn_core_module_conf() {
   QVN_LOG(kLogNotice, "Start loading moule configuration\n");
-  if (configure(load_db_info, "Database list") != 0) {
+  if (configure(load_db_info, "Database list") != 0 || configure(qvn_rerate_conf, "Rerate") != 0) {
     return -1;
   }
   return configure(qvn_rate_upload_conf, "Rate Upload");
@@ -77,7 +78,7 @@ int32_t qvn_core_module_conf() {
 
 int32_t qvn_core_start() {
   QVN_LOG(kLogNotice, "Start running...\n");
-  return run_steps({qvn_rate_upload_start, qvn_task_start});
+  return run_steps({qvn_rerate_start, qvn_rate_upload_start, qvn_task_start});
 }
 
 int32_t qvn_core_run() {
@@ -98,12 +99,14 @@ int32_t qvn_core_set_exit() {
 
 void qvn_core_exit() {
   (void)qvn_task_exit();
+  (void)qvn_rerate_exit();
   (void)qvn_rate_upload_exit();
   qvn_log_exit();
 }
 
 void qvn_core_uninit() {
   (void)qvn_rate_upload_uninit();
+  (void)qvn_rerate_uninit();
   (void)qvn_task_uninit();
   qvn_log_uninit();
   (void)qvn_log_file_close();

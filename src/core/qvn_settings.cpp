@@ -20,30 +20,9 @@ uint32_t number32(const char* value) {
   return static_cast<uint32_t>(std::strtol(value, nullptr, 10));  // cut to the field's 32 bits
 }
 
-int32_t refuse(const char* message) {
-  QVN_LOG(kLogNotice, "%s", message);
+int32_t refuse(const char* message, const char* source = kLogSource) {
+  (void)qvn_log_print(source, __LINE__, kLogNotice, 0, "%s", message);
   return -1;
-}
-
-/// A 16-bit setting with its range and messages.
-struct number_setting {
-  uint16_t qvn_core_ctrl::*field;
-  uint16_t lowest;
-  uint16_t highest;
-  const char* when_empty;
-  const char* when_out_of_range;
-};
-
-int32_t read_number(const number_setting& setting, const char* value) {
-  if (zstr(value)) {
-    return refuse(setting.when_empty);
-  }
-  const uint16_t number = qvn_conf_number16(value);
-  g_core_ctrl->*setting.field = number;
-  if (number < setting.lowest || number > setting.highest) {
-    return refuse(setting.when_out_of_range);
-  }
-  return 0;
 }
 
 int32_t read_text(std::string qvn_core_ctrl::*field, const char* value, const char* when_empty) {
@@ -91,16 +70,16 @@ int32_t read_listen_ip(const char* value) {
   return 0;
 }
 
-constexpr number_setting kListenPort = {&qvn_core_ctrl::cli_listen_port, 1024, 65534,
-                                        "The CLI server listen port item MUST be configurate\n",
-                                        "The CLI server listen port MUST be in 1024 - 65534\n"};
+constexpr qvn_number_setting kListenPort = {&qvn_core_ctrl::cli_listen_port, 1024, 65534,
+                                            "The CLI server listen port item MUST be configurate\n",
+                                            "The CLI server listen port MUST be in 1024 - 65534\n"};
 
-constexpr number_setting kConnectionExpires = {
+constexpr qvn_number_setting kConnectionExpires = {
     &qvn_core_ctrl::cli_connection_expires, 10, 3600,
     "The CLI connection  expires item MUST be configurate\n",
     "The CLI connection expires MUST be in 10 - 3600\n"};
 
-constexpr number_setting kConnectionLimit = {
+constexpr qvn_number_setting kConnectionLimit = {
     &qvn_core_ctrl::cli_connection_limit, 1, kMaxCliConnections,
     "The CLI connection limit count item MUST be configurate\n",
     "The CLI connection limit count MUST be in 1 - 1000\n"};
@@ -114,6 +93,34 @@ int32_t read_section(const char* section, conf_callback handler) {
 
 uint16_t qvn_conf_number16(const char* value) {
   return static_cast<uint16_t>(std::strtol(value, nullptr, 10));  // cut to the field's 16 bits
+}
+
+int32_t qvn_conf_read_number(const qvn_number_setting& setting, const char* value,
+                             const char* source) {
+  if (zstr(value)) {
+    return refuse(setting.when_empty, source);
+  }
+  const uint16_t number = qvn_conf_number16(value);
+  g_core_ctrl->*setting.field = number;
+  if (number < setting.lowest || number > setting.highest) {
+    return refuse(setting.when_out_of_range, source);
+  }
+  return 0;
+}
+
+int32_t qvn_conf_read_directory(std::string& directory, const char* value, const char* when_empty,
+                                const char* source) {
+  constexpr std::size_t kMostCharacters = 197;
+  if (zstr(value)) {
+    return refuse(when_empty, source);
+  }
+  char path[kMostCharacters + 2] = {};  // a slash and a NUL behind the value
+  std::memcpy(path, value, strnlen(value, kMostCharacters));
+  const std::size_t length = std::strlen(path);
+  if (path[length - 1] != '/') {
+    path[length] = '/';
+  }
+  return qvn_core_assign(directory, path) ? 0 : -1;
 }
 
 int32_t qvn_default_conf_init() {
@@ -160,13 +167,13 @@ int32_t read_cli_config(const char* key, const char* value) {
     return read_listen_ip(value);
   }
   if (is("cli_listen_port")) {
-    return read_number(kListenPort, value);
+    return qvn_conf_read_number(kListenPort, value, kLogSource);
   }
   if (is("cli_connection_expires")) {
-    return read_number(kConnectionExpires, value);
+    return qvn_conf_read_number(kConnectionExpires, value, kLogSource);
   }
   if (is("cli_connection_limit")) {
-    return read_number(kConnectionLimit, value);
+    return qvn_conf_read_number(kConnectionLimit, value, kLogSource);
   }
   if (is("cli_login_user")) {
     return read_text(&qvn_core_ctrl::cli_login_user, value,

@@ -188,10 +188,37 @@ int32_t copy_load_fields(PGconn* connection, const char* sql, std::size_t column
   });
 }
 
-void clear_empty_quotes(char* field) {
-  if (std::strcmp(field, "\"\"") == 0) {
-    *field = '\0';
+/// A field is kept as its first character, or with its length.
+void keep_field(char*& field, char* begin, const char* /*end*/) {
+  field = begin;
+}
+void keep_field(std::string_view& field, char* begin, const char* end) {
+  field = {begin, end};
+}
+
+template <class Field>
+void end_field(Field& field, char* begin, char* end) {
+  if (end - begin == 2 && begin[0] == '"' && begin[1] == '"') {
+    end = begin;
   }
+  *end = '\0';
+  keep_field(field, begin, end);
+}
+
+template <class Field>
+void split_row(char* row, std::span<Field> fields) {
+  const std::size_t last = fields.size() - 1;
+  char* begin = row;
+  for (std::size_t index = 0; index < last; ++index) {
+    char* const comma = std::strchr(begin, ',');
+    if (!comma) {
+      keep_field(fields[index], begin, begin + std::strlen(begin));
+      return;
+    }
+    end_field(fields[index], begin, comma);
+    begin = comma + 1;
+  }
+  end_field(fields[last], begin, begin + std::strcspn(begin, "\n"));
 }
 
 }  // namespace
@@ -302,17 +329,9 @@ int32_t qvn_db_data_copy_load_p3(PGconn* connection, const char* sql, std::size_
 }
 
 void pg_row_csv_parse(char* row, std::span<char*> fields) {
-  const std::size_t last = fields.size() - 1;
-  std::size_t index = 0;
-  fields[0] = row;
-  for (char* comma = std::strchr(row, ','); comma; comma = std::strchr(comma + 1, ',')) {
-    *comma = '\0';
-    clear_empty_quotes(fields[index]);
-    fields[++index] = comma + 1;
-    if (index == last) {
-      fields[last][std::strcspn(fields[last], "\n")] = '\0';
-      clear_empty_quotes(fields[last]);
-      return;
-    }
-  }
+  split_row(row, fields);
+}
+
+void pg_row_csv_parse(char* row, std::span<std::string_view> fields) {
+  split_row(row, fields);
 }

@@ -8,9 +8,11 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <libpq-fe.h>
 #include <memory>
 #include <span>
+#include <string_view>
 
 struct pg_connection_close {
   void operator()(PGconn* connection) const noexcept { PQfinish(connection); }
@@ -58,6 +60,12 @@ int32_t qvn_db_progress(PGconn* connection, const char* sql, const char* source)
 [[nodiscard]] int32_t qvn_db_data_select_p1(PGconn* connection, const char* sql,
                                             pg_row_context_fn on_row, void* context);
 
+/// A column of a row as a base-10 number, cut to the width of T; 0 for a null and for other texts.
+template <class T>
+[[nodiscard]] T qvn_pg_number(const PGresult* result, int row, int column) {
+  return static_cast<T>(std::strtol(PQgetvalue(result, row, column), nullptr, 10));
+}
+
 /// Reads the first column of the last row as a number; untouched when there is no row. 0, or -1,
 /// with a NOTICE, when sending failed.
 [[nodiscard]] int32_t qvn_get_max_record(PGconn* connection, const char* sql, int64_t* value,
@@ -88,3 +96,4 @@ int32_t qvn_db_progress(PGconn* connection, const char* sql, const char* source)
 /// all the CSV there is. When the row ends early the fields not reached keep what they held, and
 /// the last one reached keeps its line feed.
 void pg_row_csv_parse(char* row, std::span<char*> fields);
+void pg_row_csv_parse(char* row, std::span<std::string_view> fields);

@@ -31,6 +31,11 @@ struct qvn_job {
   /// Does the work and reports it, in the job's own worker thread.
   virtual void run() noexcept = 0;
 
+  /// Whether `other`, which may be null, comes from the same row of the same database.
+  [[nodiscard]] bool is_same_as(const qvn_job* other) const {
+    return other && other->id == id && other->label == label;
+  }
+
   uint32_t id = 0;       ///< the job row's id
   std::string label;     ///< key of its database, "host-database name"
   std::string conninfo;  ///< connection string of its database

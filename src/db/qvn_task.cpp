@@ -14,6 +14,7 @@
 #include "db/qvn_db.h"
 #include "db/qvn_db_conf.h"
 #include "rate_upload/qvn_rate_upload.h"
+#include "rerate/qvn_rerate.h"
 
 namespace {
 
@@ -58,7 +59,8 @@ int32_t visit(db_info* database) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
   if (!connection) {
     return 0;
   }
-  return qvn_rate_upload_task_get(connection.get(), database);
+  const int32_t reratings = qvn_rerate_task_get(connection.get(), database);
+  return reratings | qvn_rate_upload_task_get(connection.get(), database);
 }
 
 int32_t visit_all() {

@@ -191,6 +191,14 @@ void rate_node_drop(rate_node* rate) {
   qvn_slab::release(rate);
 }
 
+void jurisdiction_prefix_node_drop(jurisdiction_prefix_node* prefix) {
+  qvn_slab::release(prefix);
+}
+
+void time_profile_node_drop(time_profile_node* profile) {
+  qvn_slab::release(profile);
+}
+
 void rate_node_link(rp_hash_node* node, rate_node* rate) {
   link_sorted(node, rate, [](const rate_node& left, const rate_node& right) {
     return left.effective_date < right.effective_date;

@@ -111,8 +111,10 @@ struct rate_texts {
     std::string_view id, std::string_view jurisdiction_id);
 [[nodiscard]] time_profile_node* time_profile_node_create(std::string_view time_profile_id);
 
-/// Frees a rate that is in no list.
+/// Free a record that is in no list; nothing for null.
 void rate_node_drop(rate_node* rate);
+void jurisdiction_prefix_node_drop(jurisdiction_prefix_node* prefix);
+void time_profile_node_drop(time_profile_node* profile);
 
 /// Link a record into its place of the node's sorted list and count it; the node owns it from then
 /// on. A time profile takes the place of the one that the node held, which is freed; of two code

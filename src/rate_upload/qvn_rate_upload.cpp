@@ -1,6 +1,5 @@
 #include "rate_upload/qvn_rate_upload.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -33,37 +32,10 @@ struct qvn_rate_upload_ctrl {
 
 qvn_rate_upload_ctrl* g_rate_upload_ctrl = nullptr;
 
-int32_t refuse(const char* message) {
-  QVN_LOG(kLogNotice, "%s", message);
-  return -1;
-}
-
-int32_t read_result_directory(const char* value) {
-  constexpr std::size_t kMostCharacters = 197;
-  if (zstr(value)) {
-    return refuse("The basic directory of result file item MUST be configurate\n");
-  }
-  char directory[kMostCharacters + 2] = {};  // a slash and a NUL behind the value
-  std::memcpy(directory, value, strnlen(value, kMostCharacters));
-  const std::size_t length = std::strlen(directory);
-  if (directory[length - 1] != '/') {
-    directory[length] = '/';
-  }
-  return qvn_core_assign(g_rate_upload_ctrl->result_directory, directory) ? 0 : -1;
-}
-
-int32_t read_max_task(const char* value) {
-  constexpr uint16_t kLowest = 5;
-  constexpr uint16_t kHighest = 300;
-  if (zstr(value)) {
-    return refuse("The max concurrent rate upload task item MUST be configurate\n");
-  }
-  g_core_ctrl->max_rate_upload_task = qvn_conf_number16(value);
-  if (g_core_ctrl->max_rate_upload_task < kLowest || g_core_ctrl->max_rate_upload_task > kHighest) {
-    return refuse("The max concurrent rate upload task MUST be in 5 - 300\n");
-  }
-  return 0;
-}
+constexpr qvn_number_setting kMaxTask = {
+    &qvn_core_ctrl::max_rate_upload_task, 5, 300,
+    "The max concurrent rate upload task item MUST be configurate\n",
+    "The max concurrent rate upload task MUST be in 5 - 300\n"};
 
 // --- one row of the job table
 // ------------------------------------------------------------------------
@@ -87,14 +59,6 @@ constexpr const char* kJobQuery =
     "rate_date_format,rate_end_date,reduplicate_rate_action,code_deck_flag,use_ocn_lata_code from "
     "rate_upload_task where status=0 order by id asc limit 2;";
 
-int32_t number_of(const PGresult* result, int row, job_column column) {
-  return static_cast<int32_t>(std::strtol(PQgetvalue(result, row, column), nullptr, 10));
-}
-
-uint8_t flag_of(const PGresult* result, int row, job_column column) {
-  return static_cast<uint8_t>(number_of(result, row, column));  // cut to the flag's 8 bits
-}
-
 /// Without trailing blanks and without one trailing slash, but "/" stays.
 std::string trimmed_path(const char* column) {
   std::string path = column;
@@ -111,16 +75,16 @@ std::unique_ptr<rate_upload_task> make_task(const PGresult* result, int row,
                                             const db_info& database) {
   const auto text_of = [&](job_column column) { return PQgetvalue(result, row, column); };
   auto task = std::make_unique<rate_upload_task>();
-  task->id = static_cast<uint32_t>(number_of(result, row, kId));
+  task->id = qvn_pg_number<uint32_t>(result, row, kId);
   task->upload_file_path = trimmed_path(text_of(kUploadFilePath));
   task->upload_format_file = text_of(kUploadFormatFile);
   task->rate_table_id = text_of(kRateTableId);
   task->rate_table_code_deck_id = text_of(kRateTableCodeDeckId);
   task->rate_date_format = text_of(kRateDateFormat);
   task->rate_end_date = text_of(kRateEndDate);
-  task->reduplicate_rate_action = number_of(result, row, kReduplicateRateAction);
-  task->code_deck_flag = flag_of(result, row, kCodeDeckFlag);
-  task->use_ocn_lata_code = flag_of(result, row, kUseOcnLataCode);
+  task->reduplicate_rate_action = qvn_pg_number<int32_t>(result, row, kReduplicateRateAction);
+  task->code_deck_flag = qvn_pg_number<uint8_t>(result, row, kCodeDeckFlag);
+  task->use_ocn_lata_code = qvn_pg_number<uint8_t>(result, row, kUseOcnLataCode);
   task->start_time = std::time(nullptr);
   task->conninfo = database.conninfo;
   task->label = qvn_db_key_make(database.host, database.name).text;
@@ -131,10 +95,6 @@ std::unique_ptr<rate_upload_task> make_task(const PGresult* result, int row,
 // ---------------------------------------------------------------------------------------
 
 enum verdict : int32_t { kAdmitted = 0, kSameJob = 1, kSameRateTable = 2 };
-
-bool same_job(const qvn_job& fresh, const qvn_job* other) {
-  return other && other->id == fresh.id && other->label == fresh.label;
-}
 
 /// Two jobs without a rate table are not duplicates: each is refused for itself later.
 bool same_rate_table(const qvn_job& fresh, const qvn_job* other) {
@@ -148,7 +108,7 @@ bool same_rate_table(const qvn_job& fresh, const qvn_job* other) {
 /// Looks at the first waiting and the first running job only: enough for the row that a poll offers
 /// again while it is being started, and cheap however many jobs there are.
 int32_t judge(const qvn_job& fresh, const qvn_job* first_waiting, const qvn_job* first_running) {
-  if (same_job(fresh, first_waiting) || same_job(fresh, first_running)) {
+  if (fresh.is_same_as(first_waiting) || fresh.is_same_as(first_running)) {
     return kSameJob;
   }
   if (same_rate_table(fresh, first_waiting) || same_rate_table(fresh, first_running)) {
@@ -245,10 +205,12 @@ const std::string& qvn_rate_upload_result_directory() {
 
 int32_t read_rate_upload_config(const char* key, const char* value) {
   if (strcasecmp(key, "result_directory") == 0) {
-    return read_result_directory(value);
+    return qvn_conf_read_directory(g_rate_upload_ctrl->result_directory, value,
+                                   "The basic directory of result file item MUST be configurate\n",
+                                   kLogSource);
   }
   if (strcasecmp(key, "max_rate_upload_task") == 0) {
-    return read_max_task(value);
+    return qvn_conf_read_number(kMaxTask, value, kLogSource);
   }
   return 0;
 }

@@ -34,12 +34,8 @@ void append_number(std::string& buffer, uint16_t number, char end) {
 }  // namespace
 
 void append_money(std::string& buffer, float amount) {
-  constexpr int kDecimals = 6;
-  char digits[64];  // the largest single has 39 digits before the point
-  const auto result =
-      std::to_chars(std::begin(digits), std::end(digits), static_cast<double>(amount),
-                    std::chars_format::fixed, kDecimals);
-  buffer.append(digits, result.ptr);
+  char digits[kMoneyTextSize];
+  buffer += qvn_money_text(digits, amount);
 }
 
 void rate_copy_line_append(std::string& buffer, const std::string& rate_table_id,

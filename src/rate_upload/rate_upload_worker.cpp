@@ -6,9 +6,8 @@
 #include <new>
 
 #include "base/qvn_log.h"
-#include "base/qvn_shell.h"
 #include "base/qvn_text.h"
-#include "base/qvn_time.h"
+#include "db/qvn_job_folder.h"
 #include "rate_upload/qvn_rate_upload.h"
 #include "rate_upload/rate_reconcile.h"
 #include "rate_upload/rate_upload_task.h"
@@ -31,18 +30,10 @@ bool connect(rate_upload_task& task) {
          refuse(task, "%s rate upload task %u DB connect failed, wait for restart\n", "");
 }
 
-/// Makes the directory of the result files. That it cannot be made shows when the files are
-/// created.
 bool make_result_directory(rate_upload_task& task) {
-  tm today{};
-  if (!qvn_gmtime_r(&today)) {
-    return refuse(task, "%s rate upload task %u mkdir result path failed, wait for restart\n", "");
-  }
-  task.result_path = qvn_format("%s%04d%02d%02d/%s/%u/", qvn_rate_upload_result_directory().c_str(),
-                                today.tm_year + 1900, today.tm_mon + 1, today.tm_mday,
-                                task.label.c_str(), task.id);
-  (void)qvn_shell(qvn_format("mkdir -p %s", task.result_path.c_str()));
-  return true;
+  task.result_path = qvn_job_folder_make(qvn_rate_upload_result_directory(), task);
+  return !task.result_path.empty() ||
+         refuse(task, "%s rate upload task %u mkdir result path failed, wait for restart\n", "");
 }
 
 bool make_code_table(rate_upload_task& task) {
@@ -153,13 +144,6 @@ void write_final_row(rate_upload_task& task) {
   task.connection.reset();
 }
 
-/// Lets the portal's own system user read, correct and remove the result files.
-void open_result_directory(const rate_upload_task& task) {
-  if (!task.result_path.empty()) {
-    (void)qvn_shell(qvn_format("chmod -R 777 %s", task.result_path.c_str()));
-  }
-}
-
 void log_outcome(const rate_upload_task& task) {
   const char* const label = task.label.c_str();
   const int id = static_cast<int>(task.id);
@@ -192,7 +176,7 @@ void rate_upload_task::run() noexcept {
   }
   try {
     write_final_row(*this);
-    open_result_directory(*this);
+    qvn_job_folder_open(result_path);
   } catch (const std::bad_alloc&) {
     report_memory_shortage(*this);
   }

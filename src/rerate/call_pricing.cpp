@@ -1,0 +1,226 @@
+#include "rerate/call_pricing.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+#include <tuple>
+
+#include "base/qvn_text.h"
+
+namespace {
+
+constexpr int64_t kSecondsADay = 86'400;
+constexpr int32_t kHoursADay = 24;
+constexpr int32_t kDaysAWeek = 7;
+
+/// A moment in UTC.
+struct clock_reading {
+  int32_t weekday;  ///< 1 Monday to 7 Sunday
+  int32_t hour;
+  int32_t minute;
+  int32_t second;
+};
+
+clock_reading utc_clock(int64_t time) {
+  constexpr int64_t kEpochWeekday = 4;  // a Thursday
+  int64_t day = time / kSecondsADay;
+  int64_t rest = time % kSecondsADay;
+  if (rest < 0) {
+    rest += kSecondsADay;
+    --day;
+  }
+  const int64_t weekday = ((day + kEpochWeekday - 1) % kDaysAWeek + kDaysAWeek) % kDaysAWeek + 1;
+  return {static_cast<int32_t>(weekday), static_cast<int32_t>(rest / 3600),
+          static_cast<int32_t>(rest / 60 % 60), static_cast<int32_t>(rest % 60)};
+}
+
+/// Moves hour and weekday into a time zone, whole hours from UTC.
+clock_reading shifted(clock_reading clock, int32_t zone) {
+  clock.hour += zone;
+  if (clock.hour >= kHoursADay) {
+    clock.hour -= kHoursADay;
+    clock.weekday = clock.weekday == kDaysAWeek ? 1 : clock.weekday + 1;
+  } else if (clock.hour < 0) {
+    clock.hour += kHoursADay;
+    clock.weekday = clock.weekday == 1 ? kDaysAWeek : clock.weekday - 1;
+  }
+  return clock;
+}
+
+bool within_weekdays(const time_profile_node& profile, const clock_reading& clock) {
+  return clock.weekday >= profile.start_week && clock.weekday <= profile.end_week;
+}
+
+bool within_hours(const time_profile_node& profile, const clock_reading& clock) {
+  const auto minute = std::tie(clock.minute, clock.second);
+  const bool before_end = minute <= std::tie(profile.end_minute, profile.end_second);
+  if (clock.hour > profile.start_hour) {
+    return clock.hour < profile.end_hour || (clock.hour == profile.end_hour && before_end);
+  }
+  if (clock.hour == profile.start_hour) {
+    return minute >= std::tie(profile.start_minute, profile.start_second) &&
+           (clock.hour != profile.end_hour || before_end);
+  }
+  return clock.hour == profile.end_hour && before_end;
+}
+
+bool in_force(const rate_node& rate, int64_t time) {
+  return rate.effective_date <= time && (rate.end_date == 0 || rate.end_date >= time);
+}
+
+bool profile_allows(const pricing_terms& terms, const char* profile_id, int64_t time) {
+  if (!profile_id) {
+    return true;
+  }
+  const rp_hash_node* const node = rp_hash_match_all(&terms.time_profiles, profile_id);
+  return node && node->items &&
+         time_profile_applies(*static_cast<const time_profile_node*>(node->items), time);
+}
+
+const rate_node* first_applicable(const pricing_terms& terms, const rp_hash_node& code,
+                                  int64_t time) {
+  const auto* rate = static_cast<const rate_node*>(code.items);
+  for (uint64_t left = rate ? code.item_count : 0; left > 0; --left, rate = rate->next) {
+    if (in_force(*rate, time) && profile_allows(terms, rate->time_profile_id, time)) {
+      return rate;
+    }
+  }
+  return nullptr;
+}
+
+/// Whether the calling number is too short or too long for its jurisdiction to be told.
+bool ani_out_of_bounds(const jurisdiction_settings& settings, std::string_view ani) {
+  const std::string_view prefix = settings.prefix;
+  if (prefix.empty()) {
+    return false;
+  }
+  const bool with_prefix = ani.starts_with(prefix);
+  const uint8_t shortest = with_prefix ? settings.prefix_min_length : settings.noprefix_min_length;
+  const uint8_t longest = with_prefix ? settings.prefix_max_length : settings.noprefix_max_length;
+  return shortest != 0 && longest != 0 && (ani.size() < shortest || ani.size() > longest);
+}
+
+/// The jurisdiction of a number, with the country's "1" in front; null when it is in none.
+const jurisdiction_prefix_node* jurisdiction_of(const pricing_terms& terms, const char* number) {
+  constexpr char kCountryPrefix = '1';
+  // No prefix is longer than the tree is deep.
+  char key[258] = {kCountryPrefix};
+  const std::size_t skip = *number == kCountryPrefix ? 0 : 1;
+  const std::size_t length = strnlen(number, sizeof key - 2);
+  std::memcpy(key + skip, number, length);
+  key[skip + length] = '\0';
+  const rp_hash_node* const node = rp_hash_search(&terms.jurisdictions, key);
+  return node ? static_cast<const jurisdiction_prefix_node*>(node->items) : nullptr;
+}
+
+bool same_jurisdiction(const jurisdiction_prefix_node& left,
+                       const jurisdiction_prefix_node& right) {
+  return std::strcmp(qvn_or_empty(left.jurisdiction_id), qvn_or_empty(right.jurisdiction_id)) == 0;
+}
+
+/// A 16-bit setting of a rate counts by its low 8 bits.
+uint8_t low_byte(uint16_t value) {
+  return static_cast<uint8_t>(value & 0xFFU);
+}
+
+/// Duration rounded up to the billing increment; a shorter call than the minimum is billed as that
+/// minimum, which need not be a multiple of the increment.
+uint16_t billed_seconds(int64_t duration, uint16_t min_time, uint8_t interval) {
+  if (duration <= min_time) {
+    return min_time;
+  }
+  const int64_t increments = duration / interval + (duration % interval != 0 ? 1 : 0);
+  // The billed time has 16 bits, though the product has more.
+  return static_cast<uint16_t>(static_cast<uint64_t>(increments) * interval);
+}
+
+}  // namespace
+
+bool time_profile_applies(const time_profile_node& profile, int64_t start_second) {
+  constexpr uint16_t kWeekly = 1;
+  constexpr uint16_t kDaily = 2;
+  if (profile.type != kWeekly && profile.type != kDaily) {
+    return true;
+  }
+  const clock_reading clock = shifted(utc_clock(start_second), profile.time_zone);
+  return (profile.type == kDaily || within_weekdays(profile, clock)) &&
+         within_hours(profile, clock);
+}
+
+const rate_node* choose_record(const pricing_terms& terms, const char* billed_number,
+                               int64_t start_second) {
+  const rp_hash_node* node = rp_hash_search(&terms.codes, billed_number);
+  for (; node; node = node->parent) {
+    // A rate without a code is nobody's default.
+    if (node->terminal != 1 || node->ch == 0) {
+      continue;
+    }
+    if (const rate_node* const rate = first_applicable(terms, *node, start_second)) {
+      return rate;
+    }
+  }
+  return nullptr;
+}
+
+rate_choice choose_rate(const pricing_terms& terms, const rate_node& record,
+                        const call_facts& call) {
+  if (ani_out_of_bounds(terms.jurisdiction, call.ani)) {
+    return {record.rate, kRateTypePlain};
+  }
+  if (terms.local_rates && call.rate_type == kRateTypeLocal && record.local_rate >= 0.0F) {
+    return {record.local_rate, kRateTypeLocal};
+  }
+  if (terms.jurisdictions) {
+    const jurisdiction_prefix_node* const from = jurisdiction_of(terms, call.ani);
+    const jurisdiction_prefix_node* const to = jurisdiction_of(terms, call.billed_number);
+    if (from && to) {
+      return same_jurisdiction(*from, *to) ? rate_choice{record.intra_rate, kRateTypeIntra}
+                                           : rate_choice{record.inter_rate, kRateTypeInter};
+    }
+  }
+  return {record.rate, kRateTypePlain};
+}
+
+call_charge charge_call(const pricing_terms& terms, const rate_node& record, float rate,
+                        int64_t duration) {
+  const uint8_t seconds = low_byte(record.seconds);
+  const uint8_t interval = low_byte(record.interval);
+  if (duration == 0 || seconds == 0 || interval == 0) {
+    return {};
+  }
+  call_charge charge;
+  charge.bill_time = billed_seconds(duration, record.min_time, interval);
+  const double minutes = static_cast<double>(charge.bill_time) / seconds;
+  charge.minutes = static_cast<float>(minutes);  // single precision, as all that is written
+  if (duration >= record.grace_time && rate >= BIILING_EPSINON) {
+    const double cost = static_cast<double>(record.setup_fee) + minutes * static_cast<double>(rate);
+    charge.cost = round_cost(static_cast<float>(cost), terms.rate_decimal, terms.rate_rounding);
+  }
+  return charge;
+}
+
+float round_cost(float cost, uint8_t decimals, uint8_t rounding) {
+  static constexpr std::array kStep = {1.0, 1e-1, 1e-2, 1e-3, 1e-4, 1e-5};
+  constexpr uint8_t kRoundUp = 0;
+  constexpr uint8_t kRoundHalfUp = 2;
+  if (decimals >= kStep.size()) {
+    return cost;  // no digit to drop: a cost is written with six decimals
+  }
+  std::array<char, kMoneyTextSize> text;
+  const std::string_view written = qvn_money_text(text, cost);
+  const std::size_t point = written.find('.');
+  if (point == std::string_view::npos) {
+    return cost;  // no number
+  }
+  const std::string_view dropped = written.substr(point + 1 + decimals);
+  const bool up =
+      decimals > 0 && ((rounding == kRoundUp && dropped.find_first_not_of('0') != dropped.npos) ||
+                       (rounding == kRoundHalfUp && dropped.front() > '4'));
+  const std::string_view kept = written.substr(0, point + 1 + decimals);
+  double rounded = 0.0;
+  (void)std::from_chars(kept.data(), kept.data() + kept.size(), rounded);
+  return static_cast<float>(up ? rounded + kStep[decimals] : rounded);
+}

@@ -1,0 +1,81 @@
+/// How one call is priced: which stored rate applies to it, which of that rate's prices, and what
+/// the call costs. Pure: no connection, clock, file or log.
+///
+/// Money is held in single precision; where a step is done in double precision its comment says so.
+#pragma once
+
+#include <cstdint>
+
+#include "rate/qvn_rate_table.h"
+
+/// The price of a call that has none.
+inline constexpr float kNoRate = -1.0F;
+
+/// Rate types as they are written to a call record. A local call is marked in the record itself.
+inline constexpr int32_t kRateTypeInter = 1;
+inline constexpr int32_t kRateTypeIntra = 2;
+inline constexpr int32_t kRateTypePlain = 3;
+inline constexpr int32_t kRateTypeLocal = 5;
+
+/// What the rating uses of a rate table's settings. A length of 0 is no limit.
+struct jurisdiction_settings {
+  const char* prefix = "";        ///< of calling numbers to be looked at; empty: any
+  uint8_t prefix_min_length = 0;  ///< of calling numbers with the prefix
+  uint8_t prefix_max_length = 0;
+  uint8_t noprefix_min_length = 0;  ///< of those without
+  uint8_t noprefix_max_length = 0;
+};
+
+/// What stands for all calls of a trunk and day.
+struct pricing_terms {
+  rp_hash_node* codes = nullptr;          ///< tree of the rate table's codes; null: no rates
+  rp_hash_node* time_profiles = nullptr;  ///< tree of time profiles by id
+  rp_hash_node* jurisdictions = nullptr;  ///< tree of prefixes of the rate table's country; null:
+                                          ///< jurisdictions do not count
+  jurisdiction_settings jurisdiction;
+  bool local_rates = false;   ///< local rates apply to local calls
+  uint8_t rate_decimal = 0;   ///< decimals of a cost
+  uint8_t rate_rounding = 0;  ///< 0: any dropped digit rounds up; 2: one above 4; else cut
+};
+
+/// What a call record says about a call; the texts are never null.
+struct call_facts {
+  const char* billed_number = "";
+  const char* ani = "";      ///< calling number
+  int64_t start_second = 0;  ///< since the epoch
+  int64_t duration = 0;      ///< seconds
+  int32_t rate_type = kRateTypePlain;
+};
+
+/// A price for one `seconds` unit of the record, or kNoRate, and the rate type to be written.
+struct rate_choice {
+  float rate = kNoRate;
+  int32_t rate_type = kRateTypePlain;
+};
+
+struct call_charge {
+  uint16_t bill_time = 0;  ///< seconds
+  float cost = 0.0F;
+  float minutes = 0.0F;  ///< bill time in units of the record's `seconds`
+};
+
+/// Whether a rate with this profile applies to a call that starts at that second. Both ends of the
+/// hours are included; hours that would run over midnight apply to nothing.
+[[nodiscard]] bool time_profile_applies(const time_profile_node& profile, int64_t start_second);
+
+/// The rate for a call to that number at that second: the oldest applicable record of the longest
+/// code that has one. Null when there is none.
+[[nodiscard]] const rate_node* choose_record(const pricing_terms& terms, const char* billed_number,
+                                             int64_t start_second);
+
+/// Which price of the record counts for the call.
+[[nodiscard]] rate_choice choose_rate(const pricing_terms& terms, const rate_node& record,
+                                      const call_facts& call);
+
+/// What a call of `duration` seconds costs at `rate`. A `seconds` or `interval` whose low 8 bits
+/// are 0 makes it free.
+[[nodiscard]] call_charge charge_call(const pricing_terms& terms, const rate_node& record,
+                                      float rate, int64_t duration);
+
+/// The cost with no more than the terms' decimals. Without decimals nothing is rounded up.
+[[nodiscard]] float round_cost(float cost, uint8_t decimals, uint8_t rounding);

@@ -1,0 +1,181 @@
+#include "rerate/qvn_rerate.h"
+
+#include <ctime>
+#include <memory>
+#include <new>
+#include <strings.h>
+
+#include "base/qvn_conf_file.h"
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+#include "core/qvn_settings.h"
+#include "db/qvn_db.h"
+#include "db/qvn_job_queue.h"
+#include "rerate/rerate_task.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_rerate";
+
+constexpr qvn_job_queue_config kQueueConfig = {
+    .source = kLogSource,
+    .dispatcher_name = "qvn_rerate",
+    .worker_name = "rerate",
+    .kind = job_kind::rerate,
+};
+
+struct qvn_rerate_ctrl {
+  std::string cdr_directory;  ///< ends in "/"
+  qvn_job_queue queue{kQueueConfig};
+};
+
+qvn_rerate_ctrl* g_rerate_ctrl = nullptr;
+
+constexpr qvn_number_setting kMaxTask = {
+    &qvn_core_ctrl::max_rerate_task, 5, 100,
+    "The max concurrent rerate task item MUST be configurate\n",
+    "The max concurrent rerate task MUST be in 5 - 100\n"};
+
+// --- one row of the job table
+// ------------------------------------------------------------------------
+
+/// The columns of the job query, in its order.
+enum job_column : int {
+  kId,
+  kFromTime,
+  kToTime,
+  kTimezone,
+  kUpdateLrn,
+  kUpdateUsJurisdiction,
+  kUpdateLocalRate,
+  kIngressTrunk,
+  kEgressTrunk,
+  kLrnServerIp,
+  kLrnServerPort,
+  kIncludeQ850,
+};
+
+constexpr const char* kJobQuery =
+    "select id,from_time,to_time,timezone,update_lrn,update_us_jurisdiction,update_local_rate,"
+    "ingress_trunk,egress_trunk,lrn_server_ip,lrn_server_port,include_q850 from rerate_cdr_task "
+    "where status=0 limit 2;";
+
+/// Throws std::bad_alloc when memory runs out.
+std::unique_ptr<rerate_task> make_task(const PGresult* result, int row, const db_info& database) {
+  constexpr std::size_t kMostAddressCharacters = 15;
+  const auto text_of = [&](job_column column) { return PQgetvalue(result, row, column); };
+  const auto flag_of = [&](job_column column) {
+    return qvn_pg_number<uint8_t>(result, row, column);
+  };
+  auto task = std::make_unique<rerate_task>();
+  task->id = qvn_pg_number<uint32_t>(result, row, kId);
+  task->from_time = qvn_pg_number<int64_t>(result, row, kFromTime);
+  task->to_time = qvn_pg_number<int64_t>(result, row, kToTime);
+  task->timezone = qvn_pg_number<int32_t>(result, row, kTimezone);
+  task->update_lrn = flag_of(kUpdateLrn);
+  task->update_us_jurisdiction = flag_of(kUpdateUsJurisdiction);
+  task->update_local_rate = flag_of(kUpdateLocalRate);
+  task->include_q850 = flag_of(kIncludeQ850);
+  task->ingress_trunk_text = text_of(kIngressTrunk);
+  task->egress_trunk_text = text_of(kEgressTrunk);
+  task->lrn_server_ip = std::string_view(text_of(kLrnServerIp)).substr(0, kMostAddressCharacters);
+  task->lrn_server_port = qvn_pg_number<int32_t>(result, row, kLrnServerPort);
+  task->start_time = std::time(nullptr);
+  task->conninfo = database.conninfo;
+  task->label = qvn_db_key_make(database.host, database.name).text;
+  return task;
+}
+
+// --- admission
+// ---------------------------------------------------------------------------------------
+
+/// Looks at the first waiting and the first running job only: enough for the row that a poll offers
+/// again while it is being started, and cheap however many jobs there are.
+int32_t judge(const qvn_job& fresh, const qvn_job* first_waiting, const qvn_job* first_running) {
+  return fresh.is_same_as(first_waiting) || fresh.is_same_as(first_running) ? 1 : 0;
+}
+
+void enqueue(std::unique_ptr<rerate_task> task, db_info& database) {
+  // What the log lines show is kept, as the queue owns the task from here on.
+  const int id = static_cast<int>(task->id);
+  const qvn_db_key label = qvn_db_key_make(database.host, database.name);
+  if (g_rerate_ctrl->queue.add(std::move(task), judge) != 0) {
+    QVN_LOG(kLogInfo, "%s rerate task %d have been in process\n", label.text, id);
+    return;
+  }
+  ++database.rerate_count;
+  QVN_LOG(kLogNotice, "Added %s rerate task %d, concurrent task count %d\n", label.text, id,
+          database.rerate_count);
+}
+
+int32_t rerate_task_create(int row, PGresult* result, void* context) {
+  auto& database = *static_cast<db_info*>(context);
+  try {
+    enqueue(make_task(result, row, database), database);
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError, "Alloc memory for rerate task failed, dbhost %s, dbname %s, task id %s\n",
+            database.host.c_str(), database.name.c_str(), PQgetvalue(result, row, kId));
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int32_t qvn_rerate_init() {
+  try {
+    auto ctrl = std::make_unique<qvn_rerate_ctrl>();
+    ctrl->cdr_directory = g_core_ctrl->install_dir + "/rerate_cdr/";
+    g_rerate_ctrl = ctrl.release();
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError, "Alloc memory for rerate task control failed\n");
+    return -1;
+  }
+  return 0;
+}
+
+int32_t qvn_rerate_conf() {
+  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, "rerate",
+                          read_rerate_config, nullptr, nullptr, 0);
+}
+
+int32_t qvn_rerate_start() {
+  return g_rerate_ctrl->queue.start();
+}
+
+int32_t qvn_rerate_exit() {
+  if (g_rerate_ctrl) {
+    g_rerate_ctrl->queue.stop();
+  }
+  return 0;
+}
+
+int32_t qvn_rerate_uninit() {
+  delete g_rerate_ctrl;
+  g_rerate_ctrl = nullptr;
+  return 0;
+}
+
+int32_t qvn_rerate_task_get(PGconn* connection, db_info* database) {
+  if (g_rerate_ctrl->queue.count() > g_core_ctrl->max_rerate_task) {
+    QVN_LOG(kLogWarning, "Maximum rerate task in progress, can't start a new rerate task\n");
+    return 1;
+  }
+  return qvn_db_data_select_p1(connection, kJobQuery, rerate_task_create, database);
+}
+
+const std::string& qvn_rerate_cdr_directory() {
+  return g_rerate_ctrl->cdr_directory;
+}
+
+int32_t read_rerate_config(const char* key, const char* value) {
+  if (strcasecmp(key, "cdr_directory") == 0) {
+    return qvn_conf_read_directory(g_rerate_ctrl->cdr_directory, value,
+                                   "The directory of cdr file item MUST be configurate\n",
+                                   kLogSource);
+  }
+  if (strcasecmp(key, "max_rerate_task") == 0) {
+    return qvn_conf_read_number(kMaxTask, value, kLogSource);
+  }
+  return 0;
+}

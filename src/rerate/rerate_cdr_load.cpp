@@ -1,0 +1,93 @@
+/// Loading one trunk's answered calls of a day.
+
+#include <cstring>
+#include <ctime>
+
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+#include "rerate/rerate_task.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_rerate";
+constexpr const char* kLabel = "Rate CDR";
+
+/// What the row handler of a load shares with it.
+struct cdr_load {
+  rerate_trunk& trunk;
+  bool complete = true;  ///< false when a call was lost for lack of memory
+};
+
+int32_t rerate_cdr_add(char* line, void* context) {
+  auto& load = *static_cast<cdr_load*>(context);
+  if (load.trunk.cdrs.add(line)) {
+    return 0;
+  }
+  QVN_LOG(kLogError, "Alloc memory for trunk %s rerate cdr failed\n", load.trunk.id.c_str());
+  load.complete = false;
+  return -1;
+}
+
+std::string time_condition(const rerate_day& day) {
+  std::string condition;
+  if (!day.lower.empty()) {
+    condition = qvn_format("time >= '%s'", day.lower.c_str());
+  }
+  if (!day.upper.empty()) {
+    condition += qvn_format("%stime <= '%s'", condition.empty() ? "" : " and ", day.upper.c_str());
+  }
+  return condition;
+}
+
+std::string call_filter(const std::string& condition, call_side side, const rerate_trunk& trunk) {
+  return qvn_format("where (call_duration > 0 and %s%s%s_id='%s')", condition.c_str(),
+                    condition.empty() ? "" : " and ", side_name(side), trunk.id.c_str());
+}
+
+void log_begin(const rerate_task& task, call_side side, const rerate_trunk& trunk,
+               const rerate_day& day, const std::string& condition) {
+  const int id = static_cast<int>(task.id);
+  if (condition.empty()) {
+    QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs\n", id, side_name(side),
+            trunk.alias.c_str(), day.date.c_str());
+  } else {
+    QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs, %s\n", id, side_name(side),
+            trunk.alias.c_str(), day.date.c_str(), condition.c_str());
+  }
+}
+
+bool load_calls(rerate_task& task, rerate_trunk& trunk, const rerate_day& day,
+                const std::string& filter) {
+  const std::string sql = qvn_format(
+      "copy (select %s%s from %s %s) to stdout delimiter as ',' csv header", kCdrColumnList,
+      task.include_q850 == 1 ? kCdrQ850ColumnList : "", day.table.c_str(), filter.c_str());
+  cdr_load load{trunk};
+  return qvn_db_data_copy_load_p1(task.connection.get(), sql.c_str(), rerate_cdr_add, &load,
+                                  kLabel) == 0 &&
+         load.complete;
+}
+
+}  // namespace
+
+int32_t get_rerate_cdr(rerate_task& task, call_side side, rerate_trunk& trunk,
+                       const rerate_day& day) {
+  const int64_t start = std::time(nullptr);
+  rerate_task_progress_update(
+      task, qvn_format("Loading %s %s CDRs", trunk.alias.c_str(), day.date.c_str()).c_str(),
+      rerate_status::loading_cdrs);
+  const std::string condition = time_condition(day);
+  log_begin(task, side, trunk, day, condition);
+  if (!load_calls(task, trunk, day, call_filter(condition, side, trunk))) {
+    trunk.cdrs.clear();
+    QVN_LOG(kLogWarning, "Rerate task %d load %s %s cdr failed\n", static_cast<int>(task.id),
+            trunk.alias.c_str(), day.date.c_str());
+    return -1;
+  }
+  const int64_t elapsed = std::time(nullptr) - start;
+  QVN_LOG(kLogNotice, "Rerate task %d loading %s %s %s cdr done, elapsed %ld(s), cdr count %u\n",
+          static_cast<int>(task.id), side_name(side), trunk.alias.c_str(), day.date.c_str(),
+          elapsed, trunk.cdrs.count());
+  task.cdr_load_seconds += static_cast<int32_t>(elapsed);
+  task.cdr_count += trunk.cdrs.count();
+  return 0;
+}

@@ -1,0 +1,95 @@
+#include "rerate/rerate_day.h"
+
+#include <tuple>
+
+#include "base/qvn_text.h"
+#include "base/qvn_time.h"
+
+namespace {
+
+bool break_down(int64_t time, tm& out) {
+  const time_t seconds = time;
+  return gmtime_r(&seconds, &out) != nullptr;
+}
+
+bool is_later(const tm& left, const tm& right) {
+  return std::tie(left.tm_year, left.tm_mon, left.tm_mday) >
+         std::tie(right.tm_year, right.tm_mon, right.tm_mday);
+}
+
+int64_t local_time(const tm& date, int hour, int minute, int second) {
+  tm moment{};
+  moment.tm_year = date.tm_year;
+  moment.tm_mon = date.tm_mon;
+  moment.tm_mday = date.tm_mday;
+  moment.tm_hour = hour;
+  moment.tm_min = minute;
+  moment.tm_sec = second;
+  return std::mktime(&moment);
+}
+
+/// Moves to the next calendar date; false when there is none.
+bool advance(tm& date) {
+  constexpr int64_t kSecondsADay = 86'400;
+  tm midnight{};
+  midnight.tm_year = date.tm_year;
+  midnight.tm_mon = date.tm_mon;
+  midnight.tm_mday = date.tm_mday;
+  return break_down(timegm(&midnight) + kSecondsADay, date) && is_later(date, midnight);
+}
+
+/// A date as "%s%04d%s%02d%s%02d" with the separators given.
+std::string date_text(const tm& date, const char* front, const char* separator) {
+  return qvn_format("%s%04d%s%02d%s%02d", front, date.tm_year + 1900, separator, date.tm_mon + 1,
+                    separator, date.tm_mday);
+}
+
+}  // namespace
+
+/// Finds the date of the next day. East of UTC the day's end lies in the middle of the date, so
+/// that the way over it does not lead to the next one.
+bool rerate_days::find_date() {
+  constexpr int64_t kOverTheDaysEnd = 600;  // seconds
+  if (!started_) {
+    started_ = true;
+    return break_down(from_, date_);
+  }
+  tm next{};
+  if (!break_down(day_end_ + kOverTheDaysEnd, next)) {
+    return false;
+  }
+  if (is_later(next, date_)) {
+    date_ = next;
+    return true;
+  }
+  return advance(date_);
+}
+
+std::optional<rerate_day> rerate_days::next() {
+  const bool first = !started_;
+  if (finished_ || failed_) {
+    return std::nullopt;
+  }
+  tm last_date{};
+  if (!find_date() || !break_down(to_, last_date)) {
+    failed_ = true;
+    return std::nullopt;
+  }
+  if (is_later(date_, last_date)) {
+    finished_ = true;
+    return std::nullopt;
+  }
+  rerate_day day;
+  day.date = date_text(date_, "", "-");
+  day.table = date_text(date_, "client_cdr", "");
+  day.start = local_time(date_, 0, 0, 0);
+  day_end_ = local_time(date_, 23, 59, 59);
+  if (first && from_ != day.start) {
+    day.lower = qvn_utc_timestamp(from_);
+  }
+  if (to_ <= day_end_) {
+    day.upper = qvn_utc_timestamp(to_);
+    finished_ = true;
+  }
+  return day;
+}

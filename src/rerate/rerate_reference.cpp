@@ -1,0 +1,431 @@
+/// Loading what calls are rated with: time profiles, jurisdictions, and for each trunk its
+/// settings, its rate table's settings and its rates.
+
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <new>
+
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+#include "base/qvn_time.h"
+#include "rate/qvn_rate_table.h"
+#include "rerate/rerate_task.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_rerate";
+constexpr const char* kLabel = "Rerate";
+constexpr const char* kRateLabel = "Rerate Rate";
+
+/// Results of the row handlers.
+constexpr int32_t kDone = 0;
+constexpr int32_t kSkipped = 0;
+constexpr int32_t kStored = 1;
+constexpr int32_t kNoMemory = -1;
+
+template <class Number>
+Number number(const char* text) {
+  return static_cast<Number>(std::strtol(text, nullptr, 10));  // cut to the field's width
+}
+
+/// Adds the seconds from here to the end of the scope to a total.
+class seconds_counter {
+ public:
+  explicit seconds_counter(int32_t& total) : total_(total), start_(std::time(nullptr)) {}
+  ~seconds_counter() { total_ += static_cast<int32_t>(elapsed()); }
+  seconds_counter(const seconds_counter&) = delete;
+  seconds_counter& operator=(const seconds_counter&) = delete;
+  [[nodiscard]] int64_t elapsed() const { return std::time(nullptr) - start_; }
+
+ private:
+  int32_t& total_;
+  int64_t start_;
+};
+
+/// Remembers that a row was lost; the load goes on to its end.
+int32_t lost(rerate_task& task) {
+  task.reference_data_lost = true;
+  return kNoMemory;
+}
+
+// --- time profiles
+// -----------------------------------------------------------------------------------
+
+void read_clock_time(const char* text, const char* profile_id, int32_t& hour, int32_t& minute,
+                     int32_t& second) {
+  if (str_nonzero(text) && qvn_strtime(text, &hour, &minute, &second) != 0) {
+    QVN_LOG(kLogWarning, "The time profile invalid time %s, id is %s", text, profile_id);
+  }
+}
+
+int32_t rerate_time_profile_create(std::span<char*> fields, void* context) {
+  auto& task = *static_cast<rerate_task*>(context);
+  const char* const id = fields[0];
+  time_profile_node* const profile = time_profile_node_create(id);
+  rp_hash_node* const node = profile ? rp_hash_create(&task.time_profiles, id) : nullptr;
+  if (!node) {
+    time_profile_node_drop(profile);
+    QVN_LOG(kLogError, "Alloc memory for time profile tree failed\n");
+    return lost(task);
+  }
+  read_clock_time(fields[1], id, profile->start_hour, profile->start_minute, profile->start_second);
+  read_clock_time(fields[2], id, profile->end_hour, profile->end_minute, profile->end_second);
+  profile->start_week = number<uint16_t>(fields[3]);
+  profile->end_week = number<uint16_t>(fields[4]);
+  profile->type = number<uint16_t>(fields[5]);
+  profile->time_zone = get_timezone_from_str(fields[6]);
+  time_profile_node_link(node, profile);
+  return kDone;
+}
+
+/// None is nothing wrong: most rates apply at all hours. A table that could not be read whole
+/// counts as none, so that a profile applies to all calls of the job or to none.
+void load_time_profiles(rerate_task& task) {
+  constexpr std::size_t kColumns = 7;
+  const int32_t loaded = qvn_db_data_copy_load_p2(
+      task.connection.get(),
+      "copy time_profile (time_profile_id, start_time, end_time, start_week, end_week, "
+      "type,time_zone) to stdout delimiter as ',' csv header",
+      kColumns, rerate_time_profile_create, &task, kLabel);
+  if (loaded != 0) {
+    (void)rp_hash_destroy(&task.time_profiles, delete_time_profile_node);
+  }
+  if (!task.time_profiles) {
+    QVN_LOG(kLogNotice, "Rerate task %u not time profile data\n", task.id);
+  }
+}
+
+// --- jurisdictions
+// -----------------------------------------------------------------------------------
+
+int32_t create_jurisdiction_prefix_ext(std::span<char*> fields, void* context) {
+  auto& task = *static_cast<rerate_task*>(context);
+  const char* const prefix = fields[1];
+  const char* const country_id = fields[3];
+  jurisdiction_prefix_node* const record = jurisdiction_prefix_node_create(fields[0], fields[2]);
+  rp_hash_node* const country = record ? rp_hash_create(&task.jurisdictions, country_id) : nullptr;
+  rp_hash_node* const node = country ? rp_hash_create(&country->sub, prefix) : nullptr;
+  if (!node) {
+    jurisdiction_prefix_node_drop(record);
+    QVN_LOG(kLogError, "Alloc memory for jurisdiction prefix tree failed\n");
+    return lost(task);
+  }
+  jurisdiction_prefix_node_link(node, record);
+  return kDone;
+}
+
+bool load_jurisdictions(rerate_task& task) {
+  constexpr std::size_t kColumns = 4;
+  if (task.update_us_jurisdiction != 1) {
+    return true;
+  }
+  const int32_t loaded = qvn_db_data_copy_load_p2(
+      task.connection.get(),
+      "copy jurisdiction_prefix (id, prefix, jurisdiction_id, jurisdiction_country_id) to stdout "
+      "delimiter as ',' csv header",
+      kColumns, create_jurisdiction_prefix_ext, &task, kLabel);
+  if (loaded == 0 && task.jurisdictions) {
+    return true;
+  }
+  QVN_LOG(kLogNotice, "Rerate task %u not jurisdiction data\n", task.id);
+  task.fail(rerate_error::reference_data, "Not jurisdiction data");
+  return false;
+}
+
+// --- settings of trunks and rate tables
+// --------------------------------------------------------------
+
+int32_t rerate_resource_create(int row, PGresult* result, void* context) {
+  constexpr std::size_t kMostAliasCharacters = 99;
+  auto& trunk = *static_cast<rerate_trunk*>(context);
+  trunk.rate_decimal = qvn_pg_number<uint8_t>(result, row, 2);
+  trunk.rate_rounding = qvn_pg_number<uint8_t>(result, row, 3);
+  try {
+    trunk.alias = std::string_view(PQgetvalue(result, row, 1)).substr(0, kMostAliasCharacters);
+  } catch (const std::bad_alloc&) {
+    return kNoMemory;  // the alias is for texts only
+  }
+  return kDone;
+}
+
+std::unique_ptr<rate_table_settings> make_rate_table(int row, const PGresult* result) {
+  const auto text = [&](int column) { return PQgetvalue(result, row, column); };
+  const auto number8 = [&](int column) { return qvn_pg_number<uint8_t>(result, row, column); };
+  auto table = std::make_unique<rate_table_settings>();
+  table->rate_table_id = text(0);
+  table->jur_type = number8(1);
+  table->rate_type = number8(2);
+  table->lnp_dipping_rate = static_cast<float>(std::strtod(text(3), nullptr));
+  table->jurisdiction_country_id = text(4);
+  table->currency_id = text(5);
+  table->jurisdiction_prefix = text(6);
+  table->noprefix_min_length = number8(7);
+  table->noprefix_max_length = number8(8);
+  table->prefix_min_length = number8(9);
+  table->prefix_max_length = number8(10);
+  return table;
+}
+
+int32_t rerate_rate_table_create(int row, PGresult* result, void* context) {
+  auto& trunk = *static_cast<rerate_trunk*>(context);
+  try {
+    trunk.rate_table = make_rate_table(row, result);
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError, "Alloc memory for rate table tree failed, trunk id %d rate table id %s\n",
+            number<int32_t>(trunk.id.c_str()), trunk.rate_table_id.c_str());
+    return kNoMemory;
+  }
+  return kDone;
+}
+
+void load_resource(rerate_task& task, rerate_trunk& trunk) {
+  const std::string sql = qvn_format(
+      "SELECT resource_id,alias,rate_decimal,rate_rounding from resource where resource_id = '%s'",
+      trunk.id.c_str());
+  // Without a row, or without an answer, the trunk has no alias and its costs no decimals.
+  (void)qvn_db_data_select_p1(task.connection.get(), sql.c_str(), rerate_resource_create, &trunk);
+}
+
+bool load_rate_table(rerate_task& task, call_side side, rerate_trunk& trunk) {
+  const std::string sql = qvn_format(
+      "select rate_table_id, jur_type, rate_type, lnp_dipping_rate, jurisdiction_country_id, "
+      "currency_id, jurisdiction_prefix, noprefix_min_length, noprefix_max_length, "
+      "prefix_min_length, prefix_max_length  from rate_table where rate_table_id = '%s'",
+      trunk.rate_table_id.c_str());
+  (void)qvn_db_data_select_p1(task.connection.get(), sql.c_str(), rerate_rate_table_create, &trunk);
+  if (trunk.rate_table) {
+    return true;
+  }
+  task.fail(rerate_error::reference_data, "Get %s rate table %s failed", side_name(side),
+            trunk.rate_table_id.c_str());
+  return false;
+}
+
+bool load_settings(rerate_task& task, call_side side) {
+  for (rerate_trunk& trunk : task.trunks(side)) {
+    load_resource(task, trunk);
+    if (trunk.is_rated() && !load_rate_table(task, side, trunk)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// --- rates
+// -------------------------------------------------------------------------------------------
+
+enum rate_column : std::size_t {
+  kCode,
+  kRateId,
+  kRateTableId,
+  kTimeProfileId,
+  kEffectiveDate,
+  kEndDate,
+  kRate,
+  kRateType,
+  kIntraRate,
+  kInterRate,
+  kLocalRate,
+  kZone,
+  kSetupFee,
+  kMinTime,
+  kGraceTime,
+  kInterval,
+  kSeconds,
+  kCodeName,
+  kCountry,
+  kRateColumns,
+};
+
+float money(const char* text) {
+  return static_cast<float>(std::strtod(text, nullptr));  // to single precision
+}
+
+float rate_or_none(const char* text) {
+  return *text ? money(text) : kNoRate;
+}
+
+/// "hours:minutes" with a sign, or hours alone.
+void read_zone(const char* text, rate_node& rate) {
+  rate.zone_hours = number<int32_t>(text);
+  const char* const colon = std::strchr(text, ':');
+  if (colon) {
+    const auto minutes = number<uint32_t>(colon + 1);
+    rate.zone_minutes = static_cast<int32_t>(*text == '-' ? 0U - minutes : minutes);
+  }
+}
+
+rate_node* make_rate(std::span<char*> fields, int64_t effective_date, int64_t end_date) {
+  rate_node* const rate = rate_node_create({.code = fields[kCode],
+                                            .code_name = fields[kCodeName],
+                                            .country = fields[kCountry],
+                                            .rate_id = fields[kRateId],
+                                            .rate_table_id = fields[kRateTableId],
+                                            .time_profile_id = fields[kTimeProfileId]});
+  if (!rate) {
+    return nullptr;
+  }
+  rate->seconds = number<uint16_t>(fields[kSeconds]);
+  rate->interval = number<uint16_t>(fields[kInterval]);
+  rate->min_time = number<uint16_t>(fields[kMinTime]);
+  rate->grace_time = number<uint16_t>(fields[kGraceTime]);
+  rate->effective_date = effective_date;
+  rate->end_date = end_date;
+  rate->rate = rate_or_none(fields[kRate]);
+  rate->intra_rate = rate_or_none(fields[kIntraRate]);
+  rate->inter_rate = rate_or_none(fields[kInterRate]);
+  rate->local_rate = rate_or_none(fields[kLocalRate]);
+  rate->setup_fee = money(fields[kSetupFee]);
+  rate->rate_type = *fields[kRateType];
+  read_zone(fields[kZone], *rate);
+  return rate;
+}
+
+int32_t create_rate_ext(std::span<char*> fields, void* context, void* extra) {
+  auto& trunk = *static_cast<rerate_trunk*>(context);
+  auto& task = *static_cast<rerate_task*>(extra);
+  const auto effective_date = number<int64_t>(fields[kEffectiveDate]);
+  const auto end_date = number<int64_t>(fields[kEndDate]);
+  if (effective_date > task.to_time || (end_date != 0 && end_date < task.from_time)) {
+    return kSkipped;
+  }
+  rate_node* const rate = make_rate(fields, effective_date, end_date);
+  if (!rate) {
+    return lost(task);
+  }
+  rp_hash_node* const table = rp_hash_create(&trunk.rate_tree, fields[kRateTableId]);
+  rp_hash_node* const node = table ? rp_hash_create(&table->sub, fields[kCode]) : nullptr;
+  if (node) {
+    rate_node_link(node, rate);
+  } else {
+    rate_node_drop(rate);
+    task.reference_data_lost = true;
+  }
+  return kStored;
+}
+
+/// The rates that have not ended at `date`; false when there are none or not all of them came.
+bool load_rates(rerate_task& task, rerate_trunk& trunk, int64_t date) {
+  const std::string sql = qvn_format(
+      "copy (select code, rate_id, rate_table_id, time_profile_id, extract(epoch from "
+      "(effective_date)) as effective_date, extract(epoch from (end_date)) as end_date, rate, "
+      "rate_type, intra_rate, inter_rate, local_rate, zone, setup_fee, min_time, grace_time, "
+      "interval, seconds, code_name, country from rate where rate_table_id = '%s' and "
+      "(extract(epoch from (end_date)) > %ld or end_date is null)) to stdout delimiter as ',' csv "
+      "header",
+      trunk.rate_table_id.c_str(), date);
+  const int32_t loaded = qvn_db_data_copy_load_p3(task.connection.get(), sql.c_str(), kRateColumns,
+                                                  create_rate_ext, &trunk, &task, kRateLabel);
+  trunk.loaded_rate_date = date;
+  return loaded == 0 && trunk.rate_tree;
+}
+
+/// A rated trunk, other than `wanting`, whose rates are loaded and the same; ingress side first.
+rerate_trunk* find_same_rates(rerate_task& task, const rerate_trunk& wanting, int64_t date) {
+  for (const call_side side : {call_side::ingress, call_side::egress}) {
+    for (rerate_trunk& other : task.trunks(side)) {
+      if (&other != &wanting && other.is_rated() && other.rate_tree &&
+          other.loaded_rate_date == date && other.rate_table_id == wanting.rate_table_id) {
+        return &other;
+      }
+    }
+  }
+  return nullptr;
+}
+
+bool load_fixed_rates(rerate_task& task, call_side side) {
+  for (rerate_trunk& trunk : task.trunks(side)) {
+    if (!trunk.is_rated() || trunk.rate_date == 0) {
+      continue;
+    }
+    if (const rerate_trunk* const other = find_same_rates(task, trunk, trunk.rate_date)) {
+      trunk.borrow_rates(*other);
+      continue;
+    }
+    const seconds_counter counter(task.rate_load_seconds);
+    if (!load_rates(task, trunk, trunk.rate_date)) {
+      task.fail(rerate_error::reference_data, "Get %s %s rate failed", side_name(side),
+                trunk.alias.c_str());
+      return false;
+    }
+  }
+  return true;
+}
+
+bool load_rates_of_day(rerate_task& task, call_side side, rerate_trunk& trunk,
+                       const rerate_day& day) {
+  if (const rerate_trunk* const other = find_same_rates(task, trunk, day.start)) {
+    trunk.borrow_rates(*other);
+    return true;
+  }
+  const seconds_counter counter(task.rate_load_seconds);
+  if (!load_rates(task, trunk, day.start)) {
+    task.fail(rerate_error::reference_data, "Get %s trunk %s rate failed", side_name(side),
+              trunk.alias.c_str());
+    return false;
+  }
+  QVN_LOG(kLogNotice,
+          "Rerate task %u Loading rate done, elapsed %ld(s), rate table id %s effective date as "
+          "cdr date %s\n",
+          task.id, counter.elapsed(), trunk.rate_table_id.c_str(), day.date.c_str());
+  return true;
+}
+
+/// Nobody may be left with a tree of the day before when its owner loads the next one.
+void forget_rates_of_last_day(rerate_task& task) {
+  for (const call_side side : {call_side::ingress, call_side::egress}) {
+    for (rerate_trunk& trunk : task.trunks(side)) {
+      if (trunk.follows_call_date()) {
+        trunk.forget_rates();
+      }
+    }
+  }
+}
+
+/// Nobody prices calls with half of the reference data.
+bool check_memory(rerate_task& task) {
+  if (!task.reference_data_lost) {
+    return true;
+  }
+  QVN_LOG(kLogError, kRerateAllocFailed, task.id);
+  task.fail(rerate_error::system, kRerateMemoryShortage);
+  return false;
+}
+
+void show_rate_load(rerate_task& task, call_side side, const std::string& date) {
+  rerate_task_progress_update(task,
+                              qvn_format("Loading rate same as CDR time %s", date.c_str()).c_str(),
+                              rerate_status::loading_rates);
+  QVN_LOG(kLogDebug, "Rerate task %d loading %s rate same as CDR time %s\n",
+          static_cast<int>(task.id), side_name(side), date.c_str());
+}
+
+}  // namespace
+
+bool rerate_load_reference_data(rerate_task& task) {
+  load_time_profiles(task);
+  return load_jurisdictions(task) && load_settings(task, call_side::ingress) &&
+         load_settings(task, call_side::egress) && load_fixed_rates(task, call_side::ingress) &&
+         load_fixed_rates(task, call_side::egress) && check_memory(task);
+}
+
+bool rerate_load_rates_of_day(rerate_task& task, const rerate_day& day) {
+  forget_rates_of_last_day(task);
+  bool shown = false;
+  for (const call_side side : {call_side::ingress, call_side::egress}) {
+    for (rerate_trunk& trunk : task.trunks(side)) {
+      if (!trunk.follows_call_date()) {
+        continue;
+      }
+      if (!shown) {
+        show_rate_load(task, side, day.date);
+        shown = true;
+      }
+      if (!load_rates_of_day(task, side, trunk, day)) {
+        return false;
+      }
+    }
+  }
+  return check_memory(task);
+}

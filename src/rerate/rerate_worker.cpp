@@ -1,0 +1,264 @@
+/// One rerating in its worker thread, from the connection to the final row.
+
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <new>
+
+#include "base/qvn_log.h"
+#include "base/qvn_text.h"
+#include "db/qvn_job_folder.h"
+#include "rate/qvn_rate_table.h"
+#include "rerate/qvn_rerate.h"
+#include "rerate/rerate_task.h"
+
+namespace {
+
+constexpr const char* kLogSource = "qvn_rerate";
+constexpr const char* kLabel = "Rerate Rate";
+
+bool connect(rerate_task& task) {
+  task.connection = qvn_pg_conn(task.conninfo.c_str(), kLabel);
+  if (task.connection) {
+    return true;
+  }
+  QVN_LOG(kLogWarning, "%s rerate task %u DB connect failed, wait for restart\n",
+          task.label.c_str(), task.id);
+  task.fail(rerate_error::connection);
+  return false;
+}
+
+bool make_output_directory(rerate_task& task) {
+  task.output_directory = qvn_job_folder_make(qvn_rerate_cdr_directory(), task);
+  if (!task.output_directory.empty()) {
+    return true;
+  }
+  QVN_LOG(kLogWarning, "%s rerate task %u mkdir CDR path failed, wait for restart\n",
+          task.label.c_str(), task.id);
+  task.fail(rerate_error::system);
+  return false;
+}
+
+// --- checks
+// ------------------------------------------------------------------------------------------
+
+bool check_range(rerate_task& task) {
+  if (task.to_time > task.from_time) {
+    return true;
+  }
+  QVN_LOG(kLogNotice, "Rerate task %d CDR date invalid\n", static_cast<int>(task.id));
+  task.fail(rerate_error::invalid_job, "Rerate CDR date invalid");
+  return false;
+}
+
+bool check_trunks(rerate_task& task) {
+  if (rerate_task_trunk_parse(task, call_side::ingress, task.ingress_trunk_text) != 0 ||
+      rerate_task_trunk_parse(task, call_side::egress, task.egress_trunk_text) != 0) {
+    return false;
+  }
+  if (!task.ingress_trunks.empty() || !task.egress_trunks.empty()) {
+    return true;
+  }
+  QVN_LOG(kLogNotice, "Rerate task %d not select trunk\n", static_cast<int>(task.id));
+  task.fail(rerate_error::invalid_job, "Rerate CDR not select trunk");
+  return false;
+}
+
+bool check_lrn_server(rerate_task& task) {
+  constexpr uint16_t kLowestPort = 1024;
+  const auto port = static_cast<uint16_t>(task.lrn_server_port);  // a port has 16 bits
+  if (task.update_lrn != 1 || !task.lrn_server_ip.empty() || port >= kLowestPort) {
+    return true;
+  }
+  QVN_LOG(kLogNotice, "Rerate task %d LRN is not setting\n", static_cast<int>(task.id));
+  task.fail(rerate_error::invalid_job, "LRN is not setting");
+  return false;
+}
+
+// --- the days
+// ----------------------------------------------------------------------------------------
+
+/// Loads and rates the day's calls of one trunk; false, with the task failed, when either fails.
+bool rerate_trunk_calls(rerate_task& task, call_side side, rerate_trunk& trunk,
+                        const rerate_day& day) {
+  if (get_rerate_cdr(task, side, trunk, day) != 0) {
+    task.fail(rerate_error::cdr_load, "Rerate task %u get %s %s CDR failed", task.id,
+              trunk.alias.c_str(), day.date.c_str());
+    return false;
+  }
+  // The other party's accounting expects a file for every day of an egress trunk, an empty one too.
+  if (side == call_side::ingress && trunk.cdrs.count() == 0) {
+    return true;
+  }
+  if (execute_rerating(task, side, trunk, day.date) != 0) {
+    task.fail(rerate_error::rating, "Rerate task %u rerate %s %s CDR failed", task.id,
+              trunk.alias.c_str(), day.date.c_str());
+    return false;
+  }
+  return true;
+}
+
+/// One day of all trunks, up to the first that fails.
+int32_t rerate_cdr(rerate_task& task, const rerate_day& day) {
+  if (!rerate_load_rates_of_day(task, day)) {
+    return -1;
+  }
+  for (const call_side side : {call_side::ingress, call_side::egress}) {
+    for (rerate_trunk& trunk : task.trunks(side)) {
+      if (trunk.is_rated() && !rerate_trunk_calls(task, side, trunk, day)) {
+        return -1;
+      }
+    }
+  }
+  return 0;
+}
+
+/// Moves a time back by whole hours; wraps around at the ends of 64 bits.
+int64_t moved_back(int64_t time, int32_t hours) {
+  constexpr int64_t kSecondsAnHour = 3600;
+  return static_cast<int64_t>(static_cast<uint64_t>(time) -
+                              static_cast<uint64_t>(hours * kSecondsAnHour));
+}
+
+/// A day that fails ends only that day's work, and the log alone tells of it: the job goes on with
+/// the next day and ends as finished.
+void rerate_all_days(rerate_task& task) {
+  task.from_time = moved_back(task.from_time, task.timezone);
+  task.to_time = moved_back(task.to_time, task.timezone);
+  rerate_days days(task.from_time, task.to_time);
+  while (const std::optional<rerate_day> day = days.next()) {
+    (void)rerate_cdr(task, *day);
+  }
+  if (days.failed()) {
+    task.fail(rerate_error::system);
+  } else {
+    task.succeed();
+  }
+}
+
+// --- beginning and end
+// -------------------------------------------------------------------------------
+
+/// The steps of a rerating, each with its own way of failing.
+void rerate(rerate_task& task) {
+  if (!connect(task) || !make_output_directory(task)) {
+    return;
+  }
+  rerate_task_progress_update(task, "Loading rate data", rerate_status::loading_rates);
+  task.start_time = std::time(nullptr);
+  if (check_range(task) && check_trunks(task) && check_lrn_server(task) &&
+      rerate_load_reference_data(task)) {
+    rerate_all_days(task);
+  }
+}
+
+/// Writes outcome, figures and times into the row and closes the connection. Without a connection
+/// the row stays as it is and is offered again by the next poll.
+void write_final_row(rerate_task& task) {
+  task.status = task.error == rerate_error::none ? rerate_status::finished : rerate_status::failed;
+  task.end_time = std::time(nullptr);
+  if (!task.connection) {
+    return;
+  }
+  if (task.cdr_files.size() > 1) {
+    task.cdr_files.pop_back();  // the last comma
+  }
+  const std::string sql = qvn_format(
+      "update rerate_cdr_task set err_code=%d,progress='%s',status=%d,load_cdr_elapsed_sec=%d,"
+      "load_rate_elapsed_sec=%d,rerate_elapsed_sec=%d,start_time=%ld,end_time=%ld,cdr_file='%s',"
+      "cdr_file_path='%s' where id=%d",
+      static_cast<int>(task.error), task.error_text, static_cast<int>(task.status),
+      task.cdr_load_seconds, task.rate_load_seconds, task.rerate_seconds, task.start_time,
+      task.end_time, task.cdr_files.c_str(), task.output_directory.c_str(),
+      static_cast<int>(task.id));
+  (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);  // logged there
+  task.connection.reset();
+}
+
+void log_outcome(const rerate_task& task) {
+  const int id = static_cast<int>(task.id);
+  if (task.error != rerate_error::none) {
+    QVN_LOG(kLogWarning, "Rerate task %d execution failed, error_code %d, %s\n", id,
+            static_cast<int>(task.error), task.error_text);
+    return;
+  }
+  QVN_LOG(kLogNotice, "Rerate task %d have been completed, cdr count %u, elapsed %ld(s)\n", id,
+          task.cdr_count, task.end_time - task.start_time);
+}
+
+void report_memory_shortage(rerate_task& task) {
+  QVN_LOG(kLogError, kRerateAllocFailed, task.id);
+  task.fail(rerate_error::system, kRerateMemoryShortage);
+}
+
+/// Runs a step and turns a shortage of memory into the job's failure.
+void guarded(rerate_task& task, void (*step)(rerate_task&)) {
+  try {
+    step(task);
+  } catch (const std::bad_alloc&) {
+    report_memory_shortage(task);
+  }
+}
+
+}  // namespace
+
+void rerate_task::run() noexcept {
+  QVN_LOG(kLogNotice, "Start %s rerate task %u process\n", label.c_str(), id);
+  guarded(*this, rerate);
+  guarded(*this, write_final_row);
+  guarded(*this, [](rerate_task& task) { qvn_job_folder_open(task.output_directory); });
+  log_outcome(*this);
+  release_data();
+}
+
+void rerate_task::release_data() {
+  (void)rp_hash_destroy(&time_profiles, delete_time_profile_node);
+  (void)rp_hash_destroy(&jurisdictions, delete_jurisdiction_prefix_node);
+  ingress_trunks.clear();
+  egress_trunks.clear();
+}
+
+void rerate_task::fail(rerate_error code) {
+  error = code;
+  error_text[0] = '\0';
+}
+
+void rerate_task::succeed() {
+  fail(rerate_error::none);
+}
+
+void rerate_task::fail(rerate_error code, const char* format, ...) {
+  error = code;
+  va_list arguments;
+  va_start(arguments, format);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+  (void)std::vsnprintf(error_text, sizeof error_text, format, arguments);
+  va_end(arguments);
+}
+
+const char* side_name(call_side side) {
+  return side == call_side::ingress ? "ingress" : "egress";
+}
+
+void rerate_task_progress_update(rerate_task& task, const char* text, rerate_status status) {
+  const std::string sql =
+      qvn_format("UPDATE rerate_cdr_task SET progress = '%s',status=%d where id = %d", text,
+                 static_cast<int>(status), static_cast<int>(task.id));
+  (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);
+}
+
+int32_t rerate_task_trunk_parse(rerate_task& task, call_side side, const std::string& text) {
+  constexpr int32_t kInvalid = -1;
+  constexpr int32_t kNoMemory = -2;
+  try {
+    if (rerate_trunk_text_parse(text, task.trunks(side))) {
+      return 0;
+    }
+  } catch (const std::bad_alloc&) {
+    report_memory_shortage(task);
+    return kNoMemory;
+  }
+  QVN_LOG(kLogWarning, "rerate task %u %s trunk info invalid, stop it\n", task.id, side_name(side));
+  task.fail(rerate_error::invalid_job, "Rerate CDR %s trunk invalid", side_name(side));
+  return kInvalid;
+}
