@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 namespace e2e {
 namespace {
@@ -79,6 +80,18 @@ std::string waiting(Session& portal, const std::string& beginning, const std::st
 
 bool wait_waiting(Session& portal, const std::string& beginning) {
   return support::wait_until([&] { return waiting(portal, beginning, "pid") == "1"; });
+}
+
+std::chrono::milliseconds end_by_sigterm(support::DaemonHarness& daemon) {
+  const auto begin = std::chrono::steady_clock::now();
+  daemon.send(SIGTERM);
+  EXPECT_EQ(daemon.wait_end().status, 0);
+  const auto end = std::chrono::steady_clock::now();
+  const std::string log = daemon.log();
+  for (const char* line : {"Receiving the termination signal, the qvn_web_helper start exit...\n",
+                           "Waiting for qvn_web_helper exit...\n"})
+    EXPECT_EQ(support::count_of(log, line), 1) << log;
+  return std::chrono::duration_cast<std::chrono::milliseconds>(end - begin);
 }
 
 std::string day(int days) {

@@ -2,6 +2,7 @@
 // databases of it, job rows.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -45,6 +46,9 @@ std::string waiting(support::Session& portal, const std::string& beginning,
 
 /// Waits until one statement waits that way.
 bool wait_waiting(support::Session& portal, const std::string& beginning);
+
+/// Ends the daemon by SIGTERM: with status 0 and its two closing lines. How long that took.
+std::chrono::milliseconds end_by_sigterm(support::DaemonHarness& daemon);
 
 /// A calendar day so many days from today, YYYY-MM-DD.
 std::string day(int days);

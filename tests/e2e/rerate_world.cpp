@@ -116,7 +116,10 @@ void expect_file(const std::filesystem::path& path, const std::string& expected)
     return;
   const std::vector<std::string> a = split(actual, '\n'), e = split(expected, '\n');
   for (size_t i = 0; i < std::min(a.size(), e.size()); i++) {
-    EXPECT_EQ(differences(a[i], e[i]), "") << path << " line " << i + 1;
+    if (a[i] != e[i]) {
+      ADD_FAILURE() << path << " line " << i + 1 << "\n" << differences(a[i], e[i]);
+      return;
+    }
   }
   EXPECT_EQ(a.size(), e.size()) << path << " has lines too few or too many";
   EXPECT_TRUE(actual == expected) << path << " differs";
