@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cassert>
 #include <cstdlib>
 #include <cstring>
@@ -205,12 +206,59 @@ void end_field(Field& field, char* begin, char* end) {
   keep_field(field, begin, end);
 }
 
+/// The high bit of each byte of `word` that holds a comma.
+uint64_t commas_in(uint64_t word) {
+  constexpr uint64_t kCommas = 0x2c2c2c2c2c2c2c2c;
+  constexpr uint64_t kLowBits = 0x7f7f7f7f7f7f7f7f;
+  const uint64_t differing = word ^ kCommas;
+  return ~(((differing & kLowBits) + kLowBits) | differing | kLowBits);
+}
+
+/// Finds commas in a text eight bytes at a time: a call record has a hundred of them, a few bytes
+/// apart, where a search for each one from the last costs more in calls than in looking.
+class comma_finder {
+ public:
+  explicit comma_finder(char* text) : next_(text), end_(text + std::strlen(text)) {}
+
+  /// The next comma, or null.
+  char* find() {
+    static_assert(std::endian::native == std::endian::little);
+    constexpr int kBitsAByte = 8;
+    while (found_ == 0) {
+      if (end_ - next_ < kWord) {
+        return find_in_rest();
+      }
+      uint64_t word = 0;
+      std::memcpy(&word, next_, kWord);
+      next_ += kWord;
+      found_ = commas_in(word);
+    }
+    char* const comma = next_ - kWord + std::countr_zero(found_) / kBitsAByte;
+    found_ &= found_ - 1;
+    return comma;
+  }
+
+ private:
+  static constexpr std::ptrdiff_t kWord = sizeof(uint64_t);
+
+  char* find_in_rest() {
+    char* const comma = std::find(next_, end_, ',');
+    next_ = comma == end_ ? end_ : comma + 1;
+    return comma == end_ ? nullptr : comma;
+  }
+
+  char* next_;  ///< behind what was looked at
+  char* const end_;
+  uint64_t found_ = 0;  ///< commas of the word before `next_` that are still to be given
+};
+
 template <class Field>
 void split_row(char* row, std::span<Field> fields) {
   const std::size_t last = fields.size() - 1;
+  comma_finder commas(row);
   char* begin = row;
   for (std::size_t index = 0; index < last; ++index) {
-    char* const comma = std::strchr(begin, ',');
+    char* const comma = commas.find();
     if (!comma) {
       keep_field(fields[index], begin, begin + std::strlen(begin));
       return;

@@ -68,9 +68,30 @@ call_facts facts_of(cdr_columns columns, std::string_view rate_type) {
   };
 }
 
+/// Copies a text behind `end`. Nearly all columns have 1 to 16 bytes, copied as two pieces that
+/// overlap, without a call.
 char* put(char* end, std::string_view text) {
-  std::memcpy(end, text.data(), text.size());
-  return end + text.size();
+  const std::size_t size = text.size();
+  const char* const begin = text.data();
+  const auto copy_ends = [&](auto piece) {
+    std::memcpy(&piece, begin, sizeof piece);
+    auto last = piece;
+    std::memcpy(&last, begin + size - sizeof piece, sizeof piece);
+    std::memcpy(end, &piece, sizeof piece);
+    std::memcpy(end + size - sizeof piece, &last, sizeof piece);
+  };
+  if (size > 16) {
+    std::memcpy(end, begin, size);
+  } else if (size >= 8) {
+    copy_ends(uint64_t{});
+  } else if (size >= 4) {
+    copy_ends(uint32_t{});
+  } else if (size >= 2) {
+    copy_ends(uint16_t{});
+  } else if (size == 1) {
+    *end = *begin;
+  }
+  return end + size;
 }
 
 }  // namespace

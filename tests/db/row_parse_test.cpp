@@ -1,4 +1,7 @@
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,6 +35,36 @@ TEST(copy_row, is_split_at_every_comma_and_nothing_else) {
     std::vector<char*> fields(test.fields.size(), stale);
     pg_row_csv_parse(row.data(), fields);
     EXPECT_EQ(std::vector<std::string>(fields.begin(), fields.end()), test.fields);
+  }
+}
+
+/// Rows of every length around the eight bytes that are looked at together, against the plain rule.
+TEST(copy_row, is_split_alike_wherever_the_commas_stand) {
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (int round = 0; round < 5000; ++round) {
+    std::string row;
+    for (auto length = random() % 40; length > 0; --length) {
+      row += ",,,,ab-\xac\"\""[random() % 10];  // the byte 0xac is a comma with its high bit set
+    }
+    std::vector<std::string> expected;
+    std::istringstream parts(row);
+    for (std::string part; std::getline(parts, part, ',');) {
+      expected.push_back(part == "\"\"" ? "" : part);
+    }
+    expected.resize(static_cast<std::size_t>(std::ranges::count(row, ',')) + 1);
+    if (expected.size() < 2) {
+      continue;
+    }
+    std::string text = row + "\n";
+    std::vector<char*> fields(expected.size());
+    pg_row_csv_parse(text.data(), fields);
+    ASSERT_EQ(std::vector<std::string>(fields.begin(), fields.end()), expected) << row;
+    text = row + "\n";
+    std::vector<std::string_view> views(expected.size());
+    pg_row_csv_parse(text.data(), views);
+    ASSERT_EQ(std::vector<std::string>(views.begin(), views.end()), expected) << row;
   }
 }
 

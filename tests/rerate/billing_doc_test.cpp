@@ -1,0 +1,128 @@
+// The worked examples of docs/billing.md, priced by the daemon's own code.
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "base/qvn_text.h"
+#include "base/qvn_time.h"
+#include "rerate/pricing_world.h"
+
+namespace {
+
+using row = std::map<std::string, std::string>;  // by column heading
+
+std::vector<std::string> cells(const std::string& line) {
+  std::vector<std::string> result;
+  std::istringstream parts(line.substr(1));
+  for (std::string cell; std::getline(parts, cell, '|');) {
+    const auto begin = cell.find_first_not_of(' ');
+    result.push_back(begin == std::string::npos
+                         ? ""
+                         : cell.substr(begin, cell.find_last_not_of(' ') + 1 - begin));
+  }
+  return result;
+}
+
+/// The rows of the table whose first column has that heading.
+std::vector<row> table(const std::string& heading) {
+  std::ifstream page(QVN_BILLING_DOC);
+  std::vector<std::string> headings;
+  std::vector<row> rows;
+  for (std::string line; std::getline(page, line);) {
+    if (!line.starts_with("|")) {
+      headings.clear();
+    } else if (headings.empty()) {
+      headings = cells(line);
+    } else if (headings.front() == heading && !line.starts_with("|-")) {
+      const std::vector<std::string> values = cells(line);
+      EXPECT_EQ(values.size(), headings.size()) << line;
+      row& added = rows.emplace_back();
+      for (std::size_t i = 0; i < std::min(values.size(), headings.size()); ++i) {
+        added[headings[i]] = values[i];
+      }
+    }
+  }
+  EXPECT_FALSE(rows.empty()) << heading;
+  return rows;
+}
+
+int64_t utc(const std::string& text) {
+  tm date{};
+  EXPECT_NE(strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &date), nullptr) << text;
+  return timegm(&date);
+}
+
+std::string money(float amount) {
+  char text[kMoneyTextSize];
+  return std::string(qvn_money_text(text, amount));
+}
+
+uint16_t number(const std::string& text) {
+  return static_cast<uint16_t>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+float price(const std::string& text) {
+  return static_cast<float>(std::strtod(text.c_str(), nullptr));
+}
+
+TEST(billing_doc, names_the_rate_that_applies) {
+  pricing_world world;
+  for (row& profile : table("time profile")) {
+    time_profile_node& node = world.add_time_profile(profile["time profile"]);
+    node.type = number(profile["type"]);
+    node.start_week = number(profile["first weekday"]);
+    node.end_week = number(profile["last weekday"]);
+    node.time_zone = get_timezone_from_str(profile["time zone"].c_str());
+    ASSERT_EQ(qvn_strtime(profile["from"].c_str(), &node.start_hour, &node.start_minute,
+                          &node.start_second),
+              0);
+    ASSERT_EQ(
+        qvn_strtime(profile["to"].c_str(), &node.end_hour, &node.end_minute, &node.end_second), 0);
+  }
+  for (row& rate : table("rate")) {
+    world.add_rate(rate["code"], rate["rate"], 1.0F, utc(rate["begins"]), rate["time profile"])
+        .end_date = rate["ends"].empty() ? 0 : utc(rate["ends"]);
+  }
+  for (row& call : table("billed number")) {
+    const rate_node* const rate =
+        choose_record(world.terms, call["billed number"].c_str(), utc(call["call begins"]));
+    EXPECT_EQ(rate ? rate->rate_id : std::string("none"), call["rate"]) << call["why"];
+  }
+}
+
+TEST(billing_doc, works_out_time_and_cost) {
+  for (row& call : table("call seconds")) {
+    rate_node rate{};
+    rate.min_time = number(call["minimum"]);
+    rate.grace_time = number(call["grace"]);
+    rate.interval = number(call["interval"]);
+    rate.seconds = number(call["seconds"]);
+    rate.setup_fee = price(call["setup fee"]);
+    pricing_terms terms;
+    terms.rate_decimal = 6;
+    const int64_t duration = std::strtol(call["call seconds"].c_str(), nullptr, 10);
+    const call_charge charge = charge_call(terms, rate, price(call["price"]), duration);
+    EXPECT_EQ(std::to_string(charge.bill_time), call["billed seconds"]) << call["why"];
+    EXPECT_EQ(money(charge.minutes), call["minutes"]) << call["why"];
+    EXPECT_EQ(money(charge.cost), call["cost"]) << call["why"];
+  }
+}
+
+TEST(billing_doc, rounds_costs) {
+  for (row& example : table("cost")) {
+    for (const int rounding : {0, 1, 2}) {
+      const auto decimals = static_cast<uint8_t>(number(example["decimals"]));
+      EXPECT_EQ(money(round_cost(price(example["cost"]), decimals, static_cast<uint8_t>(rounding))),
+                example["rounding " + std::to_string(rounding)])
+          << example["cost"];
+    }
+  }
+}
+
+}  // namespace
