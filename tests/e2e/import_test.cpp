@@ -37,11 +37,8 @@ std::string result_file(Session& portal, const std::string& name) {
 
 /// Runs all scenarios in one daemon and compares each one's end.
 void run_scenarios(const std::vector<Scenario>& scenarios) {
-  std::vector<std::string> databases, ids;
-  databases.reserve(scenarios.size());
-  for (const Scenario& s : scenarios)
-    databases.push_back(s.name);
-  auto daemon = e2e::daemon_for(databases);
+  std::vector<std::string> ids;
+  auto daemon = e2e::daemon_for_each(scenarios);
   for (const Scenario& s : scenarios) {
     Session portal = e2e::cluster().connect(s.name);
     if (!s.before.empty())

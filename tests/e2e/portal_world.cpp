@@ -3,6 +3,7 @@
 #include <ctime>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sstream>
 
 namespace e2e {
 namespace {
@@ -46,6 +47,17 @@ Columns merged(Columns defaults, const Columns& columns) {
   for (const auto& [name, value] : columns)
     defaults[name] = value;
   return defaults;
+}
+
+Columns columns(const std::string& text) {
+  Columns all;
+  std::istringstream in(text);
+  for (std::string word; in >> word;) {
+    const size_t sign = word.find('=');
+    EXPECT_NE(sign, std::string::npos) << text;
+    all[word.substr(0, sign)] = word.substr(sign + 1);
+  }
+  return all;
 }
 
 std::string insertion(const std::string& table, const Columns& columns) {

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "support/daemon_harness.h"
 #include "support/test_cluster.h"
@@ -21,11 +22,24 @@ void drop_database(const std::string& name);
 /// A daemon that serves these databases, which are made at once.
 std::unique_ptr<support::DaemonHarness> daemon_for(const std::vector<std::string>& databases);
 
+/// The same for the databases that scenarios are named after.
+template <typename Scenarios>
+std::unique_ptr<support::DaemonHarness> daemon_for_each(const Scenarios& scenarios) {
+  std::vector<std::string> databases;
+  for (const auto& scenario : scenarios)
+    databases.emplace_back(scenario.name);
+  return daemon_for(databases);
+}
+
 /// Columns of a row; values as SQL.
 using Columns = std::map<std::string, std::string>;
 
 /// `defaults` with the values of `columns` in place of or beside its own.
 Columns merged(Columns defaults, const Columns& columns);
+
+/// Columns from "name=value name=value ..."; of one name the last value counts. No value holds a
+/// blank.
+Columns columns(const std::string& text);
 
 /// The statement that inserts a row.
 std::string insertion(const std::string& table, const Columns& columns);

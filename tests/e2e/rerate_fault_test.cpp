@@ -10,28 +10,26 @@ namespace {
 namespace fs = std::filesystem;
 
 using e2e::Call;
-using e2e::Columns;
 using e2e::Side;
 using e2e::waiting;
 using support::DaemonHarness;
 using support::Session;
 
 const char* const kMinute = "0.100000|0.100000|60|1.000000|5|44|UK|Britain|3|1772323200";
-const char* const kThreeDays = "1772582399";
 const char* const kTrunks = "1,1,1,0";
 
 /// Stores trunk, rates and a call on each of the first three days of March.
 void store_world(Session& portal) {
-  portal.query(e2e::rate_table("1") + e2e::trunk("1", "t") + e2e::rate({{"rate_id", "5"}}));
-  for (const char* day : {"01", "02", "03"})
-    e2e::store_calls(portal, std::string("202603") + day,
-                     {e2e::call({{"time", std::string("2026-03-") + day + " 12:00:00+00"}})});
+  portal.query(e2e::rate_table("1") + e2e::trunk("1", "t") + e2e::rate("rate_id=5"));
+  for (const std::string day : {"01", "02", "03"}) {
+    Call call = e2e::call();
+    call["time"] = "2026-03-" + day + " 12:00:00+00";
+    e2e::store_calls(portal, "202603" + day, {call});
+  }
 }
 
-std::string submit(Session& portal, const Columns& columns = {}) {
-  return e2e::rerate(
-      portal,
-      e2e::merged({{"ingress_trunk", "'1,1,1,0'"}, {"egress_trunk", "'1,1,1,0'"}}, columns));
+std::string submit(Session& portal, const std::string& columns = "") {
+  return e2e::rerate(portal, "ingress_trunk='1,1,1,0' egress_trunk='1,1,1,0' " + columns);
 }
 
 /// A job of the day that nothing is wrong with shows in each database that the daemon still works.
@@ -40,10 +38,10 @@ void expect_next_jobs_work(const Scenarios& scenarios) {
   std::vector<Session> portals;
   std::vector<std::string> ids;
   for (const auto& s : scenarios) {
-    portals.push_back(e2e::cluster().connect(s.database));
+    portals.push_back(e2e::cluster().connect(s.name));
     ids.push_back(submit(portals.back()));
   }
-  const Call call = e2e::call({});
+  const Call call = e2e::call();
   for (size_t i = 0; i < ids.size(); i++) {
     EXPECT_EQ(e2e::rerated(portals[i], ids[i]), "0 4 ");
     e2e::expect_file(e2e::cdr_file(portals[i], ids[i], "1"),
@@ -58,13 +56,13 @@ std::string removed(const std::string& database) {
 
 /// A fault that ends a day's work, the rest of the job going on.
 struct Fault {
-  std::string database;
+  std::string name;                       ///< also the database's
   std::string break_it;                   ///< SQL
   void (*spoil)(const fs::path& folder);  ///< what is wrong with the job's folder; may be null
   std::string listed;                     ///< the job's file list
   std::string log;                        ///< end of a line
   std::string repair = "";                ///< SQL
-  Columns job = {};
+  std::string job = "";
   std::string outcome = "0 4 ";
 };
 
@@ -129,14 +127,9 @@ std::vector<Fault> faults() {
        day_files({"01", "03"}), "ERROR:  division by zero\n"},
       {"half_rates", rates + breaking("rate", "seconds"), nullptr, "", "ERROR:  division by zero\n",
        whole_again},
-      {"half_fixed",
-       rates + breaking("rate", "seconds"),
-       nullptr,
-       "",
-       "Rerate task 1 execution failed, error_code 3, Get ingress t rate failed\n",
-       whole_again,
-       {{"ingress_trunk", "'1,1,1,1772323200'"}},
-       "3 5 Get ingress t rate failed"},
+      {"half_fixed", rates + breaking("rate", "seconds"), nullptr, "",
+       "Rerate task 1 execution failed, error_code 3, Get ingress t rate failed\n", whole_again,
+       "ingress_trunk='1,1,1,1772323200'", "3 5 Get ingress t rate failed"},
       {"no_folder", "",
        [](const fs::path& folder) {
          fs::create_directories(folder.parent_path());
@@ -160,42 +153,34 @@ std::vector<Fault> faults() {
        },
        day_files({"01", "03"}),
        "full_disk_early/1/1-1-2026-03-02.cdr failed, error:28(No space left on device)\n"},
-      {"full_list",
-       "",
-       nullptr,
-       full_list(),
-       "Rerate task 1 number of CDR file exceeds limits\n",
-       "",
-       {{"ingress_trunk", "''"}, {"egress_trunk", sixty_trunks()}}},
+      {"full_list", "", nullptr, full_list(), "Rerate task 1 number of CDR file exceeds limits\n",
+       "", "ingress_trunk='' egress_trunk=" + sixty_trunks()},
   };
 }
 
 TEST(RerateFault, AFailedLoadOrFileEndsItsDayAndNothingElse) {
   const std::vector<Fault> table = faults();
-  std::vector<std::string> databases;
-  for (const Fault& f : table)
-    databases.push_back(f.database);
-  auto daemon = e2e::daemon_for(databases);
+  auto daemon = e2e::daemon_for_each(table);
   for (const Fault& f : table) {
-    Session portal = e2e::cluster().connect(f.database);
+    Session portal = e2e::cluster().connect(f.name);
     store_world(portal);
     if (!f.break_it.empty())
       portal.query(f.break_it);
     if (f.spoil != nullptr)
-      f.spoil(e2e::output_folder(daemon->path() / "rerate_cdr", f.database));
-    submit(portal, e2e::merged({{"to_time", kThreeDays}}, f.job));
+      f.spoil(e2e::output_folder(daemon->path() / "rerate_cdr", f.name));
+    submit(portal, std::string("to_time=1772582399 ") + f.job);
   }
   daemon->start();
   for (const Fault& f : table) {
-    SCOPED_TRACE(f.database);
-    Session portal = e2e::cluster().connect(f.database);
+    SCOPED_TRACE(f.name);
+    Session portal = e2e::cluster().connect(f.name);
     EXPECT_EQ(e2e::rerated(portal, "1"), f.outcome);
     EXPECT_EQ(e2e::listed_files(portal, "1"), f.listed);
     EXPECT_TRUE(daemon->wait_log(f.log)) << daemon->log();
   }
   for (const Fault& f : table) {
-    SCOPED_TRACE(f.database);
-    Session portal = e2e::cluster().connect(f.database);
+    SCOPED_TRACE(f.name);
+    Session portal = e2e::cluster().connect(f.name);
     if (!f.repair.empty())
       portal.query(f.repair);
   }
@@ -213,7 +198,7 @@ TEST(RerateFault, AFailedLoadOrFileEndsItsDayAndNothingElse) {
 
 /// What holds a job up in one phase, and how it ends when it goes no further.
 struct Phase {
-  const char* database;
+  const char* name;       ///< also the database's
   const char* table;      ///< locked by another session
   const char* waits_for;  ///< beginning of the daemon's statement that waits for the lock
   const char* trunks;
@@ -240,25 +225,21 @@ const Phase kPhases[] = {
 /// Starts a daemon with a job of two days in each phase's database and waits until each is held up
 /// in its phase.
 std::unique_ptr<DaemonHarness> hold_up_jobs(std::vector<Session>& lockers) {
-  std::vector<std::string> databases;
+  for (const Phase& phase : kPhases)
+    e2e::drop_database(phase.name);
+  auto daemon = e2e::daemon_for_each(kPhases);
   for (const Phase& phase : kPhases) {
-    databases.emplace_back(phase.database);
-    e2e::drop_database(phase.database);
-  }
-  auto daemon = e2e::daemon_for(databases);
-  for (const Phase& phase : kPhases) {
-    Session portal = e2e::cluster().connect(phase.database);
+    Session portal = e2e::cluster().connect(phase.name);
     store_world(portal);
-    submit(portal,
-           {{"to_time", "1772495999"}, {"ingress_trunk", "'" + std::string(phase.trunks) + "'"}});
-    lockers.push_back(e2e::cluster().connect(phase.database));
+    submit(portal, std::string("to_time=1772495999 ingress_trunk='") + phase.trunks + "'");
+    lockers.push_back(e2e::cluster().connect(phase.name));
     lockers.back().query("BEGIN; LOCK TABLE " + std::string(phase.table) +
                          " IN ACCESS EXCLUSIVE MODE");
   }
   daemon->start();
   for (const Phase& phase : kPhases) {
-    Session portal = e2e::cluster().connect(phase.database);
-    EXPECT_TRUE(e2e::wait_waiting(portal, phase.waits_for)) << phase.database;
+    Session portal = e2e::cluster().connect(phase.name);
+    EXPECT_TRUE(e2e::wait_waiting(portal, phase.waits_for)) << phase.name;
   }
   return daemon;
 }
@@ -267,10 +248,10 @@ TEST(RerateFault, ABackendThatDiesInAnyPhaseEndsItsJob) {
   std::vector<Session> lockers;
   auto daemon = hold_up_jobs(lockers);
   for (size_t i = 0; i < std::size(kPhases); i++) {
-    SCOPED_TRACE(kPhases[i].database);
-    Session portal = e2e::cluster().connect(kPhases[i].database);
+    SCOPED_TRACE(kPhases[i].name);
+    Session portal = e2e::cluster().connect(kPhases[i].name);
     EXPECT_EQ(waiting(portal, kPhases[i].waits_for, "pg_terminate_backend(pid)"), "1");
-    EXPECT_TRUE(daemon->wait_log(removed(kPhases[i].database))) << daemon->log();
+    EXPECT_TRUE(daemon->wait_log(removed(kPhases[i].name))) << daemon->log();
     EXPECT_THAT(daemon->log(), testing::HasSubstr(kPhases[i].failure));
     // Nobody could write the end into the row.
     EXPECT_EQ(portal.value("SELECT status BETWEEN 1 AND 2 FROM rerate_cdr_task"), "t");
@@ -283,8 +264,8 @@ TEST(RerateFault, ACancelledStatementCostsTheDayOrTheJob) {
   std::vector<Session> lockers;
   auto daemon = hold_up_jobs(lockers);
   for (size_t i = 0; i < std::size(kPhases); i++) {
-    SCOPED_TRACE(kPhases[i].database);
-    Session portal = e2e::cluster().connect(kPhases[i].database);
+    SCOPED_TRACE(kPhases[i].name);
+    Session portal = e2e::cluster().connect(kPhases[i].name);
     EXPECT_EQ(waiting(portal, kPhases[i].waits_for, "pg_cancel_backend(pid)"), "1");
     EXPECT_TRUE(daemon->wait_log("canceling statement due to user request\n", int(i) + 1));
     lockers[i].query("ROLLBACK");
@@ -300,8 +281,8 @@ TEST(RerateFault, AServerThatCrashesWhileJobsRunIsUsedAgainWhenItIsBack) {
   lockers.clear();
   e2e::cluster().restart_immediate();
   for (const Phase& phase : kPhases) {
-    SCOPED_TRACE(phase.database);
-    EXPECT_TRUE(daemon->wait_log(removed(phase.database)));
+    SCOPED_TRACE(phase.name);
+    EXPECT_TRUE(daemon->wait_log(removed(phase.name)));
   }
   expect_next_jobs_work(kPhases);
 }

@@ -41,17 +41,12 @@ std::string differences(const std::string& actual, const std::string& expected) 
 
 }  // namespace
 
-Call call(const Call& columns) {
-  Call all{{"time", "2026-03-01 12:01:00+00"},
-           {"session_id", "s"},
-           {"start_time_of_date", "1772366400000000"},
-           {"routing_digits", "442012345678"},
-           {"call_duration", "60"},
-           {"ingress_id", "1"},
-           {"egress_id", "1"},
-           {"translation_ani", "12125550001"}};
-  for (const auto& [name, value] : columns)
-    all[name] = value;
+Call call(const std::string& columns) {
+  Call all = e2e::columns(
+      "session_id=s start_time_of_date=1772366400000000 routing_digits=442012345678"
+      " call_duration=60 ingress_id=1 egress_id=1 translation_ani=12125550001 " +
+      columns);
+  all["time"] = "2026-03-01 12:01:00+00";
   return all;
 }
 
@@ -125,40 +120,30 @@ void expect_file(const std::filesystem::path& path, const std::string& expected)
   EXPECT_TRUE(actual == expected) << path << " differs";
 }
 
-std::string rate(const Columns& columns) {
-  return insertion("rate", merged({{"rate_table_id", "1"},
-                                   {"code", "'44'"},
-                                   {"code_name", "'UK'"},
-                                   {"country", "'Britain'"},
-                                   {"rate", "0.1"},
-                                   {"seconds", "60"},
-                                   {"interval", "6"},
-                                   {"min_time", "0"},
-                                   {"grace_time", "0"},
-                                   {"setup_fee", "0"},
-                                   {"effective_date", "'2026-01-01 00:00:00+00'"}},
-                                  columns)) +
+std::string rate(const std::string& columns) {
+  const char* const ordinary =
+      "rate_table_id=1 code='44' code_name='UK' country='Britain' rate=0.1 seconds=60 interval=6"
+      " min_time=0 grace_time=0 setup_fee=0 effective_date='2026-01-01T00:00:00Z' ";
+  return insertion("rate", e2e::columns(ordinary + columns)) + ";";
+}
+
+std::string rate_table(const std::string& id, const std::string& columns) {
+  return insertion("rate_table", e2e::columns("name='deck' rate_table_id=" + id + " " + columns)) +
          ";";
 }
 
-std::string rate_table(const std::string& id, const Columns& columns) {
-  return insertion("rate_table", merged({{"rate_table_id", id}, {"name", "'deck'"}}, columns)) +
-         ";";
-}
-
-std::string trunk(const std::string& id, const std::string& alias, int decimals, int rounding) {
+std::string trunk(const std::string& id, const std::string& alias, const std::string& decimals,
+                  const std::string& rounding) {
   return insertion("resource", {{"resource_id", id},
                                 {"alias", "'" + alias + "'"},
-                                {"rate_decimal", std::to_string(decimals)},
-                                {"rate_rounding", std::to_string(rounding)}}) +
+                                {"rate_decimal", decimals},
+                                {"rate_rounding", rounding}}) +
          ";";
 }
 
-std::string rerate(Session& portal, const Columns& columns) {
-  return portal.value(
-      insertion("rerate_cdr_task",
-                merged({{"from_time", kMarch1}, {"to_time", "1772409599"}}, columns)) +
-      " RETURNING id");
+std::string rerate(Session& portal, const std::string& columns) {
+  const std::string day = std::string("from_time=") + kMarch1 + " to_time=1772409599 ";
+  return portal.value(insertion("rerate_cdr_task", e2e::columns(day + columns)) + " RETURNING id");
 }
 
 std::string rerated(Session& portal, const std::string& id) {

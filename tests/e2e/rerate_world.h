@@ -15,9 +15,9 @@ inline constexpr const char* kMarch3 = "1772496000";
 /// A call record by column, as COPY writes the values; columns left out are null.
 using Call = std::map<std::string, std::string>;
 
-/// A call of 60 s on 1 March 2026 at 12:00:00 to 442012345678, with these columns in place of or
-/// beside the ordinary ones. Its trunk on both sides is 1.
-Call call(const Call& columns);
+/// A call of 60 s on 1 March 2026 at 12:00:00 to 442012345678, with these columns ("name=value
+/// ...") in place of or beside the ordinary ones. Its trunk on both sides is 1.
+Call call(const std::string& columns = "");
 
 /// Stores calls in the day's table ("20260301"), which is made when there is none.
 void store_calls(support::Session& portal, const std::string& day, const std::vector<Call>& calls);
@@ -41,15 +41,15 @@ void expect_file(const std::filesystem::path& path, const std::string& expected)
 
 /// SQL that stores a rate: 0.1 a minute for code 44 in steps of 6 s from 1 January 2026 on in
 /// rate table 1, with these columns in place of or beside the ordinary ones.
-std::string rate(const Columns& columns);
+std::string rate(const std::string& columns);
 
 /// SQL that stores a rate table, and a trunk that rounds as told.
-std::string rate_table(const std::string& id, const Columns& columns = {});
-std::string trunk(const std::string& id, const std::string& alias, int decimals = 6,
-                  int rounding = 1);
+std::string rate_table(const std::string& id, const std::string& columns = "");
+std::string trunk(const std::string& id, const std::string& alias,
+                  const std::string& decimals = "6", const std::string& rounding = "1");
 
 /// Inserts a job for 1 March 2026, whole day, without trunks; returns its id.
-std::string rerate(support::Session& portal, const Columns& columns);
+std::string rerate(support::Session& portal, const std::string& columns);
 
 /// Waits until the job has status 4 or 5; "err_code status progress" of the row.
 std::string rerated(support::Session& portal, const std::string& id);
