@@ -1,10 +1,11 @@
 /// Memory for the records that exist a million times: tree nodes, rates, import records.
 ///
-/// A slab hands out zeroed pieces one behind the other from blocks of 1 MiB that come from the
+/// A slab hands out zeroed pieces one behind the other from blocks of 2 MiB that come from the
 /// kernel and go back to it. A piece has no header; the block around it is found from its address
 /// and counts its live pieces. A released piece is not used again; its block goes back when its
 /// last piece is released. So loading is a pointer increment, neighbours in time are neighbours in
-/// memory, and a finished job's memory really leaves the process.
+/// memory, and a finished job's memory really leaves the process. From the third block on a slab
+/// asks for huge pages.
 ///
 /// A slab and all its pieces belong to one thread at a time. It has no destructor: with its last
 /// piece released it owns nothing.
@@ -19,7 +20,8 @@ class qvn_slab {
   qvn_slab(const qvn_slab&) = delete;
   qvn_slab& operator=(const qvn_slab&) = delete;
 
-  /// A zeroed piece of `size` bytes, aligned to 8; null when memory runs out.
+  /// A zeroed piece of `size` bytes, aligned to 8; to a cache line of 64 when all pieces of the
+  /// slab are whole lines. Null when memory runs out.
   [[nodiscard]] void* alloc(std::size_t size) noexcept;
 
   /// Gives a piece back, whichever slab of this thread it came from.
@@ -28,6 +30,7 @@ class qvn_slab {
  private:
   struct block;
   block* current_ = nullptr;  ///< the block that pieces are cut from, or none
+  std::size_t blocks_ = 0;    ///< blocks that pieces live in
 };
 
 /// Bytes of a text behind a record in the same piece, its NUL included; none for an empty text.

@@ -1,18 +1,37 @@
 #include "rate/rp_hash.h"
 
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "base/qvn_slab.h"
 
-static_assert(sizeof(rp_hash_node) == 72, "the header states the size of a node");
-
 namespace {
 
 constexpr uint8_t kEmptyKeyDepth = 1;
+constexpr std::size_t kLine = 64;  ///< bytes of a cache line
 
-// Nodes lie apart from the records, so that a search touches nothing but nodes.
+/// The children of one node by their digit. A crowded level has one, so that finding a child costs
+/// one cache line instead of one a sibling. Where a child has an index itself, the entry leads to
+/// that index: a search then walks from index to index and leaves the nodes alone.
+///
+/// Places are given as distances in lines from this index, so that all ten fit one line. A node
+/// too far away for that (64 GiB) is not in the index.
+struct digit_index {
+  int32_t child[10];  ///< link to a digit's node or, odd, its index; 0: none
+  int32_t owner;      ///< distance of the node whose children these are
+  uint8_t terminal;   ///< the owner's
+  uint8_t partial;    ///< 1 when the list may have digits that are not here
+};
+
+constexpr std::size_t kIndexSize = kLine;
+static_assert(sizeof(rp_hash_node) == kLine, "the header states the size of a node");
+static_assert(sizeof(digit_index) <= kIndexSize);
+
+// Nodes lie apart from the records, and indexes apart from the nodes, so that a search touches
+// little memory. All pieces of one slab are a line long, so each begins one.
 thread_local constinit qvn_slab node_slab;
+thread_local constinit qvn_slab index_slab;
 
 uint8_t key_byte(const char* key) {
   return static_cast<uint8_t>(*key);
@@ -23,12 +42,110 @@ uint8_t key_length(const char* key) {
   return static_cast<uint8_t>(std::strlen(key));
 }
 
+// --- places
+// ---------------------------------------------------------------------------------------
+
+/// Lines from one piece to another; 0 when they are too far apart.
+int32_t distance(const void* from, const void* to) {
+  constexpr int64_t kFarthest = (int64_t{1} << 30) - 1;  // a link has one bit less
+  const int64_t lines =
+      (reinterpret_cast<intptr_t>(to) - reinterpret_cast<intptr_t>(from)) / int64_t{kLine};
+  return lines >= -kFarthest && lines <= kFarthest ? static_cast<int32_t>(lines) : 0;
+}
+
+template <class Piece>
+Piece* at_distance(const void* from, int32_t lines) {
+  return reinterpret_cast<Piece*>(reinterpret_cast<intptr_t>(from) +
+                                  int64_t{lines} * int64_t{kLine});
+}
+
+bool leads_to_index(int32_t link) {
+  return (link & 1) != 0;
+}
+
+digit_index* index_of(const rp_hash_node* node) {
+  return node->index == 0 ? nullptr : at_distance<digit_index>(node, node->index);
+}
+
+rp_hash_node* owner_of(const digit_index* index) {
+  return at_distance<rp_hash_node>(index, index->owner);
+}
+
+template <class Piece>
+Piece* linked(const digit_index* index, int32_t link) {
+  return at_distance<Piece>(index, link >> 1);
+}
+
+rp_hash_node* linked_node(const digit_index* index, int32_t link) {
+  return leads_to_index(link) ? owner_of(linked<digit_index>(index, link))
+                              : linked<rp_hash_node>(index, link);
+}
+
+/// The digit's link, or null for a byte that is no digit.
+int32_t* link_of(digit_index* index, uint8_t ch) {
+  const unsigned digit = unsigned{ch} - '0';
+  return digit < std::size(index->child) ? &index->child[digit] : nullptr;
+}
+
+// --- levels
+// ---------------------------------------------------------------------------------------
+
 rp_hash_node* find_sibling(rp_hash_node* level, uint8_t ch) {
   rp_hash_node* node = level;
   while (node && node->ch != ch) {
     node = node->next;
   }
   return node;
+}
+
+rp_hash_node* find_child(const rp_hash_node* parent, uint8_t ch) {
+  digit_index* const index = index_of(parent);
+  const int32_t* const link = index ? link_of(index, ch) : nullptr;
+  if (link && *link != 0) {
+    return linked_node(index, *link);
+  }
+  return link && !index->partial ? nullptr : find_sibling(parent->children, ch);
+}
+
+/// Links from the index of the level to the node or, when it has one, to the node's index.
+void add_to_index(digit_index* level, const rp_hash_node* node) {
+  int32_t* const link = link_of(level, node->ch);
+  if (!link) {
+    return;
+  }
+  const digit_index* const index = index_of(node);
+  const int32_t to_index = index ? distance(level, index) : 0;
+  *link = to_index != 0 ? to_index * 2 + 1 : distance(level, node) * 2;
+  if (*link == 0) {
+    level->partial = 1;
+  }
+}
+
+/// Gives the node's children an index. Without memory the list has to do.
+void make_index(rp_hash_node* owner) {
+  void* const memory = index_slab.alloc(kIndexSize);
+  const int32_t place = memory ? distance(owner, memory) : 0;
+  if (place == 0) {
+    qvn_slab::release(memory);
+    return;
+  }
+  auto* const index = new (memory) digit_index{};
+  index->owner = -place;
+  index->terminal = owner->terminal;
+  for (const rp_hash_node* node = owner->children; node; node = node->next) {
+    add_to_index(index, node);
+  }
+  owner->index = place;
+  if (digit_index* const level = owner->parent ? index_of(owner->parent) : nullptr) {
+    add_to_index(level, owner);
+  }
+}
+
+void set_terminal(rp_hash_node* node, uint8_t terminal) {
+  node->terminal = terminal;
+  if (digit_index* const index = index_of(node)) {
+    index->terminal = terminal;
+  }
 }
 
 /// Makes a node and puts it in front of the level whose first node `head` holds. Null without
@@ -47,31 +164,84 @@ rp_hash_node* add_to_level(rp_hash_node** head, rp_hash_node* parent, uint8_t ch
     (*head)->prev = node;
   }
   *head = node;
+  if (!parent) {
+    return node;
+  }
+  if (digit_index* const index = index_of(parent)) {
+    add_to_index(index, node);
+  } else if (node->next) {
+    make_index(parent);
+  }
   return node;
 }
 
 /// The node for one byte of a key: found, and then counted, or made.
-rp_hash_node* enter(rp_hash_node** head, rp_hash_node* parent, uint8_t ch, uint8_t depth) {
-  rp_hash_node* const found = find_sibling(*head, ch);
+rp_hash_node* enter(rp_hash_node** slot, rp_hash_node* parent, uint8_t ch, uint8_t depth) {
+  rp_hash_node* const found = parent ? find_child(parent, ch) : find_sibling(*slot, ch);
   if (found) {
     ++found->pass_count;
     return found;
   }
-  return add_to_level(head, parent, ch, depth);
+  return add_to_level(parent ? &parent->children : slot, parent, ch, depth);
 }
 
-/// The deepest node on the key's path, or null when not even its first byte is there.
-rp_hash_node* deepest_on_path(rp_hash_node* level, const char* key) {
-  rp_hash_node* last = nullptr;
-  for (; *key && level; ++key) {
-    rp_hash_node* const found = find_sibling(level, key_byte(key));
-    if (!found) {
+/// The last node on the key's path at which a key ends, or null. `node` is that of the first byte.
+rp_hash_node* longest_match(rp_hash_node* node, const char* key) {
+  rp_hash_node* best = nullptr;
+  while (node) {
+    if (node->terminal == 1) {
+      best = node;
+    }
+    if (*++key == '\0') {
       break;
     }
-    last = found;
-    level = found->children;
+    digit_index* index = index_of(node);
+    if (!index) {
+      node = find_sibling(node->children, key_byte(key));
+      continue;
+    }
+    const int32_t* link = link_of(index, key_byte(key));
+    while (link && leads_to_index(*link)) {
+      index = linked<digit_index>(index, *link);
+      if (index->terminal == 1) {
+        best = owner_of(index);
+      }
+      if (*++key == '\0') {
+        return best;
+      }
+      link = link_of(index, key_byte(key));
+    }
+    if (link && *link != 0) {
+      node = linked<rp_hash_node>(index, *link);
+    } else if (link && !index->partial) {
+      break;
+    } else {
+      node = find_sibling(owner_of(index)->children, key_byte(key));
+    }
   }
-  return last;
+  return best;
+}
+
+/// Has the children brought into the cache while something else is done: a walk over a large tree
+/// would wait for memory at every node.
+void fetch_children(const rp_hash_node* node) {
+  // GCC 12 takes a function that only prefetches for one without effect and drops its calls.
+  asm volatile("");
+  const digit_index* const index = index_of(node);
+  if (!index) {
+    __builtin_prefetch(node->children, 1);
+    return;
+  }
+  for (const int32_t link : index->child) {
+    if (link != 0) {
+      __builtin_prefetch(linked_node(index, link), 1);
+    }
+  }
+}
+
+void release_node(rp_hash_node* node) {
+  qvn_slab::release(index_of(node));
+  qvn_slab::release(node);
 }
 
 void unlink_and_free(rp_hash_node** slot, rp_hash_node* node) {
@@ -85,7 +255,11 @@ void unlink_and_free(rp_hash_node** slot, rp_hash_node* node) {
   if (node->next) {
     node->next->prev = node->prev;
   }
-  qvn_slab::release(node);
+  digit_index* const level = node->parent ? index_of(node->parent) : nullptr;
+  if (int32_t* const link = level ? link_of(level, node->ch) : nullptr) {
+    *link = 0;
+  }
+  release_node(node);
 }
 
 /// Takes one insertion off every node from `node` up, freeing those that only it needed.
@@ -112,16 +286,14 @@ rp_hash_node* rp_hash_create(rp_hash_node** slot, const char* key) {
   if (length == 0) {
     node = enter(slot, nullptr, 0, kEmptyKeyDepth);
   }
-  rp_hash_node** head = slot;
   for (unsigned position = 1; position <= length; ++position, ++key) {
-    node = enter(head, node, key_byte(key), static_cast<uint8_t>(position));
+    node = enter(slot, node, key_byte(key), static_cast<uint8_t>(position));
     if (!node) {
       return nullptr;
     }
-    head = &node->children;
   }
   if (node) {
-    node->terminal = 1;
+    set_terminal(node, 1);
   }
   return node;
 }
@@ -130,9 +302,10 @@ rp_hash_node* rp_hash_search(rp_hash_node* const* slot, const char* key) {
   if (!slot || !key) {
     return nullptr;
   }
-  for (rp_hash_node* node = deepest_on_path(*slot, key); node; node = node->parent) {
-    if (node->terminal == 1) {
-      return node;
+  if (*key != '\0') {
+    rp_hash_node* const match = longest_match(find_sibling(*slot, key_byte(key)), key);
+    if (match) {
+      return match;
     }
   }
   return find_sibling(*slot, 0);
@@ -164,7 +337,7 @@ int32_t rp_hash_delete(rp_hash_node** slot, const char* key, rp_hash_free_fn fre
     if (node->item_count != 0) {
       return 1;
     }
-    node->terminal = 0;
+    set_terminal(node, 0);
     node->items = nullptr;
   }
   undo_insertion(slot, node);
@@ -176,14 +349,18 @@ int32_t rp_hash_destroy(rp_hash_node** slot, rp_hash_free_fn free_fn) {
     return 0;
   }
   rp_hash_node* node = *slot;
+  fetch_children(node);
   while (node) {
     rp_hash_node* const next = node->next;
+    if (next) {
+      fetch_children(next);
+    }
     (void)rp_hash_destroy(&node->children, free_fn);
     (void)rp_hash_destroy(&node->sub, free_fn);
     if (node->items) {
       (void)free_fn(node, nullptr);
     }
-    qvn_slab::release(node);
+    release_node(node);
     node = next;
   }
   *slot = nullptr;

@@ -1,9 +1,11 @@
 #include "rate/rp_hash.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <string>
+#include <sys/mman.h>
 #include <vector>
 
 namespace {
@@ -164,47 +166,131 @@ TEST_F(prefix_tree_test, visit_reaches_every_payload_below_first) {
   EXPECT_EQ(seen, (std::vector<int>{'5', '2', '1'}));
 }
 
+TEST_F(prefix_tree_test, crowded_levels_take_any_byte) {
+  std::map<std::string, rp_hash_node*> nodes;
+  for (const char* const start : {"4", "44", "4#"}) {
+    for (unsigned byte = 255; byte > 0; --byte) {
+      const std::string key = start + std::string(1, static_cast<char>(byte));
+      nodes[key] = insert(key);
+    }
+  }
+  for (const auto& [key, node] : nodes) {
+    EXPECT_EQ(exact(key), node) << key;
+  }
+}
+
 /// The tree against a plain map under random insertions, searches and deletions. Without the empty
 /// key, whose node goes on as the default of searches after a deletion that left the path's counts
 /// as they were.
-TEST_F(prefix_tree_test, behaves_like_a_map_of_prefixes) {
-  const auto seed = std::random_device{}();
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
-  std::mt19937 random(seed);
-  std::map<std::string, uint64_t> model;
-  const auto random_key = [&] {
-    std::string key(1 + random() % 4, '0');
-    for (char& digit : key) {
-      digit = static_cast<char>('0' + random() % 3);
+class random_operations : public prefix_tree {
+ protected:
+  void run(int steps) {
+    for (int step = 0; step < steps; ++step) {
+      const std::string key = random_key();
+      switch (random_() % 3) {
+        case 0:
+          insert(key);
+          ++model_[key];
+          break;
+        case 1:
+          ASSERT_EQ(remove(key), model_.contains(key) ? 1 : 0) << key;
+          if (model_.contains(key) && --model_[key] == 0) {
+            model_.erase(key);
+          }
+          break;
+        default:
+          const std::string number = key + "2";
+          const rp_hash_node* const found = search(number);
+          ASSERT_EQ(found ? int64_t{found->item_count} : -1, model_search(number)) << number;
+          ASSERT_EQ(exact(key) != nullptr, model_.contains(key)) << key;
+      }
+    }
+    EXPECT_EQ(items_in_lists(), items_in_model());
+  }
+
+  const std::random_device::result_type seed_ = std::random_device{}();
+  std::mt19937 random_{seed_};
+
+ private:
+  /// Few enough keys that levels fill, empty and fill again.
+  std::string random_key() {
+    std::string key(1 + random_() % 4, '0');
+    for (char& byte : key) {
+      byte = "0129#"[random_() % 5];
     }
     return key;
-  };
-  const auto model_search = [&](std::string key) {
-    while (!key.empty() && !model.contains(key)) {
+  }
+
+  int64_t model_search(std::string key) {
+    while (!key.empty() && !model_.contains(key)) {
       key.pop_back();
     }
-    return model.contains(key) ? static_cast<int64_t>(model[key]) : -1;
-  };
-  for (int step = 0; step < 20000; ++step) {
-    const std::string key = random_key();
-    switch (random() % 3) {
-      case 0:
-        insert(key);
-        ++model[key];
-        break;
-      case 1:
-        ASSERT_EQ(remove(key), model.contains(key) ? 1 : 0) << key;
-        if (model.contains(key) && --model[key] == 0) {
-          model.erase(key);
-        }
-        break;
-      default:
-        const std::string number = key + "2";
-        const rp_hash_node* const found = search(number);
-        ASSERT_EQ(found ? static_cast<int64_t>(found->item_count) : -1, model_search(number));
-        ASSERT_EQ(exact(key) != nullptr, model.contains(key)) << key;
+    return model_.contains(key) ? static_cast<int64_t>(model_[key]) : -1;
+  }
+
+  /// What a search finds and what the sibling lists hold are to be the same.
+  uint64_t items_in_lists() {
+    uint64_t count = 0;
+    rp_hash_record(
+        &root_,
+        [](rp_hash_node* node, void* sum) {
+          *static_cast<uint64_t*>(sum) += node->item_count;
+          return 1;
+        },
+        &count);
+    return count;
+  }
+
+  uint64_t items_in_model() const {
+    uint64_t count = 0;
+    for (const auto& [key, items] : model_) {
+      count += items;
     }
+    return count;
+  }
+
+  std::map<std::string, uint64_t> model_;
+};
+
+using random_operations_test = random_operations;
+
+TEST_F(random_operations_test, tree_behaves_like_a_map_of_prefixes) {
+  SCOPED_TRACE(testing::Message() << "seed " << seed_);
+  run(40000);
+}
+
+#if !defined(__SANITIZE_ADDRESS__)
+/// Indexes reach nodes by distances of up to 64 GiB. A daemon that holds the calls of a day may
+/// get memory from farther away.
+TEST_F(random_operations_test, nodes_may_lie_anywhere_in_the_address_space) {
+  SCOPED_TRACE(testing::Message() << "seed " << seed_);
+  constexpr std::size_t kGap = std::size_t{160} << 30;
+  constexpr int64_t kReach = int64_t{64} << 30;
+  run(3000);
+  const auto before = reinterpret_cast<intptr_t>(root_);
+  void* const gap =
+      mmap(nullptr, kGap, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (gap == MAP_FAILED) {
+    GTEST_SKIP() << "no address space for the gap";
+  }
+  rp_hash_node* others = nullptr;
+  const auto is_far = [before](const rp_hash_node* node) {
+    return std::abs(reinterpret_cast<intptr_t>(node) - before) > kReach;
+  };
+  // Until the memory mapped before the gap is used up.
+  const rp_hash_node* newest = nullptr;
+  for (int i = 0; i < 1'000'000 && !(newest && is_far(newest)); ++i) {
+    newest = rp_hash_create(&others, std::to_string(i).c_str());
+  }
+  const bool apart = is_far(newest);
+  run(40000);
+  rp_hash_destroy(&others, nullptr);
+  rp_hash_destroy(&root_, free_one);
+  (void)munmap(gap, kGap);
+  if (!apart) {
+    GTEST_SKIP() << "the kernel put new memory beside the old";
   }
 }
+#endif
 
 }  // namespace
