@@ -165,6 +165,20 @@ create_database() {
 # value SQL...: the statement's only value.
 value() { psql -XAtqc "$1"; }
 
+# keep_steps TABLE: from now on a trigger keeps each state of the job table's rows in table step.
+keep_steps() {
+  psql -Xq <<SQL
+SET client_min_messages = warning;
+CREATE TABLE IF NOT EXISTS step (id serial, job integer, at timestamptz, status integer, progress text);
+CREATE OR REPLACE FUNCTION keep_step() RETURNS trigger LANGUAGE plpgsql AS \$\$
+BEGIN
+  INSERT INTO step (job, at, status, progress) VALUES (NEW.id, clock_timestamp(), NEW.status, NEW.progress);
+  RETURN NEW;
+END \$\$;
+CREATE TRIGGER keep_step AFTER INSERT OR UPDATE ON $1 FOR EACH ROW EXECUTE FUNCTION keep_step();
+SQL
+}
+
 # --- the daemon ------------------------------------------------------------------------------------------------------------
 
 # daemon_install FOLDER: the release build, installed into FOLDER.
