@@ -127,7 +127,10 @@ void rerate_all_days(rerate_task& task) {
   task.to_time = moved_back(task.to_time, task.timezone);
   rerate_days days(task.from_time, task.to_time);
   while (const std::optional<rerate_day> day = days.next()) {
-    (void)rerate_cdr(task, *day);
+    if (rerate_cdr(task, *day) != 0) {
+      QVN_LOG(kLogWarning, "Rerate task %u day %s failed, error_code %d, %s\n", task.id,
+              day->date.c_str(), static_cast<int>(task.error), task.error_text);
+    }
   }
   if (days.failed()) {
     task.fail(rerate_error::system);

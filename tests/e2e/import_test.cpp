@@ -11,6 +11,7 @@
 namespace {
 
 using e2e::Columns;
+using e2e::day;
 using support::DaemonHarness;
 using support::Row;
 using support::Session;
@@ -36,11 +37,8 @@ std::string result_file(Session& portal, const std::string& name) {
 
 /// Runs all scenarios in one daemon and compares each one's end.
 void run_scenarios(const std::vector<Scenario>& scenarios) {
-  std::vector<std::string> databases, ids;
-  databases.reserve(scenarios.size());
-  for (const Scenario& s : scenarios)
-    databases.push_back(s.name);
-  auto daemon = e2e::daemon_for(databases);
+  std::vector<std::string> ids;
+  auto daemon = e2e::daemon_for_each(scenarios);
   for (const Scenario& s : scenarios) {
     Session portal = e2e::cluster().connect(s.name);
     if (!s.before.empty())
@@ -68,14 +66,6 @@ std::string stored(const std::string& code, const std::string& rate, const std::
                    const std::string& end = "NULL") {
   return "INSERT INTO rate (rate_table_id, code, rate, effective_date, end_date) VALUES (7,'" +
          code + "'," + rate + ",'" + effective + " 00:00:00+00'," + end + ");";
-}
-
-/// A calendar day so many days from today, YYYY-MM-DD.
-std::string day(int days) {
-  const time_t then = time(nullptr) + days * time_t{86400};
-  char text[16];
-  strftime(text, sizeof text, "%Y-%m-%d", gmtime(&then));
-  return text;
 }
 
 TEST(Import, EveryColumnReachesTheTableAndTheJobRow) {
@@ -114,7 +104,7 @@ TEST(Import, EveryColumnReachesTheTableAndTheJobRow) {
                           "Download: [0-9]+, Process: [0-9]+, Delete: 0, Update: 0, Copy: [0-9]+"));
   EXPECT_THAT(job[3], MatchesRegex(daemon->path().string() +
                                    "/result_log/[0-9]{8}/127.0.0.1-columns/" + id + "/"));
-  EXPECT_EQ(std::filesystem::status(job[3]).permissions(), std::filesystem::perms(0777));
+  EXPECT_TRUE(e2e::wait_open_to_all(job[3]));
 
   const std::string completed = "127.0.0.1-columns rate upload task 1 have been completed, ";
   for (const std::string& line :

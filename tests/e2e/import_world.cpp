@@ -1,56 +1,22 @@
 #include "e2e/import_world.h"
 
-#include <gtest/gtest.h>
-
 namespace e2e {
-namespace {
 
 using support::Session;
-
-support::TestCluster* g_cluster = nullptr;
-
-/// Stops the cluster while the test program is still whole.
-class ClusterEnd : public testing::Environment {
- public:
-  void TearDown() override {
-    delete g_cluster;
-    g_cluster = nullptr;
-  }
-};
-
-const testing::Environment* const g_end = testing::AddGlobalTestEnvironment(new ClusterEnd);
-
-}  // namespace
-
-support::TestCluster& cluster() {
-  if (g_cluster == nullptr)
-    g_cluster = new support::TestCluster();
-  return *g_cluster;
-}
 
 std::string submit(Session& portal, const std::filesystem::path& folder, const std::string& deck,
                    const std::string& rate_table, const Columns& columns) {
   support::write_file(folder / "deck.csv", deck);
-  Columns all{{"upload_file_path", "'" + folder.string() + "'"},
-              {"upload_format_file", "'deck.csv'"},
-              {"rate_table_id", rate_table},
-              {"rate_date_format", "'YYYY-MM-DD'"}};
-  for (const auto& [name, value] : columns)
-    all[name] = value;
-  std::string names, values;
-  for (const auto& [name, value] : all) {
-    names += (names.empty() ? "" : ",") + name;
-    values += (values.empty() ? "" : ",") + value;
-  }
-  return portal.value("INSERT INTO rate_upload_task (" + names + ") VALUES (" + values +
-                      ") RETURNING id");
+  const Columns all = merged({{"upload_file_path", "'" + folder.string() + "'"},
+                              {"upload_format_file", "'deck.csv'"},
+                              {"rate_table_id", rate_table},
+                              {"rate_date_format", "'YYYY-MM-DD'"}},
+                             columns);
+  return portal.value(insertion("rate_upload_task", all) + " RETURNING id");
 }
 
 std::string outcome(Session& portal, const std::string& id) {
-  const std::string row = " FROM rate_upload_task WHERE id = " + id;
-  EXPECT_TRUE(support::wait_until([&] { return portal.value("SELECT status >= 4" + row) == "t"; }))
-      << "job " << id << " does not end";
-  return portal.value("SELECT status || ' ' || coalesce(progress, '')" + row);
+  return job_end(portal, "rate_upload_task", id, "status || ' ' || coalesce(progress, '')");
 }
 
 std::string rates(Session& portal, const std::string& rate_table) {
@@ -71,18 +37,6 @@ void store_rate(Session& portal, const std::string& rate_table, const std::strin
   portal.query("INSERT INTO rate (rate_table_id, code, rate, effective_date, end_date) VALUES (" +
                rate_table + ",'" + code + "'," + rate + ",'" + effective + " 00:00:00+00'," +
                (end.empty() ? "NULL" : "'" + end + "'") + ")");
-}
-
-void drop_database(const std::string& name) {
-  cluster().connect("postgres").query("DROP DATABASE IF EXISTS " + name + " WITH (FORCE)");
-}
-
-std::unique_ptr<support::DaemonHarness> daemon_for(const std::vector<std::string>& databases) {
-  for (const std::string& name : databases)
-    cluster().create_database(name);
-  auto daemon = std::make_unique<support::DaemonHarness>();
-  daemon->write_databases(cluster().port(), databases);
-  return daemon;
 }
 
 }  // namespace e2e

@@ -1,20 +1,9 @@
-// What the import tests share: one cluster for the test program, decks and job rows.
+// What the import tests share: decks, job rows and rates.
 #pragma once
 
-#include <map>
-#include <memory>
-#include <string>
-
-#include "support/daemon_harness.h"
-#include "support/test_cluster.h"
+#include "e2e/portal_world.h"
 
 namespace e2e {
-
-/// The cluster of this test program, started at first use and stopped by main's end.
-support::TestCluster& cluster();
-
-/// Columns of a row of rate_upload_task beside what every job has; values as SQL.
-using Columns = std::map<std::string, std::string>;
 
 /// Inserts a job for the rate table and a deck in `folder`; returns its id. `columns` replace the
 /// ordinary ones: date format YYYY-MM-DD, everything else as the table's defaults.
@@ -32,11 +21,5 @@ std::string rates(support::Session& portal, const std::string& rate_table);
 /// Stores a rate as an earlier import would have left it; dates as SQL text, an empty end for none.
 void store_rate(support::Session& portal, const std::string& rate_table, const std::string& code,
                 const std::string& rate, const std::string& effective, const std::string& end = "");
-
-/// Drops a database, whoever is connected to it; nothing when there is none.
-void drop_database(const std::string& name);
-
-/// A daemon that serves these databases, which are made at once.
-std::unique_ptr<support::DaemonHarness> daemon_for(const std::vector<std::string>& databases);
 
 }  // namespace e2e

@@ -114,11 +114,12 @@ TEST(Process, BadSettingsAreReportedAndTheDaemonStartsAllTheSame) {
   daemon.write_main_conf(
       "[general]\nlog_level=9\nmax_log_size=0\n"
       "[CLI]\ncli_listen_port=80\n"
-      "[rate_upload]\nmax_rate_upload_task=4\n");
+      "[rerate]\nmax_rerate_task=101\n[rate_upload]\nmax_rate_upload_task=4\n");
   daemon.start_foreground();
   expect_in_order(daemon.log(), {"The log level invalid  in the %s file, used the default level\n",
                                  "The max log file size MUST be in 1024 - 1024*1024(KB)\n",
                                  "The CLI server listen port MUST be in 1024 - 65534\n",
+                                 "The max concurrent rerate task MUST be in 5 - 100\n",
                                  "The max concurrent rate upload task MUST be in 5 - 300\n",
                                  "Start running...\n"});
 }
