@@ -1,0 +1,150 @@
+#include "lrn/lrn_message.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+std::string_view skip_blanks(std::string_view text) {
+  constexpr unsigned char kBlank = 32;
+  const auto* const first =
+      std::ranges::find_if(text, [](char c) { return static_cast<unsigned char>(c) > kBlank; });
+  return {first, text.end()};
+}
+
+/// The text's line up to its line feed, which is taken off the front with it; the line itself ends
+/// at its first carriage return.
+std::string_view take_line(std::string_view& text) {
+  const std::size_t feed = text.find('\n');
+  std::string_view line = text.substr(0, feed);
+  text.remove_prefix(feed == std::string_view::npos ? text.size() : feed + 1);
+  return line.substr(0, line.find('\r'));
+}
+
+/// A position that does not exist holds no character that is asked for.
+bool has_at(std::string_view line, std::size_t position, char wanted) {
+  return position < line.size() && line[position] == wanted;
+}
+
+constexpr std::size_t kStatusCodeAt = 8;  // behind "SIP/2.0 "
+
+bool has_code(std::string_view status_line, std::string_view code) {
+  return status_line.size() > kStatusCodeAt && status_line.substr(kStatusCodeAt).starts_with(code);
+}
+
+int32_t response_class(std::string_view status_line) {
+  if (has_code(status_line, "302")) {
+    return kLrnRedirected;
+  }
+  if (!has_code(status_line, "503")) {
+    return kLrnOther;
+  }
+  const bool usual_reason =
+      has_at(status_line, 11, ' ') && has_at(status_line, 12, 'S') && has_at(status_line, 20, 'U');
+  return usual_reason ? kLrnServiceUnavailable : kLrnOther503;
+}
+
+/// The values of the headers that a response is judged by.
+struct lrn_headers {
+  using value = std::optional<std::string_view>;
+  value from;
+  value to;
+  value call_id;
+  value cseq;
+  value contact;
+  value location_info;
+};
+
+/// A header is told by how its line begins; its value by a fixed position behind that.
+struct known_header {
+  std::string_view name;
+  std::size_t value_at;
+  lrn_headers::value lrn_headers::*value;
+};
+
+constexpr known_header kKnownHeaders[] = {
+    {"From", 5, &lrn_headers::from},       {"To", 3, &lrn_headers::to},
+    {"Call-ID", 8, &lrn_headers::call_id}, {"CSeq", 5, &lrn_headers::cseq},
+    {"Contact", 8, &lrn_headers::contact}, {"Location-Info", 15, &lrn_headers::location_info},
+};
+
+lrn_headers read_headers(std::string_view text) {
+  constexpr int kMostHeaders = 5;
+  lrn_headers headers;
+  int recognised = 0;
+  while (!text.empty() && recognised <= kMostHeaders) {
+    const std::string_view line = take_line(text);
+    for (const known_header& known : kKnownHeaders) {
+      if (line.starts_with(known.name)) {
+        headers.*known.value = line.substr(std::min(known.value_at, line.size()));
+        ++recognised;
+        break;
+      }
+    }
+  }
+  return headers;
+}
+
+/// The routing number of a Contact: behind "rn=", without one "+", up to the first ";", or else the
+/// first "@".
+std::optional<std::string_view> routing_number(std::string_view contact) {
+  constexpr std::string_view kParameter = "rn=";
+  const std::size_t begin = contact.find(kParameter);
+  if (begin == std::string_view::npos) {
+    return std::nullopt;
+  }
+  std::string_view number = contact.substr(begin + kParameter.size());
+  if (number.starts_with('+')) {
+    number.remove_prefix(1);
+  }
+  const std::size_t semicolon = number.find(';');
+  return number.substr(0, semicolon != std::string_view::npos ? semicolon : number.find('@'));
+}
+
+}  // namespace
+
+std::size_t lrn_request_write(lrn_request_text& out, const lrn_invite& invite) {
+  const int length = std::snprintf(
+      out.data(), out.size(),
+      "INVITE sip:+%s@%s:%d;user=phone SIP/2.0\r\n"
+      "Via: SIP/2.0/UDP %s:%d;branch=z9h64bK%u\r\n"
+      "From: <sip:%s@%s:%d;user=phone>;tag=%u\r\n"
+      "To: <sip:%s@%s:%d;user=phone>\r\n"
+      "Call-ID: %s\r\n"
+      "Max-Forwards: 70\r\n"
+      "Contact: <sip:%s@%s:%d;transport=udp>\r\n"
+      "CSeq: %lu INVITE\r\n"
+      "Content-Type: application/sdp\r\n"
+      "Content-Length: 0\r\n\r\n",
+      invite.number, invite.server_host, invite.server_port, invite.local_host, invite.local_port,
+      invite.branch, invite.from_user, invite.local_host, invite.local_port, invite.tag,
+      invite.number, invite.server_host, invite.server_port, invite.call_id, invite.from_user,
+      invite.local_host, invite.local_port, invite.cseq);
+  return std::min(static_cast<std::size_t>(std::max(length, 0)), out.size() - 1);
+}
+
+lrn_verdict lrn_response_read(std::string_view datagram, std::string_view call_id,
+                              lrn_answer& answer) {
+  std::string_view text = skip_blanks(datagram.substr(0, datagram.find('\0')));
+  const std::string_view status_line = take_line(text);
+  if (has_code(status_line, "1")) {
+    return lrn_verdict::provisional;
+  }
+  const lrn_headers headers = read_headers(text);
+  if (!headers.from || !headers.to || !headers.call_id || !headers.cseq) {
+    return lrn_verdict::headers_missing;
+  }
+  if (headers.cseq->find("INVITE") == std::string_view::npos ||
+      skip_blanks(*headers.call_id) != call_id) {
+    return lrn_verdict::not_ours;
+  }
+  answer = {};
+  answer.result = response_class(status_line);
+  if (headers.location_info) {
+    answer.location_info = headers.location_info->empty() ? '\0' : headers.location_info->front();
+  }
+  if (headers.contact) {
+    answer.lrn = routing_number(*headers.contact);
+  }
+  return lrn_verdict::accepted;
+}

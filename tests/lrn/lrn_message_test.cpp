@@ -1,0 +1,170 @@
+#include "lrn/lrn_message.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+
+namespace {
+
+constexpr const char* kCallId = "7-5060";
+
+TEST(lrn_request, is_written_to_the_letter) {
+  lrn_request_text text;
+  const std::size_t length = lrn_request_write(text, {.number = "12125550100",
+                                                      .from_user = "web",
+                                                      .server_host = "192.0.2.1",
+                                                      .server_port = 5060,
+                                                      .local_host = "192.0.2.9",
+                                                      .local_port = 40000,
+                                                      .call_id = kCallId,
+                                                      .branch = 4000000000,
+                                                      .tag = 3,
+                                                      .cseq = 10000000000});
+  EXPECT_STREQ(text.data(),
+               "INVITE sip:+12125550100@192.0.2.1:5060;user=phone SIP/2.0\r\n"
+               "Via: SIP/2.0/UDP 192.0.2.9:40000;branch=z9h64bK4000000000\r\n"
+               "From: <sip:web@192.0.2.9:40000;user=phone>;tag=3\r\n"
+               "To: <sip:12125550100@192.0.2.1:5060;user=phone>\r\n"
+               "Call-ID: 7-5060\r\n"
+               "Max-Forwards: 70\r\n"
+               "Contact: <sip:web@192.0.2.9:40000;transport=udp>\r\n"
+               "CSeq: 10000000000 INVITE\r\n"
+               "Content-Type: application/sdp\r\n"
+               "Content-Length: 0\r\n\r\n");
+  EXPECT_EQ(length, std::strlen(text.data()));
+}
+
+TEST(lrn_request, is_cut_at_its_room) {
+  const std::string number(1000, '5');
+  lrn_request_text text;
+  EXPECT_EQ(lrn_request_write(text, {.number = number.c_str(),
+                                     .from_user = "",
+                                     .server_host = "",
+                                     .server_port = 0,
+                                     .local_host = "",
+                                     .local_port = 0,
+                                     .call_id = "",
+                                     .branch = 0,
+                                     .tag = 0,
+                                     .cseq = 0}),
+            611U);
+  EXPECT_EQ(std::strlen(text.data()), 611U);
+}
+
+/// "accepted RESULT LOCATION LRN", "-" for what the response does not tell, or another verdict.
+std::string read(const std::string& datagram) {
+  lrn_answer answer;
+  switch (lrn_response_read(datagram, kCallId, answer)) {
+    case lrn_verdict::provisional:
+      return "provisional";
+    case lrn_verdict::headers_missing:
+      return "headers missing";
+    case lrn_verdict::not_ours:
+      return "not ours";
+    case lrn_verdict::accepted:
+      break;
+  }
+  const auto location = answer.location_info;
+  return "accepted " + std::to_string(answer.result) + " " +
+         (!location           ? "-"
+          : *location == '\0' ? "NUL"
+                              : std::string(1, *location)) +
+         " " + (answer.lrn ? "[" + std::string(*answer.lrn) + "]" : "-");
+}
+
+/// A response with all that has to be there.
+std::string response(const std::string& status, const std::string& more = "") {
+  return status + "\r\nVia: SIP/2.0/UDP 192.0.2.9\r\nFrom: <sip:web>;tag=3\r\nTo: <sip:1>\r\n" +
+         "Call-ID: " + kCallId + "\r\nCSeq: 1 INVITE\r\n" + more + "\r\n";
+}
+
+struct response_case {
+  std::string datagram;
+  const char* read;
+};
+
+void expect(const std::vector<response_case>& cases) {
+  for (const response_case& c : cases) {
+    EXPECT_EQ(read(c.datagram), c.read) << c.datagram;
+  }
+}
+
+TEST(lrn_response, class_comes_from_the_status_line) {
+  expect({{response("SIP/2.0 302 Moved Temporarily"), "accepted 2 - -"},
+          {response("  \r\n SIP/2.0 302"), "accepted 2 - -"},
+          {response("SIP/2.0 503 Service Unavailable"), "accepted 5 - -"},
+          {response("SIP/2.0 503 Service unavailable"), "accepted 6 - -"},
+          {response("SIP/2.0 503 S"), "accepted 6 - -"},
+          {response("SIP/2.0 503"), "accepted 6 - -"},
+          {response("SIP/2.0 404 Not Found"), "accepted 7 - -"},
+          {response("SIP/2.0 30"), "accepted 7 - -"},
+          {response("SIP"), "accepted 7 - -"},
+          {response("SIP/2.0 100 Trying"), "provisional"},
+          {"SIP/2.0 1", "provisional"}});
+}
+
+TEST(lrn_response, routing_number_comes_from_the_contact) {
+  const std::string ok = "SIP/2.0 302 Moved";
+  expect({{response(ok, "Contact: <sip:+1212;rn=+12125550199;npdi@h>\r\n"),
+           "accepted 2 - [12125550199]"},
+          {response(ok, "Contact: <sip:+1212;rn=12125550199@h>\r\n"), "accepted 2 - [12125550199]"},
+          {response(ok, "Contact: <sip:1;rn=5@h;x>\r\n"), "accepted 2 - [5@h]"},  // ";" before "@"
+          {response(ok, "Contact: rn=;\r\n"), "accepted 2 - []"},
+          {response(ok, "Contact: rn=+"), "accepted 2 - []"},
+          {response(ok, "Contact: rn=555"), "accepted 2 - [555]"},  // to the end
+          {response(ok, "Contact: <sip:1@h>\r\n"), "accepted 2 - -"},
+          {response(ok, "Contact"), "accepted 2 - -"},
+          {response(ok, "Location-Info: N\r\n"), "accepted 2 N -"},
+          {response(ok, "Location-Info:\r\n"), "accepted 2 NUL -"},
+          {response(ok, "Contact: rn=1;\r\nLocation-Info: NX\r\n"), "accepted 2 N [1]"}});
+}
+
+TEST(lrn_response, headers_are_told_by_the_beginning_of_their_line) {
+  const std::string ok = "SIP/2.0 302 Moved\r\n";
+  const std::string rest = "From:\r\nCall-ID:7-5060\r\nCSeq:INVITE\r\n";
+  expect({{ok + rest + "To", "accepted 2 - -"},
+          {ok + rest + "Token", "accepted 2 - -"},
+          {ok + rest + "to: x\r\n", "headers missing"},
+          {ok + rest + " To: x\r\n", "headers missing"},
+          {ok + "To:\nFrom:\nCSeq: INVITE\nCall-ID: \t 7-5060\n", "accepted 2 - -"},
+          {ok + "To:\nFrom:\nCSeq: INVITE\nCall-ID: 7-5060 \n", "not ours"},
+          {ok + "To:\nFrom:\nCSeq: INVITE\nCall-ID: 6-5060\n", "not ours"},
+          {ok + "To:\nFrom:\nCSeq: 1 OPTIONS\nCall-ID: 7-5060\n", "not ours"},
+          {ok + "From:\nCSeq: INVITE\nCall-ID: 7-5060\n", "headers missing"},
+          {ok + "To:\nCSeq: INVITE\nCall-ID: 7-5060\n", "headers missing"},
+          {ok + "To:\nFrom:\nCall-ID: 7-5060\n", "headers missing"},
+          {ok + "To:\nFrom:\nCSeq: INVITE\n", "headers missing"},
+          // After six of them nothing is read any more.
+          {ok + "To:\nTo:\nFrom:\nFrom:\nCSeq: INVITE\nCall-ID: 7-5060\nContact: rn=5;\n",
+           "accepted 2 - -"},
+          {ok + "To:\nTo:\nTo:\nFrom:\nFrom:\nCSeq: INVITE\nCall-ID: 7-5060\n", "headers missing"},
+          {"", "headers missing"},
+          {std::string("SIP/2.0 302\r\nTo:\0\r\nFrom:\r\n", 26), "headers missing"}});
+}
+
+/// The address sanitizer watches; the text ends where the datagram does.
+TEST(lrn_response, is_read_within_its_bounds_wherever_it_is_cut_or_changed) {
+  const std::string whole = response("SIP/2.0 503 Service Unavailable",
+                                     "Contact: <sip:1;rn=+5@h>\r\nLocation-Info: N\r\n");
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (std::size_t length = 0; length <= whole.size(); ++length) {
+    const std::unique_ptr<char[]> exact(new char[length]);
+    std::copy_n(whole.data(), length, exact.get());
+    lrn_answer answer;
+    (void)lrn_response_read({exact.get(), length}, kCallId, answer);
+    for (int change = 0; change < 20 && length > 0; ++change) {
+      exact[random() % length] = "\0\r\n ;@=rn+To:"[random() % 13];
+      (void)lrn_response_read({exact.get(), length}, kCallId, answer);
+    }
+  }
+  std::string many = "SIP/2.0 302\r\n";
+  while (many.size() < 60'000) {
+    many += "X: y\r\n";
+  }
+  EXPECT_EQ(read(many), "headers missing");
+}
+
+}  // namespace
