@@ -38,10 +38,10 @@ bool advance(tm& date) {
   return break_down(timegm(&midnight) + kSecondsADay, date) && is_later(date, midnight);
 }
 
-/// A date as "%s%04d%s%02d%s%02d" with the separators given.
 std::string date_text(const tm& date, const char* front, const char* separator) {
-  return qvn_format("%s%04d%s%02d%s%02d", front, date.tm_year + 1900, separator, date.tm_mon + 1,
-                    separator, date.tm_mday);
+  constexpr int64_t kFirstYear = 1900;
+  return qvn_format("%s%04ld%s%02d%s%02d", front, date.tm_year + kFirstYear, separator,
+                    date.tm_mon + 1, separator, date.tm_mday);
 }
 
 }  // namespace
