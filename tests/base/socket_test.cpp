@@ -78,13 +78,13 @@ class socket_test : public testing::Test {
 
   /// The lines that the sockets logged: level and text.
   std::vector<std::string> lines() const {
-    static const std::regex kLine(R"(.*  (\[[A-Z]+\]) qvn_socket:[0-9]+ (.*))");
+    const std::regex line_form(R"(.*  (\[[A-Z]+\]) qvn_socket:[0-9]+ (.*))");
     EXPECT_TRUE(qvn_log_drain(std::chrono::seconds(60)));
     std::vector<std::string> result;
     std::ifstream file(path());
     std::smatch parts;
     for (std::string line; std::getline(file, line);) {
-      if (std::regex_match(line, parts, kLine)) {
+      if (std::regex_match(line, parts, line_form)) {
         result.push_back(parts.str(1) + " " + parts.str(2));
       }
     }
