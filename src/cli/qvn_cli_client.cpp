@@ -76,26 +76,31 @@ bool heartbeat_is_due() {
 
 enum class sending { complete, broken, abandoned };
 
+/// Whether a line may wait for a server that does not read.
+enum class patience { none, until_exit };
+
 /// Waits until the socket takes more or has broken, which the next send tells.
-bool wait_until_writable(int milliseconds) {
+void wait_until_writable() {
   pollfd entry{.fd = g_cli_client_ctrl->fd.get(), .events = POLLOUT, .revents = 0};
-  return poll(&entry, 1, milliseconds) > 0;
+  (void)poll(&entry, 1, kLookAtExitFlag);
 }
 
-/// Sends all of it, for as long as the server lets it wait; abandoned only when the client ends.
-/// The caller holds `line_on_its_way`.
-sending send_whole(std::string_view line) {
+/// Sends all of it. A line that has been begun is abandoned only when the client ends. The caller
+/// holds `line_on_its_way`.
+sending send_whole(std::string_view line, patience allowed) {
+  bool begun = false;
   while (!line.empty()) {
     const ssize_t sent =
         send(g_cli_client_ctrl->fd.get(), line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent >= 0) {
+      begun = true;
       line.remove_prefix(static_cast<std::size_t>(sent));
     } else if (!try_later(errno)) {
       return sending::broken;
-    } else if (exit_requested()) {
+    } else if (exit_requested() || (allowed == patience::none && !begun)) {
       return sending::abandoned;
     } else {
-      (void)wait_until_writable(kLookAtExitFlag);
+      wait_until_writable();
     }
   }
   put_heartbeat_off();
@@ -103,8 +108,8 @@ sending send_whole(std::string_view line) {
 }
 
 /// A broken connection ends the client.
-void send_or_end(std::string_view line) {
-  if (send_whole(line) == sending::broken) {
+void send_or_end(std::string_view line, patience allowed) {
+  if (send_whole(line, allowed) == sending::broken) {
     std::puts(kMayBeShutdown);
     request_exit();
   }
@@ -115,8 +120,8 @@ void send_or_end(std::string_view line) {
 /// the heartbeat is left for a later turn.
 void send_heartbeat() {
   const std::unique_lock line(g_cli_client_ctrl->line_on_its_way, std::try_to_lock);
-  if (line.owns_lock() && wait_until_writable(0)) {
-    send_or_end("heartbeat\r\n");
+  if (line.owns_lock()) {
+    send_or_end("heartbeat\r\n", patience::none);
   }
 }
 
@@ -226,7 +231,7 @@ void send_typed(const char* line) {
   char text[kTypedSize + kLineEnd.size()];
   const int length = std::snprintf(text, sizeof text, "%s\r\n", line);
   const std::lock_guard whole_line(g_cli_client_ctrl->line_on_its_way);
-  send_or_end({text, static_cast<std::size_t>(length)});
+  send_or_end({text, static_cast<std::size_t>(length)}, patience::until_exit);
 }
 
 void take_typed(char* line) {
@@ -270,7 +275,7 @@ void cli_client_send_auth() {
     (void)std::snprintf(line, sizeof line, "login %s %s\r\n", user.c_str(), qvn_md5(secret).data());
   }
   const std::lock_guard whole_line(g_cli_client_ctrl->line_on_its_way);
-  if (send_whole(line) == sending::broken) {
+  if (send_whole(line, patience::until_exit) == sending::broken) {
     std::puts(kMayBeShutdown);
   }
 }
