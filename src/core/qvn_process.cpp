@@ -15,6 +15,7 @@
 #include "base/qvn_log.h"
 #include "base/qvn_shell.h"
 #include "base/qvn_text.h"
+#include "cli/qvn_cli_client.h"
 #include "core/qvn_build_info.h"
 #include "core/qvn_core.h"
 #include "core/qvn_core_ctrl.h"
@@ -262,7 +263,13 @@ void qvn_core_kill() {
 }
 
 void qvn_core_remote_connection() {
-  (void)qvn_load_cli_config();  // what is missing stays zero or empty
+  (void)std::setvbuf(stdout, nullptr, _IOLBF, 0);  // lines are seen at once, also through a pipe
+  (void)qvn_load_cli_config();                     // what is missing stays zero or empty
+  // Whatever happens has been told, and the end is the same.
+  (void)qvn_cli_client_init();
+  (void)qvn_cli_client_run();
+  (void)qvn_cli_client_exit();
+  (void)qvn_cli_client_uninit();
   qvn_core_free();
   std::exit(EXIT_SUCCESS);
 }

@@ -52,5 +52,5 @@ void qvn_lock_running();
 /// 0.
 [[noreturn]] void qvn_core_kill();
 
-/// Reads the console settings, connects the console client, and ends this process with status 0.
+/// Reads the console settings, runs the console's client, and ends this process with status 0.
 [[noreturn]] void qvn_core_remote_connection();

@@ -66,11 +66,9 @@ fs::path DaemonHarness::output(const char* stream, int number) const {
   return path() / (stream + std::to_string(number));
 }
 
-pid_t DaemonHarness::spawn(const std::vector<std::string>& arguments) {
-  spawned_++;
+pid_t DaemonHarness::start_with(const std::vector<std::string>& arguments, int in, int out,
+                                int err) const {
   const std::string executable = (path() / kExecutable).string();
-  const std::string out = output("out", spawned_).string();
-  const std::string err = output("err", spawned_).string();
   // The handler of SIGTERM runs only while the main thread waits and holds nothing, so what it
   // calls need not be safe in any signal handler.
   const std::string reports = "report_signal_unsafe=0:log_path=" + (path() / "sanitizer").string();
@@ -87,11 +85,25 @@ pid_t DaemonHarness::spawn(const std::vector<std::string>& arguments) {
     setenv(name, (given == nullptr ? reports : std::string(given) + ":" + reports).c_str(), 1);
   }
   setenv("TZ", "UTC", 1);
-  dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), 0);
-  dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644), 1);
-  dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644), 2);
+  dup2(in, 0);
+  dup2(out, 1);
+  dup2(err, 2);
   execv(words[0], words.data());
   _exit(127);
+}
+
+pid_t DaemonHarness::spawn(const std::vector<std::string>& arguments) {
+  spawned_++;
+  const auto create = [this](const char* stream) {
+    return open(output(stream, spawned_).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  };
+  const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  const int out = create("out");
+  const int err = create("err");
+  const pid_t child = start_with(arguments, in, out, err);
+  for (const int fd : {in, out, err})
+    close(fd);
+  return child;
 }
 
 Ending DaemonHarness::ending(pid_t process, int number) const {

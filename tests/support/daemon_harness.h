@@ -41,6 +41,9 @@ class DaemonHarness {
 
   /// Runs the executable until it ends; a daemon that it leaves behind goes on.
   Ending run(const std::vector<std::string>& arguments);
+  /// Starts the executable as a child with these as its standard streams. It ends with the test
+  /// program; the caller waits for it.
+  pid_t start_with(const std::vector<std::string>& arguments, int in, int out, int err) const;
   /// Starts it as a daemon, whatever becomes of it.
   void launch();
   /// Starts it as a daemon, or in the foreground, and waits until its modules run.

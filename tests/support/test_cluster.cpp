@@ -8,6 +8,7 @@
 #include <libpq-fe.h>
 #include <netinet/in.h>
 #include <pwd.h>
+#include <random>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -55,18 +56,23 @@ pid_t start_as_server(const std::vector<std::string>& command, const std::string
 
 }  // namespace
 
+/// From below the range out of which the kernel gives ports to the connections of other tests.
 int free_port() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  int port = 0;
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-      getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-    port = ntohs(address.sin_port);
-  close(fd);
-  return port;
+  std::random_device random;
+  for (int attempt = 0; attempt < 1000; attempt++) {
+    const int port = 15000 + static_cast<int>(random() % 15000);
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    const bool free = bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    close(fd);
+    if (free)
+      return port;
+  }
+  fprintf(stderr, "There is no free port\n");
+  abort();
 }
 
 void Session::Close::operator()(pg_conn* connection) const {
