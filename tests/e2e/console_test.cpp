@@ -311,6 +311,7 @@ TEST(ConsoleHardships, a_thousand_connections_at_once_leave_nothing_behind) {
   for (const int fd : inherited)
     close(fd);
   expect_service(*daemon);
+  // At most: the connection just served may still be on its way out.
   const long descriptors = descriptors_of(daemon->pid());
   const long threads = status_of(daemon->pid(), "Threads");
   const std::string help = kHelp;
@@ -328,8 +329,8 @@ TEST(ConsoleHardships, a_thousand_connections_at_once_leave_nothing_behind) {
     EXPECT_GE(status_of(daemon->pid(), "Threads"), 1000);
     all.clear();
     EXPECT_TRUE(support::wait_until([&] {
-      return descriptors_of(daemon->pid()) == descriptors &&
-             status_of(daemon->pid(), "Threads") == threads;
+      return descriptors_of(daemon->pid()) <= descriptors &&
+             status_of(daemon->pid(), "Threads") <= threads;
     }));
   }
   expect_service(*daemon);
@@ -358,7 +359,7 @@ TEST(ConsoleHardships, thousands_of_reconnects_leave_nothing_behind) {
     if (i == 2000)
       memory = status_of(daemon->pid(), "VmRSS");
   }
-  EXPECT_TRUE(support::wait_until([&] { return descriptors_of(daemon->pid()) == descriptors; }));
+  EXPECT_TRUE(support::wait_until([&] { return descriptors_of(daemon->pid()) <= descriptors; }));
   EXPECT_LT(status_of(daemon->pid(), "VmRSS") - memory, kSanitized ? 65536 : 1024);
   expect_service(*daemon);
 }
