@@ -386,6 +386,8 @@ TEST(RerateFile, CallsArePricedToTheLastDigit) {
     for (const char* id : {"1", "2"})
       ASSERT_EQ(e2e::rerated(portal, id), "0 4 ") << group.name;
   }
+  // The log is written behind the jobs' backs.
+  EXPECT_TRUE(daemon->wait_log("have been completed", 2 * static_cast<int>(groups.size())));
   const std::string log = daemon->log();
   for (const Group& group : groups) {
     Session portal = e2e::cluster().connect(group.name);

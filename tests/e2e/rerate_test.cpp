@@ -402,6 +402,7 @@ TEST(Rerate, TrunksShareRatesOfOneTableAndDateInAnyOrder) {
     SCOPED_TRACE(orders[i].name);
     const std::string id = std::to_string(100 + i);
     check(orders[i], id);
+    EXPECT_TRUE(daemon->wait_log("Rerate task " + id + " have been completed"));
     EXPECT_EQ(loads_of(daemon->log(), id), orders[i].loads);
   }
 }
