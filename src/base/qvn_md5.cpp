@@ -55,7 +55,7 @@ void add_block(digest& state, const unsigned char* block) {
         word = 7 * step;
         break;
     }
-    const uint32_t sum = a + mixed + kSines[step] + word_at(block + word % 16 * 4);
+    const uint32_t sum = a + mixed + kSines[step] + word_at(block + std::size_t{word % 16} * 4);
     a = d;
     d = c;
     c = b;

@@ -269,7 +269,7 @@ void qvn_domain2ip(const char* name, char* out, std::size_t size) {
   char text[INET_ADDRSTRLEN] = {};
   if (inet_ntop(AF_INET, host->h_addr_list[0], text, sizeof text)) {
     std::memset(out, 0, size);
-    std::memcpy(out, text, std::min(std::strlen(text), size - 1));
+    (void)std::string_view(text).copy(out, size - 1);
   }
 }
 

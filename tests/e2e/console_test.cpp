@@ -305,6 +305,7 @@ TEST(ConsoleHardships, a_thousand_connections_at_once_leave_nothing_behind) {
   setrlimit(RLIMIT_NOFILE, &limit);
   // Descriptors that the daemon inherits push its own above 1,023.
   std::vector<int> inherited;
+  inherited.reserve(100);
   for (int i = 0; i < 100; ++i)
     inherited.push_back(dup(2));
   auto daemon = daemon_with("cli_connection_limit=1000\n");

@@ -26,6 +26,7 @@ std::unique_ptr<support::DaemonHarness> daemon_for(const std::vector<std::string
 template <typename Scenarios>
 std::unique_ptr<support::DaemonHarness> daemon_for_each(const Scenarios& scenarios) {
   std::vector<std::string> databases;
+  databases.reserve(std::size(scenarios));
   for (const auto& scenario : scenarios)
     databases.emplace_back(scenario.name);
   return daemon_for(databases);

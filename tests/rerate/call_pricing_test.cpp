@@ -14,7 +14,7 @@ namespace {
 constexpr int64_t kSunday = 1772323200;  // 2026-03-01 00:00:00 UTC
 
 int64_t at(int day, int hour, int minute = 0, int second = 0) {
-  return kSunday + ((day * 24 + hour) * 60 + minute) * 60 + second;
+  return kSunday + ((int64_t{day} * 24 + hour) * 60 + minute) * 60 + second;
 }
 
 // --- time profiles -----------------------------------------------------------------------------
@@ -141,7 +141,7 @@ TEST(choose_record_test, agrees_with_a_scan_over_all_rates) {
       const char* const profiles[] = {"", "", "day", "gone"};
       // Dates differ, so that there is one oldest.
       rate_node& rate = world.add_rate(number(1 + below(5)), std::to_string(i), 1.0F,
-                                       100 * i + below(100), profiles[below(4)]);
+                                       int64_t{100} * i + below(100), profiles[below(4)]);
       rate.end_date = below(2) ? 0 : rate.effective_date + below(3000);
       all.push_back(&rate);
     }
