@@ -326,8 +326,10 @@ void submit(const Group& group) {
       setup += e2e::trunk(id, "t" + id, p.decimals, p.rounding);
     char digit = '0';
     for (const std::string& record : records(p.rates))
+      // NOLINTNEXTLINE(performance-inefficient-string-concatenation)
       setup += e2e::rate(record + " rate_table_id=" + id + " rate_id=" + id + "0" + digit++);
     calls.push_back(call_of(group, calls.size()));
+    // NOLINTNEXTLINE(performance-inefficient-string-concatenation)
     trunks += id + ",1," + id + ",0;";
   }
   portal.query(setup);

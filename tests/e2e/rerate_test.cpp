@@ -224,6 +224,7 @@ std::vector<Check> checks() {
   };
   for (const std::string text : kBadTrunks) {
     const std::string side = list.size() % 2 == 0 ? "ingress" : "egress";
+    // NOLINTNEXTLINE(performance-inefficient-string-concatenation)
     list.push_back({"bad" + std::to_string(list.size()), side + "_trunk='" + text + "'",
                     "1 5 Rerate CDR " + side + " trunk invalid"});
   }

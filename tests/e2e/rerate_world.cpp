@@ -34,6 +34,7 @@ std::string differences(const std::string& actual, const std::string& expected) 
     const std::string should = i < e.size() ? e[i] : "(none)";
     if (is != should)
       text += std::to_string(i) + " " + (i < 130 ? cdr_columns()[i] : "") + ": " + is +
+              // NOLINTNEXTLINE(performance-inefficient-string-concatenation)
               " instead of " + should + "\n";
   }
   return text;
