@@ -1,0 +1,259 @@
+// Ten databases with both kinds of jobs and no pause, consoles that come and go, a log that rotates
+// without end: a few seconds in the tests, minutes under the thread sanitizer, an hour as a soak.
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "e2e/import_world.h"
+#include "e2e/rerate_world.h"
+#include "support/console.h"
+#include "support/rounds.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::steady_clock;
+using support::Console;
+using support::DaemonHarness;
+using support::Session;
+
+/// One kind of job in one database, one job after the other; each is checked when it has ended.
+class Lane {
+ public:
+  Lane(const std::string& database, const DaemonHarness& daemon)
+      : portal_(e2e::cluster().connect(database)), home_(daemon.path() / database) {
+    fs::create_directories(home_);
+  }
+  virtual ~Lane() = default;
+
+  /// Checks the job if it has ended, and offers the next one if there is to be one.
+  void go_on(bool more) {
+    if (!id_.empty() && portal_.value("SELECT status >= 4 FROM " + table() + row()) == "t") {
+      check();
+      ended_++;
+      id_.clear();
+    }
+    if (id_.empty() && more)
+      id_ = submit();
+  }
+  bool busy() const { return !id_.empty(); }
+  int ended() const { return ended_; }
+
+ protected:
+  std::string row() const { return " WHERE id = " + id_; }
+  virtual std::string table() const = 0;
+  virtual std::string submit() = 0;
+  virtual void check() = 0;
+
+  Session portal_;
+  fs::path home_;
+  std::string id_;
+
+ private:
+  int ended_ = 0;
+};
+
+constexpr int kStored = 300;
+constexpr int kOffered = 1000;
+
+/// Imports a deck of codes, some of them stored already, and a line that is refused.
+class ImportLane : public Lane {
+ public:
+  ImportLane(const std::string& database, const DaemonHarness& daemon) : Lane(database, daemon) {
+    deck_ = "code,rate,effective_date\n44,no number,2024-03-01\n";
+    for (int code = 0; code < kOffered; code++)
+      deck_ += std::to_string(441000 + code) + ",0.5,2024-03-01\n";
+  }
+
+ private:
+  std::string table() const override { return "rate_upload_task"; }
+
+  std::string submit() override {
+    portal_.query(
+        "DELETE FROM rate WHERE rate_table_id = 7;"
+        "INSERT INTO rate (rate_table_id, code, rate, effective_date)"
+        " SELECT 7, 441000 + n, 9, '2020-01-01' FROM generate_series(0, " +
+        std::to_string(kStored - 1) + ") n");
+    return e2e::submit(portal_, home_, deck_, "7");
+  }
+
+  void check() override {
+    EXPECT_EQ(e2e::outcome(portal_, id_), "4 Insert: 1000, Delete: 0, Update: 300, Error: 1");
+    EXPECT_EQ(portal_.value(
+                  "SELECT count(*) || ' ' || count(end_date) || ' ' || trim_scale(sum(rate)) FROM"
+                  " rate WHERE rate_table_id = 7"),
+              "1300 300 3200");
+  }
+
+  std::string deck_;
+};
+
+/// Rates a day's calls of one trunk, on both sides.
+class RerateLane : public Lane {
+ public:
+  RerateLane(const std::string& database, const DaemonHarness& daemon) : Lane(database, daemon) {
+    portal_.query(e2e::rate_table("1") + e2e::trunk("1", "t") + e2e::rate("rate_id=2000000000"));
+    e2e::store_calls(portal_, "20260301", {e2e::call()});
+    portal_.query(
+        "INSERT INTO client_cdr20260301 SELECT c.* FROM client_cdr20260301 c,"
+        " generate_series(2, 2000)");
+    for (const e2e::Side side : {e2e::Side::ingress, e2e::Side::egress}) {
+      const e2e::Call call = e2e::priced(
+          e2e::call(), side, "0.100000|0.100000|60|1.000000|2000000000|44|UK|Britain|3|1772323200");
+      expected_ += e2e::lines(std::vector<e2e::Call>(2000, call));
+    }
+  }
+
+ private:
+  std::string table() const override { return "rerate_cdr_task"; }
+
+  std::string submit() override {
+    return e2e::rerate(portal_, "ingress_trunk='1,1,1,0' egress_trunk='1,1,1,0'");
+  }
+
+  void check() override {
+    EXPECT_EQ(e2e::rerated(portal_, id_), "0 4 ");
+    const fs::path file = e2e::cdr_file(portal_, id_, "1");
+    EXPECT_TRUE(support::read_file(file) == expected_) << file;
+    // The files of an hour would fill the disk.
+    fs::remove(file);
+  }
+
+  std::string expected_;
+};
+
+/// A console that lists and reloads the databases once a second, half of the time in a connection
+/// of its own, until it is told to stop; returns how often.
+int keep_reloading(const DaemonHarness& daemon, const std::atomic<bool>& stop) {
+  int reloads = 0;
+  while (!stop) {
+    const Console console(daemon.console_port());
+    EXPECT_TRUE(console.log_in());
+    for (int request = 0; request < 5 && !stop; request++, reloads++) {
+      console.send("get_conf\r\nreload_conf\r\n");
+      EXPECT_TRUE(console.read_until("reloaded successfully\r\n")
+                      .ends_with("DB configuration file is reloaded successfully\r\n"));
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+  }
+  return reloads;
+}
+
+/// What the daemon holds at one moment.
+struct Holdings {
+  int memory;  ///< resident, kB
+  int descriptors;
+  int threads;
+};
+
+int entries(const fs::path& folder) {
+  std::error_code gone;
+  const fs::directory_iterator all(folder, gone);
+  return static_cast<int>(std::distance(begin(all), end(all)));
+}
+
+Holdings holdings(const DaemonHarness& daemon) {
+  const fs::path process = "/proc/" + std::to_string(daemon.pid());
+  std::ifstream statm(process / "statm");
+  int size = 0, resident = 0;
+  statm >> size >> resident;
+  return {resident * 4, entries(process / "fd"), entries(process / "task")};
+}
+
+/// The most that was held at a time in a part of the run.
+void raise(Holdings& most, const Holdings& now) {
+  most.memory = std::max(most.memory, now.memory);
+  most.descriptors = std::max(most.descriptors, now.descriptors);
+  most.threads = std::max(most.threads, now.threads);
+}
+
+void print(const char* when, const Holdings& most) {
+  printf("load_%s_memory %d kB\nload_%s_descriptors %d descriptors\nload_%s_threads %d threads\n",
+         when, most.memory, when, most.descriptors, when, most.threads);
+}
+
+/// A daemon whose log rotates again and again, and its databases.
+std::unique_ptr<DaemonHarness> start_daemon(const std::vector<std::string>& databases) {
+  auto daemon = e2e::daemon_for(databases);
+  const std::string path = daemon->path().string();
+  daemon->set_console("cli_connection_limit=5\n");
+  daemon->write_main_conf("[general]\nlog_level=7\nmax_log_size=1\n[rerate]\ncdr_directory=" +
+                          path + "/cdr\n[rate_upload]\nresult_directory=" + path + "/result\n");
+  setenv("LD_PRELOAD", QVN_HASTY_LOG_CLOCK, 1);
+  setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+  daemon->launch();
+  unsetenv("LD_PRELOAD");
+  unsetenv("ASAN_OPTIONS");
+  EXPECT_TRUE(support::wait_until([&] { return Console(daemon->console_port()).connected(); }));
+  return daemon;
+}
+
+constexpr int kSoak = 600;  // seconds from which the holdings of the run's parts are compared
+
+TEST(Load, EveryJobEndsRightAndNothingGrowsWhileConsolesReloadAndTheLogRotates) {
+  std::vector<std::string> databases;
+  for (int i = 0; i < 10; i++)
+    databases.push_back("load" + std::to_string(i));
+  auto daemon = start_daemon(databases);
+  std::vector<std::unique_ptr<Lane>> lanes;
+  for (int i = 0; i < 8; i++)
+    lanes.push_back(std::make_unique<ImportLane>(databases[i], *daemon));
+  for (int i = 6; i < 10; i++)
+    lanes.push_back(std::make_unique<RerateLane>(databases[i], *daemon));
+  const Holdings before = holdings(*daemon);
+
+  std::atomic<bool> stop = false;
+  int reloads = 0;
+  std::thread console([&] { reloads = keep_reloading(*daemon, stop); });
+
+  const std::chrono::seconds duration(support::rounds_or(15));
+  const auto begin = steady_clock::now();
+  Holdings most[3] = {};
+  bool more = true, busy = true;
+  while (busy) {
+    const auto passed = steady_clock::now() - begin;
+    more = passed < duration && !testing::Test::HasFailure();
+    busy = more;
+    for (const auto& lane : lanes) {
+      lane->go_on(more);
+      busy = busy || lane->busy();
+    }
+    raise(most[std::min<int64_t>(2, passed * 3 / duration)], holdings(*daemon));
+    if (passed > duration + std::chrono::minutes(3)) {
+      ADD_FAILURE() << "the jobs do not end";
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  stop = true;
+  console.join();
+
+  int imports = 0, reratings = 0;
+  for (size_t i = 0; i < lanes.size(); i++)
+    (i < 8 ? imports : reratings) += lanes[i]->ended();
+  printf("load_duration %d s\nload_imports %d jobs\nload_reratings %d jobs\nload_reloads %d\n",
+         static_cast<int>(duration.count()), imports, reratings, reloads);
+  print("before", before);
+  print("first_third", most[0]);
+  print("last_third", most[2]);
+  EXPECT_GT(imports, 0);
+  EXPECT_GT(reratings, 0);
+  EXPECT_TRUE(fs::exists(daemon->path() / "log/qvn_web_helper.log.5"));
+  EXPECT_TRUE(support::wait_until([&] {
+    const Holdings now = holdings(*daemon);
+    return now.descriptors == before.descriptors && now.threads == before.threads;
+  })) << holdings(*daemon).descriptors
+      << " descriptors, " << holdings(*daemon).threads << " threads";
+  if (duration.count() >= kSoak) {
+    EXPECT_LE(most[2].memory, most[0].memory + 1024);
+    EXPECT_LE(most[2].descriptors, most[0].descriptors + 2);
+    EXPECT_LE(most[2].threads, most[0].threads + 1);
+  }
+  daemon->send(SIGTERM);
+  EXPECT_EQ(daemon->wait_end().status, 0);
+}
+
+}  // namespace
