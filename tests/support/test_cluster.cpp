@@ -18,6 +18,8 @@
 namespace support {
 namespace {
 
+using std::string_literals::operator""s;
+
 constexpr const char* kInitdb = QVN_PG_BINDIR "/initdb";
 constexpr const char* kPostgres = QVN_PG_BINDIR "/postgres";
 
@@ -175,6 +177,23 @@ void TestCluster::stop(bool immediate) {
   kill(server_, immediate ? SIGQUIT : SIGINT);
   waitpid(server_, nullptr, 0);
   server_ = -1;
+}
+
+void TestCluster::offer_tls() {
+  const std::string folder = folder_.path().string();
+  const pid_t child = start_as_server(
+      {"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=portal",
+       "-keyout", folder + "/server.key", "-out", folder + "/server.crt"},
+      folder);
+  waitpid(child, nullptr, 0);
+  for (const std::string& setting : {"ssl_cert_file='" + folder + "/server.crt'",
+                                     "ssl_key_file='" + folder + "/server.key'", "ssl=on"s})
+    connect("postgres").query("ALTER SYSTEM SET " + setting);
+  connect("postgres").query("SELECT pg_reload_conf()");
+  EXPECT_TRUE(wait_until([&] {
+    return connect("postgres").value("SELECT ssl FROM pg_stat_ssl WHERE pid = pg_backend_pid()") ==
+           "t";
+  }));
 }
 
 void TestCluster::create_database(const std::string& name) {

@@ -57,6 +57,9 @@ class TestCluster {
     start();
   }
 
+  /// From now on the server takes TLS connections, which libpq prefers.
+  void offer_tls();
+
   /// Makes a database with the portal's tables; its name is `name`.
   void create_database(const std::string& name);
   Session connect(const std::string& database) const { return Session(port_, database); }
