@@ -3,7 +3,9 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <signal.h>
+#include <sstream>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,10 +19,21 @@ namespace fs = std::filesystem;
 
 constexpr const char* kExecutable = "qvn_web_helper";
 
+/// Ends a daemon that a test leaves behind; one that counts its coverage gets to write it.
+constexpr int kLastSignal = QVN_COVERAGE ? SIGTERM : SIGKILL;
+
 Ending decode(int status) {
   Ending ending;
   ending.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   return ending;
+}
+
+/// The words of $QVN_RUN_UNDER: a tool, such as valgrind with its options, that runs the
+/// executable.
+std::vector<std::string> run_under() {
+  const char* given = getenv("QVN_RUN_UNDER");
+  std::istringstream in(given == nullptr ? "" : given);
+  return {std::istream_iterator<std::string>(in), {}};
 }
 
 }  // namespace
@@ -36,7 +49,7 @@ DaemonHarness::DaemonHarness() : folder_("run/qvn_web_helper.pid"), console_port
 
 DaemonHarness::~DaemonHarness() {
   if (pid_ > 0) {
-    kill(pid_, SIGKILL);
+    kill(pid_, kLastSignal);
     waitpid(pid_, nullptr, 0);
   }
   for (const auto& entry : fs::directory_iterator(path())) {
@@ -72,7 +85,11 @@ pid_t DaemonHarness::start_with(const std::vector<std::string>& arguments, int i
   // The handler of SIGTERM runs only while the main thread waits and holds nothing, so what it
   // calls need not be safe in any signal handler.
   const std::string reports = "report_signal_unsafe=0:log_path=" + (path() / "sanitizer").string();
-  std::vector<char*> words{const_cast<char*>(executable.c_str())};
+  std::vector<char*> words;
+  const std::vector<std::string> tool = run_under();
+  for (const std::string& word : tool)
+    words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(const_cast<char*>(executable.c_str()));
   for (const std::string& word : arguments)
     words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
@@ -88,7 +105,7 @@ pid_t DaemonHarness::start_with(const std::vector<std::string>& arguments, int i
   dup2(in, 0);
   dup2(out, 1);
   dup2(err, 2);
-  execv(words[0], words.data());
+  execvp(words[0], words.data());
   _exit(127);
 }
 
