@@ -29,13 +29,9 @@ CREATE TABLE chosen AS
   ORDER BY session_id, c.rate_table, length(r.code) DESC, effective_date;
 ANALYZE chosen;
 
--- A number's state, by the longest prefix.
-CREATE FUNCTION state(number text) RETURNS integer LANGUAGE sql STABLE AS $$
-  SELECT jurisdiction_id FROM jurisdiction_prefix
-  WHERE prefix IN (left(CASE WHEN number LIKE '1%' THEN '' ELSE '1' END || number, 4),
-                   left(CASE WHEN number LIKE '1%' THEN '' ELSE '1' END || number, 7))
-  ORDER BY length(prefix) DESC LIMIT 1
-$$;
+-- The state of a number with the country's 1 in front: that of the exchange, or of the area.
+CREATE TEMPORARY VIEW exchange AS SELECT prefix, jurisdiction_id AS state FROM jurisdiction_prefix WHERE length(prefix) = 7;
+CREATE TEMPORARY VIEW area AS SELECT prefix, jurisdiction_id AS state FROM jurisdiction_prefix WHERE length(prefix) = 4;
 
 CREATE TABLE priced AS
   SELECT *, CASE type WHEN 5 THEN local_rate WHEN 2 THEN intra_rate WHEN 1 THEN inter_rate ELSE rate END AS price,
@@ -47,10 +43,13 @@ CREATE TABLE priced AS
                     WHEN own_type = 5 AND local_rate IS NOT NULL THEN 5
                     WHEN called IS NULL OR calling IS NULL THEN 3
                     WHEN called = calling THEN 2 ELSE 1 END AS type
-        FROM (SELECT c.*, state(number) AS called, state(ani) AS calling,
+        FROM (SELECT c.*, coalesce(ne.state, na.state) AS called, coalesce(ae.state, aa.state) AS calling,
                      CASE WHEN c.rate_table = 2 THEN 0 WHEN ani LIKE '1%' THEN 11 ELSE 10 END AS shortest,
                      CASE WHEN c.rate_table = 2 THEN 99 WHEN ani LIKE '1%' THEN 11 ELSE 10 END AS longest
-              FROM chosen c) c) c;
+              FROM chosen c CROSS JOIN LATERAL (SELECT CASE WHEN number LIKE '1%' THEN number ELSE '1' || number END AS n,
+                                                       CASE WHEN ani LIKE '1%' THEN ani ELSE '1' || ani END AS a) f
+              LEFT JOIN exchange ne ON ne.prefix = left(n, 7) LEFT JOIN area na ON na.prefix = left(n, 4)
+              LEFT JOIN exchange ae ON ae.prefix = left(a, 7) LEFT JOIN area aa ON aa.prefix = left(a, 4)) c) c;
 
 -- Six decimals as they are written: ties, which only singles with few bits have, go to the even digit.
 CREATE FUNCTION six(amount double precision) RETURNS numeric LANGUAGE sql IMMUTABLE AS $$
