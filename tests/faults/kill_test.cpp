@@ -21,11 +21,6 @@ milliseconds since(steady_clock::time_point begin) {
   return std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
 }
 
-unsigned seed() {
-  const char* asked = getenv("QVN_SEED");
-  return asked == nullptr ? std::random_device{}() : static_cast<unsigned>(atol(asked));
-}
-
 /// Two imports and a rerating, each of a second or so.
 Jobs three_jobs() {
   Jobs jobs;
@@ -63,9 +58,9 @@ std::vector<milliseconds> undisturbed(const support::DaemonHarness& daemon, cons
 
 TEST(Kill, LosesNothingAndTheOperationManualBringsEveryJobToItsEnd) {
   const int rounds = support::rounds_or(6);
-  const unsigned chosen = seed();
-  std::mt19937 random(chosen);
-  printf("kill_seed %u\n", chosen);
+  const unsigned seed = support::seed();
+  std::mt19937 random(seed);
+  printf("kill_seed %u\n", seed);
   auto daemon = e2e::daemon_for({"killed1", "killed2", "killed3"});
   const Jobs jobs = three_jobs();
   daemon->start();
