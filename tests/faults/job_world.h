@@ -2,6 +2,7 @@
 // left of them: compared with the result of a run that nothing disturbed.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,13 +40,15 @@ class Job {
   virtual void expect_allowed(bool alive) const = 0;
   /// What the undisturbed run made, and nothing else.
   virtual void expect_whole() const = 0;
-  /// Does what docs/operation.md tells of a row that nobody works on.
-  virtual void recover(const support::DaemonHarness& daemon) const = 0;
+  /// Does what docs/operation.md tells, when nobody works on the job.
+  void recover() const;
 
  protected:
   virtual std::string insert_row(support::Session& portal,
                                  const support::DaemonHarness& daemon) = 0;
   virtual const char* kind() const = 0;
+  /// Recovers a job that stands at status 1 to 3.
+  virtual void bring_to_end() const = 0;
 
   std::string id_;
   std::filesystem::path folder_;  ///< the daemon's
@@ -63,8 +66,10 @@ std::unique_ptr<Job> import_job(const std::string& database, int lines, int acti
 /// A rerating of two days with so many calls each, on a trunk a side.
 std::unique_ptr<Job> rerate_job(const std::string& database, int calls);
 
-/// The text of the fenced block of docs/operation.md that begins with that comment.
-std::string operator_block(const std::string& comment);
+/// The fenced block of docs/operation.md that begins with that comment, as psql would send it with
+/// these variables set.
+std::string operator_block(const std::string& comment,
+                           const std::map<std::string, std::string>& variables = {});
 
 /// Ends the connections that a daemon has left to the job's database, as the document tells, and
 /// waits until they are gone; `started`: when its successor did, as SQL text.

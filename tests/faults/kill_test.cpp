@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <thread>
 
+#include "e2e/import_world.h"
 #include "faults/job_world.h"
 #include "support/rounds.h"
 
@@ -14,6 +15,8 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+
+using support::Session;
 
 using Jobs = std::vector<std::unique_ptr<faults::Job>>;
 
@@ -88,7 +91,7 @@ TEST(Kill, LosesNothingAndTheOperationManualBringsEveryJobToItsEnd) {
       SCOPED_TRACE(job->database() + " at " + row);
       hits[job->database() + " " + row.substr(0, row.find(':'))]++;
       job->expect_allowed(false);
-      job->recover(*daemon);
+      job->recover();
     }
     for (const auto& job : jobs)
       wait_end(*job);
@@ -102,6 +105,20 @@ TEST(Kill, LosesNothingAndTheOperationManualBringsEveryJobToItsEnd) {
     printf("kill_hit %s: %d\n", moment.c_str(), count);
   printf("kill_rounds %d\nkill_longest_recovery %lld ms\n", rounds,
          static_cast<long long>(longest.count()));
+}
+
+TEST(Kill, AnImportIsNotFinishedBehindALaterOneOfItsRateTable) {
+  e2e::cluster().create_database("overtaken");
+  Session portal = e2e::cluster().connect("overtaken");
+  const std::string job = "INSERT INTO rate_upload_task (rate_table_id, status, progress) VALUES";
+  portal.query(job + " (7, 3, 'Import rate to database')");
+  e2e::store_rate(portal, "7", "44", "1", "2020-01-01");
+  e2e::store_rate(portal, "7", "44", "2", "2024-03-01");
+  portal.query(job + " (7, 4, 'Insert: 1, Delete: 0, Update: 0, Error: 0')");
+  portal.query(faults::operator_block("-- Finish an import", {{"job", "1"}}));
+  EXPECT_EQ(portal.value("SELECT status FROM rate_upload_task WHERE id = 1"), "3");
+  EXPECT_EQ(e2e::rates(portal, "7"), "44|1|2020-01-01|\n44|2|2024-03-01|\n");
+  EXPECT_EQ(portal.query(faults::operator_block("-- Codes with more than one")).size(), 1U);
 }
 
 }  // namespace

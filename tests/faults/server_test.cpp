@@ -162,7 +162,7 @@ void Victims::check(const Victim& v, const Fault& fault) {
   v.job->expect_allowed(true);
   if (fault.ends_well)
     v.job->expect_whole();
-  v.job->recover(daemon_);
+  v.job->recover();
 }
 
 void Victims::break_all(const Fault* common, std::mt19937& random) {
@@ -258,7 +258,7 @@ TEST(Server, ConnectionsThatAreHeldUpForGoodHoldUpTheirOwnJobsOnly) {
   EXPECT_TRUE(console.log_in());
   console.send("get_conf\r\n");
   EXPECT_NE(console.read_until("(3 rows)\r\n").find("served"), std::string::npos);
-  for (int job = 0; job < 2; job++)
+  for (size_t job = 0; job < 2; job++)
     EXPECT_FALSE(jobs[job]->ended()) << jobs[job]->row();
   printf("server_end_while_held_up %lld ms\n",
          static_cast<long long>(e2e::end_by_sigterm(daemon).count()));
