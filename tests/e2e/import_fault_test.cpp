@@ -136,21 +136,4 @@ TEST(ImportFault, ACancelledStatementFailsTheJobInItsRow) {
   expect_next_job_works(*daemon, "cancelled");
 }
 
-TEST(ImportFault, AServerThatCrashesWhileJobsRunIsUsedAgainWhenItIsBack) {
-  const std::vector<std::string> databases = phase_databases();
-  for (const std::string& name : databases)
-    e2e::drop_database(name);
-  auto daemon = e2e::daemon_for(databases);
-  hold_up_jobs(*daemon).clear();
-  e2e::cluster().restart_immediate();
-  for (const std::string& name : databases) {
-    SCOPED_TRACE(name);
-    EXPECT_TRUE(
-        daemon->wait_log("127.0.0.1-" + name + " remove import rate task, current task count 0\n"));
-    Session portal = e2e::cluster().connect(name);
-    EXPECT_THAT(e2e::rates(portal, "7"), HasSubstr("44|9|2020-01-01|"));
-    expect_next_job_works(*daemon, name);
-  }
-}
-
 }  // namespace

@@ -275,18 +275,6 @@ TEST(RerateFault, ACancelledStatementCostsTheDayOrTheJob) {
   expect_next_jobs_work(kPhases);
 }
 
-TEST(RerateFault, AServerThatCrashesWhileJobsRunIsUsedAgainWhenItIsBack) {
-  std::vector<Session> lockers;
-  auto daemon = hold_up_jobs(lockers);
-  lockers.clear();
-  e2e::cluster().restart_immediate();
-  for (const Phase& phase : kPhases) {
-    SCOPED_TRACE(phase.name);
-    EXPECT_TRUE(daemon->wait_log(removed(phase.name)));
-  }
-  expect_next_jobs_work(kPhases);
-}
-
 TEST(RerateFault, SigtermEndsTheDaemonInOrderWhileJobsAreHeldUp) {
   std::vector<Session> lockers;
   auto daemon = hold_up_jobs(lockers);

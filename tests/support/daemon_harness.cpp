@@ -97,6 +97,9 @@ pid_t DaemonHarness::start_with(const std::vector<std::string>& arguments, int i
   if (child != 0)
     return child;
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  // A core goes with the installation.
+  if (chdir(path().c_str()) != 0)
+    _exit(126);
   for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
     const char* given = getenv(name);
     setenv(name, (given == nullptr ? reports : std::string(given) + ":" + reports).c_str(), 1);

@@ -1,0 +1,365 @@
+// The database server fails while jobs work with it: connections that are cut or held up at any
+// byte, backends and servers that die, locks, a full disk.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <pwd.h>
+#include <random>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include "e2e/import_world.h"
+#include "faults/job_world.h"
+#include "support/console.h"
+#include "support/rounds.h"
+#include "support/tcp_proxy.h"
+
+namespace {
+
+using support::DaemonHarness;
+using support::Session;
+using support::TcpProxy;
+using Act = TcpProxy::Act;
+using Direction = TcpProxy::Direction;
+
+/// What happens to the server while a job's connection is held up.
+enum class Meanwhile { nothing, backend_dies, server_crashes, table_is_locked };
+
+struct Fault {
+  const char* name;
+  Direction direction;  ///< in which the bytes are counted
+  Act act;
+  Meanwhile meanwhile = Meanwhile::nothing;
+  bool ends_well = false;  ///< the job itself ends as if nothing had been
+};
+
+const Fault kFaults[] = {
+    {"reset_sending", Direction::to_server, Act::reset},
+    {"reset_receiving", Direction::to_client, Act::reset},
+    {"close_sending", Direction::to_server, Act::close},
+    {"close_receiving", Direction::to_client, Act::close},
+    {"stall_sending", Direction::to_server, Act::hold, Meanwhile::nothing, true},
+    {"stall_receiving", Direction::to_client, Act::hold, Meanwhile::nothing, true},
+    {"backend_sending", Direction::to_server, Act::hold, Meanwhile::backend_dies},
+    {"backend_receiving", Direction::to_client, Act::hold, Meanwhile::backend_dies},
+    {"lock", Direction::to_server, Act::hold, Meanwhile::table_is_locked, true},
+};
+/// Hits all jobs at once, each at its own byte.
+const Fault kCrash = {"crash", Direction::to_server, Act::hold, Meanwhile::server_crashes};
+
+/// One job whose daemon reaches the server through a door of its own.
+struct Victim {
+  const Fault* fault;
+  bool import;
+  std::unique_ptr<faults::Job> job;
+  size_t door;
+  long bytes[2] = {};  ///< of an undisturbed run
+};
+
+/// The victims of one daemon: an import and a rerating for each fault.
+class Victims {
+ public:
+  Victims() : proxy_(e2e::cluster().port()) {
+    std::string list;
+    for (const Fault& fault : kFaults) {
+      for (const bool import : {true, false}) {
+        const std::string name = std::string(import ? "import_" : "rerate_") + fault.name;
+        const int port = proxy_.open_door(import ? "Rate upload" : "Rerate Rate");
+        list += support::database_section(name, port, name);
+        e2e::cluster().create_database(name);
+        const int action = static_cast<int>(all_.size() / 2) % 3;
+        all_.push_back({&fault, import,
+                        import ? faults::import_job(name, 2000, action, "2024-03-01", "")
+                               : faults::rerate_job(name, 300),
+                        all_.size()});
+      }
+    }
+    daemon_.write_database_list(list);
+    daemon_.start();
+    run_undisturbed();
+    for (Victim& v : all_) {
+      v.job->keep_result();
+      for (const Direction d : {Direction::to_server, Direction::to_client})
+        v.bytes[static_cast<int>(d)] = proxy_.passed(v.door, d);
+    }
+  }
+
+  /// Breaks every job once, each after another part of its bytes, by its own fault or by `common`.
+  void break_all(const Fault* common, std::mt19937& random);
+
+  /// All jobs again, with nobody in their way.
+  void run_undisturbed() {
+    submit();
+    for (const Victim& v : all_)
+      EXPECT_TRUE(support::wait_until([&] { return v.job->ended(); })) << v.job->row();
+  }
+  void expect_whole() const {
+    for (const Victim& v : all_)
+      v.job->expect_whole();
+  }
+
+  /// As many jobs are counted off as were counted on, and no database has one left. In between a
+  /// job may be picked up before the one that ended just now is counted off.
+  void expect_counts_balanced() const {
+    const auto count = [&](const char* text) { return support::count_of(daemon_.log(), text); };
+    EXPECT_TRUE(support::wait_until(
+        [&] { return count("concurrent task count ") == count("task, current task count "); }));
+    const std::string log = daemon_.log();
+    for (const Victim& v : all_) {
+      const size_t last = log.rfind("127.0.0.1-" + v.job->database() + " remove ");
+      ASSERT_NE(last, std::string::npos) << v.job->database();
+      EXPECT_TRUE(log.substr(last).starts_with(v.job->removed_line())) << log.substr(last, 200);
+    }
+  }
+
+  std::map<std::string, int> hits;  ///< faults by name and the row's status and progress
+  int missed = 0;                   ///< jobs that ended before their byte came
+  std::chrono::milliseconds longest_recovery{};
+
+ private:
+  void submit() {
+    for (const Victim& v : all_)
+      v.job->submit(daemon_);
+  }
+  /// The row has ended, or its worker has left it as it is: it will not be taken again.
+  bool over(const Victim& v) const {
+    const std::string log = daemon_.log();
+    const size_t begin = log.rfind(v.job->begin_line());
+    return v.job->ended() || (begin != std::string::npos && v.job->row()[0] != '0' &&
+                              log.find(v.job->removed_line(), begin) != std::string::npos);
+  }
+  void let_it_happen(const Victim& v, const Fault& fault, Session& locker);
+  void check(const Victim& v, const Fault& fault);
+
+  TcpProxy proxy_;
+  DaemonHarness daemon_;
+  std::vector<Victim> all_;
+};
+
+void Victims::let_it_happen(const Victim& v, const Fault& fault, Session& locker) {
+  Session portal = v.job->portal();
+  if (fault.meanwhile == Meanwhile::backend_dies)
+    portal.query(
+        "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname ="
+        " current_database() AND application_name IN ('Rate upload', 'Rerate Rate')");
+  // The job itself may hold a lock that is in the way.
+  if (fault.meanwhile == Meanwhile::table_is_locked)
+    locker.query(
+        "BEGIN; DO $$BEGIN LOCK TABLE rate IN ACCESS EXCLUSIVE MODE NOWAIT;"
+        " EXCEPTION WHEN lock_not_available THEN NULL; END$$");
+  proxy_.release(v.door);
+  if (fault.meanwhile == Meanwhile::table_is_locked) {
+    EXPECT_TRUE(support::wait_until(
+        [&] { return v.job->ended() || e2e::waiting(portal, "", "pid") == "1"; }));
+    locker.query("ROLLBACK");
+  }
+}
+
+void Victims::check(const Victim& v, const Fault& fault) {
+  EXPECT_TRUE(support::wait_until([&] { return over(v); })) << v.job->row();
+  const std::string row = v.job->row();
+  hits[std::string(fault.name) + (v.import ? " import " : " rerating ") +
+       row.substr(0, v.import ? row.find(':') : 1)]++;
+  v.job->expect_allowed(true);
+  if (fault.ends_well)
+    v.job->expect_whole();
+  v.job->recover();
+}
+
+void Victims::break_all(const Fault* common, std::mt19937& random) {
+  std::vector<long> moments;
+  for (const Victim& v : all_) {
+    const Fault& fault = common != nullptr ? *common : *v.fault;
+    const long bytes = v.bytes[static_cast<int>(fault.direction)];
+    moments.push_back(std::uniform_int_distribution<long>(0, bytes - 1)(random));
+    proxy_.arm(v.door, fault.direction, moments.back(), fault.act);
+  }
+  submit();
+  std::vector<bool> hit;
+  for (const Victim& v : all_) {
+    EXPECT_TRUE(support::wait_until([&] { return proxy_.has_acted(v.door) || v.job->ended(); }));
+    hit.push_back(proxy_.has_acted(v.door));
+    missed += hit.back() ? 0 : 1;
+    Session locker = v.job->portal();
+    if (common == nullptr && hit.back())
+      let_it_happen(v, *v.fault, locker);
+  }
+  if (common != nullptr) {
+    e2e::cluster().restart_immediate();
+    for (const Victim& v : all_)
+      proxy_.release(v.door);
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  for (size_t i = 0; i < all_.size(); i++) {
+    SCOPED_TRACE(all_[i].job->database() + " after " + std::to_string(moments[i]) + " bytes");
+    check(all_[i], common != nullptr ? *common : *all_[i].fault);
+  }
+  for (const Victim& v : all_) {
+    SCOPED_TRACE(v.job->database());
+    EXPECT_TRUE(support::wait_until([&] { return v.job->ended(); }));
+    if (v.job->row()[0] == '4')
+      v.job->expect_whole();
+  }
+  longest_recovery =
+      std::max(longest_recovery, std::chrono::duration_cast<std::chrono::milliseconds>(
+                                     std::chrono::steady_clock::now() - begin));
+}
+
+TEST(Server, FaultsOfAnyKindAtAnyByteLoseNothingAndLeaveADaemonThatWorks) {
+  const int rounds = support::rounds_or(1);
+  const unsigned seed = support::seed();
+  std::mt19937 random(seed);
+  printf("server_seed %u\n", seed);
+  Victims victims;
+  for (int round = 0; round < rounds && !HasFailure(); round++) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    victims.break_all(nullptr, random);
+    victims.break_all(&kCrash, random);
+  }
+  victims.run_undisturbed();
+  victims.expect_whole();
+  victims.expect_counts_balanced();
+  for (const auto& [name, count] : victims.hits)
+    printf("server_hit %s: %d\n", name.c_str(), count);
+  printf("server_missed %d\nserver_longest_recovery %lld ms\n", victims.missed,
+         static_cast<long long>(victims.longest_recovery.count()));
+}
+
+TEST(Server, ConnectionsThatAreHeldUpForGoodHoldUpTheirOwnJobsOnly) {
+  TcpProxy proxy(e2e::cluster().port());
+  DaemonHarness daemon;
+  std::string list;
+  std::vector<std::unique_ptr<faults::Job>> jobs;
+  for (const char* name : {"stalled_import", "stalled_rerating", "served"}) {
+    e2e::cluster().create_database(name);
+    const bool import = jobs.size() != 1;
+    int port = e2e::cluster().port();
+    if (jobs.size() < 2) {
+      port = proxy.open_door(import ? "Rate upload" : "Rerate Rate");
+      proxy.arm(jobs.size(), Direction::to_client, 10000, Act::hold);
+    }
+    list += support::database_section(name, port, name);
+    jobs.push_back(import ? faults::import_job(name, 2000, 1, "2024-03-01", "")
+                          : faults::rerate_job(name, 300));
+    jobs.back()->submit(daemon);
+  }
+  daemon.write_database_list(list);
+  daemon.start();
+  for (size_t door : {0U, 1U})
+    EXPECT_TRUE(support::wait_until([&] { return proxy.has_acted(door); }));
+  for (int job = 0; job < 2; job++) {
+    EXPECT_TRUE(support::wait_until([&] { return jobs[2]->ended(); }));
+    if (job == 0)
+      jobs[2]->keep_result();
+    else
+      jobs[2]->expect_whole();
+    jobs[2]->submit(daemon);
+  }
+  const support::Console console(daemon.console_port());
+  EXPECT_TRUE(console.log_in());
+  console.send("get_conf\r\n");
+  EXPECT_NE(console.read_until("(3 rows)\r\n").find("served"), std::string::npos);
+  for (size_t job = 0; job < 2; job++)
+    EXPECT_FALSE(jobs[job]->ended()) << jobs[job]->row();
+  printf("server_end_while_held_up %lld ms\n",
+         static_cast<long long>(e2e::end_by_sigterm(daemon).count()));
+}
+
+/// A small disk of the server's; none when it cannot be mounted.
+class SmallDisk {
+ public:
+  SmallDisk() : folder_("") {
+    const passwd* user = getpwnam("postgres");
+    mounted_ = geteuid() == 0 && user != nullptr &&
+               mount("none", path().c_str(), "tmpfs", 0, "size=48m") == 0 &&
+               chown(path().c_str(), user->pw_uid, user->pw_gid) == 0;
+  }
+  ~SmallDisk() {
+    if (mounted_)
+      umount2(path().c_str(), MNT_DETACH);
+  }
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+
+  const std::filesystem::path& path() const { return folder_.path(); }
+  bool mounted() const { return mounted_; }
+  long free_bytes() const {
+    struct statvfs disk {};
+    EXPECT_EQ(statvfs(path().c_str(), &disk), 0);
+    return static_cast<long>(disk.f_bavail * disk.f_bsize);
+  }
+  /// Fills the disk while the server writes to it.
+  void leave_free(long bytes) const {
+    constexpr long kStep = 16384;
+    const int fd = open((path() / "filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    for (long size = 0; free_bytes() > bytes && posix_fallocate(fd, size, kStep) == 0;
+         size += kStep)
+      ;
+    close(fd);
+  }
+  void empty() const { std::filesystem::remove(path() / "filler"); }
+
+ private:
+  support::TempDir folder_;
+  bool mounted_;
+};
+
+TEST(Server, AFullDiskOfTheDatabaseLosesNothing) {
+  const SmallDisk disk;
+  if (!disk.mounted())
+    GTEST_SKIP() << "only root can mount a small disk";
+  const int rounds = support::rounds_or(3);
+  constexpr long kMostLeft = 3L << 20;  // an import writes less
+  Session server = e2e::cluster().connect("postgres");
+  server.query("CREATE TABLESPACE small LOCATION '" + disk.path().string() + "'");
+  for (const char* name : {"full_import", "full_rerating"})
+    server.query("CREATE DATABASE " + std::string(name) +
+                 " TEMPLATE template_portal TABLESPACE small");
+  auto daemon = e2e::daemon_for({});
+  daemon->write_databases(e2e::cluster().port(), {"full_import", "full_rerating"});
+  std::vector<std::unique_ptr<faults::Job>> jobs;
+  jobs.push_back(faults::rerate_job("full_rerating", 500));
+  jobs.push_back(faults::import_job("full_import", 10000, 1, "2024-03-01", ""));
+  const auto wait_ends = [&] {
+    for (const auto& job : jobs)
+      EXPECT_TRUE(support::wait_until([&] { return job->ended(); })) << job->row();
+  };
+  daemon->start();
+  for (const auto& job : jobs)
+    job->submit(*daemon);
+  wait_ends();
+  for (const auto& job : jobs)
+    job->keep_result();
+  std::map<std::string, int> outcomes;
+  for (int round = 0; round < rounds && !HasFailure(); round++) {
+    for (const auto& job : jobs)
+      job->submit(*daemon);
+    const long left = kMostLeft * round / rounds;
+    SCOPED_TRACE(std::to_string(left) + " bytes left");
+    disk.leave_free(left);
+    wait_ends();
+    disk.empty();
+    for (const auto& job : jobs) {
+      job->expect_allowed(true);
+      outcomes[job->database() + " " + job->row()]++;
+    }
+  }
+  for (const auto& job : jobs)
+    job->submit(*daemon);
+  wait_ends();
+  for (const auto& job : jobs)
+    job->expect_whole();
+  for (const auto& [outcome, count] : outcomes)
+    printf("server_hit %s: %d\n", outcome.c_str(), count);
+  printf("server_full_disk_rounds %d\n", rounds);
+  daemon.reset();
+  for (const char* name : {"full_import", "full_rerating"})
+    e2e::drop_database(name);
+  server.query("DROP TABLESPACE small");
+}
+
+}  // namespace
