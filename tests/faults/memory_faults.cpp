@@ -88,6 +88,14 @@ void give_back(void* block) {
   }
 }
 
+void next_count() {
+  MemoryTarget* const target = g_faults == nullptr ? nullptr : this_target();
+  if (target != nullptr && target->step > 0) {
+    target->fail_at += target->step;
+    target->seen = 0;
+  }
+}
+
 int64_t whole_pages(size_t size) {
   return static_cast<int64_t>((size + 4095) & ~size_t{4095});
 }
@@ -205,15 +213,19 @@ int pthread_setname_np(pthread_t, const char* name) {
   return 0;
 }
 
-/// Every visit of the poller begins with it.
+/// Every visit of the poller ends with it, or here when there is no connection to finish.
 struct pg_conn* PQconnectdb(const char* settings) {
-  MemoryTarget* const target = g_faults == nullptr ? nullptr : this_target();
-  if (target != nullptr && target->step > 0) {
-    target->fail_at += target->step;
-    target->seen = 0;
-  }
   static const auto connect = next_of<pg_conn* (*)(const char*)>("PQconnectdb");
-  return connect(settings);
+  pg_conn* const connection = connect(settings);
+  if (connection == nullptr)
+    next_count();
+  return connection;
+}
+
+void PQfinish(struct pg_conn* connection) {
+  static const auto finish = next_of<void (*)(pg_conn*)>("PQfinish");
+  finish(connection);
+  next_count();
 }
 
 /// Only the run loop waits for nothing.

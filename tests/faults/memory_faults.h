@@ -11,8 +11,8 @@ struct MemoryTarget {
 
   std::atomic<uint32_t> fail_at;   ///< the number of the allocation that fails, from 1; 0: none
   std::atomic<bool> from_then_on;  ///< all that follow fail as well
-  std::atomic<uint32_t> step;      ///< not 0: counting begins anew with each connection of the
-                                   ///< thread, and `fail_at` grows by so much
+  std::atomic<uint32_t> step;      ///< not 0: counting begins anew when a connection of the
+                                   ///< thread has ended, and `fail_at` grows by so much
 
   std::atomic<uint32_t> seen;    ///< allocations since the test has set this to 0
   std::atomic<uint32_t> failed;  ///< those that failed
