@@ -100,7 +100,7 @@ class FaultTable {
 
 /// One failure in the short form stands for so many.
 uint32_t stride() {
-  return static_cast<uint32_t>(support::rounds_or(29));
+  return static_cast<uint32_t>(support::rounds_or(14));
 }
 
 /// What a sweep has come to.
