@@ -50,10 +50,14 @@ command_line read_command_line(int count, char** words) {
   return flags;
 }
 
+void report_no_core_record() {
+  std::printf("Alloc memory for %s control failure\n", kProgramName);
+}
+
 bool create_core_record() {
   g_core_ctrl = new (std::nothrow) qvn_core_ctrl;
   if (!g_core_ctrl) {
-    std::printf("Alloc memory for %s control failure\n", kProgramName);
+    report_no_core_record();
     return false;
   }
   return true;
@@ -92,13 +96,13 @@ bool prepare() {
     QVN_LOG(kLogWarning, "Load config failed\n");
     return false;
   }
-  if (qvn_check_config() != 0) {
+  if (qvn_check_config() != 0 || !qvn_settings_whole()) {
     QVN_LOG(kLogWarning, "Check config fail\n");
     return false;
   }
   QVN_LOG(kLogNotice, "The current version as %s-%s, Compile on %s\n", kVersionLabel,
           qvn_build_revision(), qvn_build_date());
-  return qvn_core_init() == 0 && qvn_core_module_conf() == 0;
+  return qvn_core_init() == 0 && qvn_core_module_conf() == 0 && qvn_settings_whole();
 }
 
 }  // namespace
@@ -110,7 +114,10 @@ int main(int count, char** words) {
   }
   const command_line flags = read_command_line(count, words);
   qvn_enable_coredump();
-  (void)qvn_core_set_path();
+  if (qvn_core_set_path() != 0) {
+    report_no_core_record();
+    return kNoCoreRecord;
+  }
   if (flags.kill) {
     qvn_core_kill();
   }

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
+#include <new>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -192,10 +193,14 @@ std::string qvn_get_run_path() {
 }
 
 int32_t qvn_core_set_path() {
-  g_core_ctrl->install_dir = qvn_get_run_path();
-  g_core_ctrl->conf_dir = g_core_ctrl->install_dir + "/conf/";
-  g_core_ctrl->log_dir = g_core_ctrl->install_dir + "/log/";
-  g_core_ctrl->run_dir = g_core_ctrl->install_dir + "/run/";
+  try {
+    g_core_ctrl->install_dir = qvn_get_run_path();
+    g_core_ctrl->conf_dir = g_core_ctrl->install_dir + "/conf/";
+    g_core_ctrl->log_dir = g_core_ctrl->install_dir + "/log/";
+    g_core_ctrl->run_dir = g_core_ctrl->install_dir + "/run/";
+  } catch (const std::bad_alloc&) {
+    return -1;
+  }
   return 0;
 }
 

@@ -16,6 +16,19 @@ constexpr const char* kLogSource = "qvn_core";
 
 constexpr uint16_t kMaxCliConnections = 1000;
 
+/// A text of the configuration found no memory. The daemon does not run without it: a console whose
+/// password was lost would let everyone in. Main thread, until the modules run.
+bool g_setting_lost = false;
+
+int32_t assign_setting(std::string& field, const char* value) {
+  if (qvn_core_assign(field, value)) {
+    return 0;
+  }
+  QVN_LOG(kLogError, "Alloc memory for a setting failed\n");
+  g_setting_lost = true;
+  return -1;
+}
+
 uint32_t number32(const char* value) {
   return static_cast<uint32_t>(std::strtol(value, nullptr, 10));  // cut to the field's 32 bits
 }
@@ -29,7 +42,7 @@ int32_t read_text(std::string qvn_core_ctrl::*field, const char* value, const ch
   if (zstr(value)) {
     return refuse(when_empty);
   }
-  return qvn_core_assign(g_core_ctrl->*field, value) ? 0 : -1;
+  return assign_setting(g_core_ctrl->*field, value);
 }
 
 int32_t read_log_level(const char* value) {
@@ -120,7 +133,7 @@ int32_t qvn_conf_read_directory(std::string& directory, const char* value, const
   if (path[length - 1] != '/') {
     path[length] = '/';
   }
-  return qvn_core_assign(directory, path) ? 0 : -1;
+  return assign_setting(directory, path);
 }
 
 int32_t qvn_default_conf_init() {
@@ -146,6 +159,10 @@ int32_t qvn_check_config() {
     return 0;
   }
   return refuse("The configuration check failure, because CLI listen IP not configuration\n");
+}
+
+bool qvn_settings_whole() {
+  return !g_setting_lost;
 }
 
 int32_t read_general_config(const char* key, const char* value) {

@@ -22,6 +22,9 @@ int32_t qvn_default_conf_init();
 /// 0 when the console listen address is set; else -1, with a NOTICE.
 [[nodiscard]] int32_t qvn_check_config();
 
+/// False when a text of the configuration was lost as memory ran out, which has been logged.
+[[nodiscard]] bool qvn_settings_whole();
+
 /// Handlers of the two sections: 0 to go on, -1, with a NOTICE, to stop the section.
 int32_t read_general_config(const char* key, const char* value);
 int32_t read_cli_config(const char* key, const char* value);

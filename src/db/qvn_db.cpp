@@ -9,6 +9,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <new>
+#include <poll.h>
 #include <string>
 #include <sys/socket.h>
 
@@ -28,6 +29,11 @@ bool has_error(const PGresult* result) {
   return *PQresultErrorMessage(result) != '\0';
 }
 
+/// What the server says has a state; what happens on this side of the connection has none.
+bool is_lost(const PGresult* result) {
+  return PQresultErrorField(result, PG_DIAG_SQLSTATE) == nullptr;
+}
+
 /// A result in a COPY state is given again and again: a loop over results must end with it.
 bool in_copy(const PGresult* result) {
   const ExecStatusType status = PQresultStatus(result);
@@ -37,7 +43,7 @@ bool in_copy(const PGresult* result) {
 /// Fetches every result that is left and hands it to `look`.
 template <class Look>
 void drain(PGconn* connection, Look look) {
-  while (const pg_owned_result result{PQgetResult(connection)}) {
+  while (const pg_owned_result result = qvn_pg_next_result(connection)) {
     look(result.get());
     if (in_copy(result.get())) {
       return;
@@ -81,15 +87,17 @@ int32_t run(PGconn* connection, const char* sql, OnSendFailure on_send_failure, 
 }
 
 /// Sends a query and hands every row of every result to `on_row`. The number of rows, or -1 when
-/// sending failed, which the caller reports.
+/// sending failed or the answer was lost, which the caller reports.
 template <class OnRow>
 int32_t select(PGconn* connection, const char* sql, OnRow on_row) {
   if (PQsendQuery(connection, sql) != 1) {
     return -1;
   }
   int32_t rows = 0;
+  bool lost = false;
   drain(connection, [&](PGresult* result) {
     if (has_error(result)) {
+      lost = lost || is_lost(result);
       QVN_LOG(kLogWarning, "PQsendQuery failed, status %s, %s", PQresStatus(PQresultStatus(result)),
               PQresultErrorMessage(result));
     }
@@ -97,7 +105,7 @@ int32_t select(PGconn* connection, const char* sql, OnRow on_row) {
       on_row(row, result);
     }
   });
-  return rows;
+  return lost ? -1 : rows;
 }
 
 template <class OnRow>
@@ -110,14 +118,15 @@ int32_t select_reported(PGconn* connection, const char* sql, OnRow on_row) {
   return rows;
 }
 
-bool start_copy_out(PGconn* connection, const char* sql, const char* label) {
-  const pg_owned_result result(PQexec(connection, sql));
+/// 0, kCopyRefused or kCopyLost, the latter two logged.
+int32_t start_copy_out(PGconn* connection, const char* sql, const char* label) {
+  const pg_owned_result result = qvn_pg_start_copy(connection, sql);
   if (PQresultStatus(result.get()) == PGRES_COPY_OUT) {
-    return true;
+    return 0;
   }
   QVN_LOG(kLogWarning, "%s PQexec failed, PQstatus:%d, %s\n", qvn_or_empty(label),
           PQstatus(connection), PQerrorMessage(connection));
-  return false;
+  return is_lost(result.get()) ? kCopyLost : kCopyRefused;
 }
 
 void log_copy_failure(const PGconn* connection, const char* label) {
@@ -161,18 +170,18 @@ bool read_copy_rows(PGconn* connection, const char* label, int32_t& received, On
 template <class OnRow>
 int32_t copy_load(PGconn* connection, const char* sql, const char* label, int32_t& received,
                   OnRow on_row) {
-  if (!start_copy_out(connection, sql, label)) {
-    return -1;
+  if (const int32_t failure = start_copy_out(connection, sql, label)) {
+    return failure;
   }
-  bool whole = read_copy_rows(connection, label, received, on_row);
+  int32_t status = read_copy_rows(connection, label, received, on_row) ? 0 : kCopyLost;
   // A cancelled query or a killed backend looks like a normal end of data; its error comes here.
   drain(connection, [&](const PGresult* result) {
-    if (whole && has_error(result)) {
+    if (status == 0 && has_error(result)) {
       log_copy_failure(connection, label);
-      whole = false;
+      status = is_lost(result) ? kCopyLost : kCopyRefused;
     }
   });
-  return whole ? 0 : -1;
+  return status;
 }
 
 template <class OnFields>
@@ -289,6 +298,29 @@ pg_connection qvn_pg_conn(const char* conninfo, const char* label) {
   limit_silence(connection.get());
   drain(connection.get(), [](const PGresult*) {});
   return connection;
+}
+
+pg_owned_result qvn_pg_next_result(PGconn* connection) {
+  constexpr int kLookAgainMilliseconds = 1000;
+  while (PQisBusy(connection) == 1) {
+    pollfd entry{.fd = PQsocket(connection), .events = POLLIN, .revents = 0};
+    (void)poll(&entry, 1, kLookAgainMilliseconds);
+    if (PQconsumeInput(connection) == 0) {
+      break;  // the result tells of it
+    }
+  }
+  return pg_owned_result(PQgetResult(connection));
+}
+
+pg_owned_result qvn_pg_start_copy(PGconn* connection, const char* sql) {
+  if (PQsendQuery(connection, sql) != 1) {
+    return nullptr;
+  }
+  pg_owned_result result = qvn_pg_next_result(connection);
+  if (!in_copy(result.get())) {
+    drain(connection, [](const PGresult*) {});
+  }
+  return result;
 }
 
 int32_t qvn_db_update(PGconn* connection, const char* sql, const char* label) {

@@ -34,6 +34,11 @@ using pg_fields_fn = int32_t (*)(std::span<char*> fields);
 using pg_fields_context_fn = int32_t (*)(std::span<char*> fields, void* context);
 using pg_fields_extra_fn = int32_t (*)(std::span<char*> fields, void* context, void* extra);
 
+/// How a loader failed: the server said so; or its answer was lost on this side, by a broken
+/// connection or as memory ran out.
+inline constexpr int32_t kCopyRefused = -1;
+inline constexpr int32_t kCopyLost = -2;
+
 /// Most columns that a splitting loader takes.
 inline constexpr std::size_t kMaxCopyColumns = 256;
 
@@ -41,6 +46,15 @@ inline constexpr std::size_t kMaxCopyColumns = 256;
 /// Null, with a WARNING, when the server cannot be reached or refuses. How long that may take is
 /// PGCONNECT_TIMEOUT; a connection whose host dies breaks within a minute by TCP keep-alive.
 [[nodiscard]] pg_connection qvn_pg_conn(const char* conninfo, const char* label);
+
+/// The next result of what was sent; null when there is none left. When memory runs out over a
+/// message libpq waits for one more byte, which may never come: here it is made to look again every
+/// second, so that the caller goes on when there is memory again.
+[[nodiscard]] pg_owned_result qvn_pg_next_result(PGconn* connection);
+
+/// Sends a COPY statement. A result in a COPY state, or the failure with nothing left behind it;
+/// null when sending failed.
+[[nodiscard]] pg_owned_result qvn_pg_start_copy(PGconn* connection, const char* sql);
 
 /// Runs one or more statements whose rows are not needed. 0, or -1 when sending failed or any
 /// result carried an error, each with a NOTICE.
@@ -55,7 +69,8 @@ inline constexpr std::size_t kMaxCopyColumns = 256;
 int32_t qvn_db_progress(PGconn* connection, const char* sql, const char* source);
 
 /// Runs a query and hands each row over. The number of rows, or -1, with a NOTICE, when sending
-/// failed. A query that fails on the server gives 0 rows and a WARNING.
+/// failed or the answer was lost, as when memory runs out. A query that fails on the server gives 0
+/// rows and a WARNING.
 [[nodiscard]] int32_t qvn_db_data_select(PGconn* connection, const char* sql, pg_row_fn on_row);
 [[nodiscard]] int32_t qvn_db_data_select_p1(PGconn* connection, const char* sql,
                                             pg_row_context_fn on_row, void* context);
@@ -72,8 +87,8 @@ template <class T>
                                          const char* label);
 
 /// Stream a "copy ... to stdout delimiter as ',' csv header" row by row; the header line is
-/// dropped. 0, or -1, with a WARNING, when the statement or the transfer failed, also when some
-/// rows were handed over.
+/// dropped. 0, or, with a WARNING, one of the two below when the statement or the transfer failed,
+/// also when some rows were handed over.
 ///
 /// Rows are split as pg_row_csv_parse does, in place in libpq's buffer; fields that a short row
 /// does not reach are empty texts. `columns` is 2 to kMaxCopyColumns.

@@ -79,8 +79,8 @@ int32_t rerate_time_profile_create(std::span<char*> fields, void* context) {
   return kDone;
 }
 
-/// None is nothing wrong: most rates apply at all hours. A table that could not be read whole
-/// counts as none, so that a profile applies to all calls of the job or to none.
+/// None is nothing wrong: most rates apply at all hours. A table that the server does not give
+/// whole counts as none, so that a profile applies to all calls of the job or to none.
 void load_time_profiles(rerate_task& task) {
   constexpr std::size_t kColumns = 7;
   const int32_t loaded = qvn_db_data_copy_load_p2(
@@ -90,6 +90,7 @@ void load_time_profiles(rerate_task& task) {
       kColumns, rerate_time_profile_create, &task, kLabel);
   if (loaded != 0) {
     (void)rp_hash_destroy(&task.time_profiles, delete_time_profile_node);
+    task.reference_data_lost = task.reference_data_lost || loaded == kCopyLost;
   }
   if (!task.time_profiles) {
     QVN_LOG(kLogNotice, "Rerate task %u not time profile data\n", task.id);
@@ -183,8 +184,11 @@ void load_resource(rerate_task& task, rerate_trunk& trunk) {
   const std::string sql = qvn_format(
       "SELECT resource_id,alias,rate_decimal,rate_rounding from resource where resource_id = '%s'",
       trunk.id.c_str());
-  // Without a row, or without an answer, the trunk has no alias and its costs no decimals.
-  (void)qvn_db_data_select_p1(task.connection.get(), sql.c_str(), rerate_resource_create, &trunk);
+  // Without a row the trunk has no alias and its costs no decimals.
+  if (qvn_db_data_select_p1(task.connection.get(), sql.c_str(), rerate_resource_create, &trunk) <
+      0) {
+    task.reference_data_lost = true;
+  }
 }
 
 bool load_rate_table(rerate_task& task, call_side side, rerate_trunk& trunk) {
