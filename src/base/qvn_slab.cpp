@@ -25,7 +25,8 @@ constexpr std::size_t kLine = 64;  // a cache line
 // as the first byte of a huge one takes all of it.
 constexpr std::size_t kBlocksOfSmallPages = 2;
 
-/// Maps `size` bytes at a multiple of kBlockSize, zeroed; null when memory runs out.
+/// Maps `size` bytes, a multiple of kBlockSize, at such a multiple, zeroed; null when memory runs
+/// out.
 [[maybe_unused]] void* map_aligned(std::size_t size) {
   const std::size_t reserved = size + kBlockSize;
   if (reserved < size) {
@@ -56,7 +57,10 @@ struct alignas(kLine) qvn_slab::block {
   std::size_t live;    ///< pieces not yet released
   qvn_slab* owner;     ///< the slab whose current block this may be
 
-  static block* create(qvn_slab* owner, std::size_t size) {
+  /// Has room for as many bytes, itself included. Of whole blocks, as the system takes nothing back
+  /// but whole pages.
+  static block* create(qvn_slab* owner, std::size_t bytes) {
+    const std::size_t size = (bytes + kBlockSize - 1) & ~(kBlockSize - 1);
     auto* const fresh = static_cast<block*>(map_aligned(size));
     if (fresh) {
       // A wish: without it the block works all the same.

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <vector>
@@ -59,6 +60,23 @@ TEST(slab, what_cannot_be_had_is_null) {
   qvn_slab slab;
   EXPECT_EQ(slab.alloc(SIZE_MAX), nullptr);
   EXPECT_EQ(slab.alloc(SIZE_MAX / 4), nullptr);
+}
+
+/// The process's mapped address space, in pages.
+size_t mapped_pages() {
+  std::ifstream statm("/proc/self/statm");
+  size_t pages = 0;
+  statm >> pages;
+  return pages;
+}
+
+TEST(slab, large_pieces_leave_no_address_space_behind) {
+  qvn_slab slab;
+  const size_t before = mapped_pages();
+  for (int i = 0; i < 100; ++i) {
+    qvn_slab::release(slab.alloc((size_t{3} << 20) + 100));
+  }
+  EXPECT_LT(mapped_pages(), before + 1000);
 }
 #endif
 

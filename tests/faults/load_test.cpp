@@ -144,7 +144,7 @@ int keep_reloading(const DaemonHarness& daemon, const std::atomic<bool>& stop) {
 
 /// What the daemon holds at one moment.
 struct Holdings {
-  int memory;  ///< resident, kB
+  long memory;  ///< resident, kB
   int descriptors;
   int threads;
 };
@@ -158,7 +158,7 @@ int entries(const fs::path& folder) {
 Holdings holdings(const DaemonHarness& daemon) {
   const fs::path process = "/proc/" + std::to_string(daemon.pid());
   std::ifstream statm(process / "statm");
-  int size = 0, resident = 0;
+  long size = 0, resident = 0;
   statm >> size >> resident;
   return {resident * 4, entries(process / "fd"), entries(process / "task")};
 }
@@ -171,7 +171,7 @@ void raise(Holdings& most, const Holdings& now) {
 }
 
 void print(const char* when, const Holdings& most) {
-  printf("load_%s_memory %d kB\nload_%s_descriptors %d descriptors\nload_%s_threads %d threads\n",
+  printf("load_%s_memory %ld kB\nload_%s_descriptors %d descriptors\nload_%s_threads %d threads\n",
          when, most.memory, when, most.descriptors, when, most.threads);
 }
 
