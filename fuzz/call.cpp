@@ -286,11 +286,6 @@ class call_world {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  fuzz_daemon_init();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   call_world world;
   for (fuzz_input input(data, size); !input.empty();) {

@@ -1,8 +1,9 @@
 /// The client's reader: a line whose bytes are the sizes of the server's sends, then the stream.
+///
+/// The client's reading of its socket is a function of its source file alone, so that is
+/// included.
 
-// The client's reading of its socket is a function of this file alone.
-// NOLINTNEXTLINE(bugprone-suspicious-include)
-#include "cli/qvn_cli_client.cpp"
+#include "cli/qvn_cli_client.cpp"  // NOLINT(bugprone-suspicious-include)
 #include "line_streams.h"
 #include "support.h"
 
@@ -17,14 +18,12 @@ void keep_printed(const char* /*path*/, std::string_view piece) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  fuzz_daemon_init();
+void fuzz_prepare() {
   FUZZ_CHECK(qvn_cli_client_init() == 0);
   int ends[2];
   FUZZ_CHECK(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
   g_cli_client_ctrl->fd.reset(ends[0]);
   g_server = ends[1];
-  return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {

@@ -27,7 +27,7 @@ int32_t collect(const char* key, const char* value) {
 
 // --- the model: the same file with texts instead of pointers
 
-std::string without_front(std::string text) {
+std::string without_front(const std::string& text) {
   return text.substr(std::min(text.find_first_not_of("\t \r"), text.size()));
 }
 
@@ -124,11 +124,6 @@ void check_lookup(std::string_view file, const std::string& section, const std::
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  fuzz_daemon_init();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_input input(data, size);

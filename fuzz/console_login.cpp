@@ -1,11 +1,12 @@
 /// The console before the login: a byte for the configured credentials, a line whose bytes are the
 /// sizes of the reads, then the stream.
+///
+/// What the listener makes of received bytes is a function of its source file alone, so that
+/// is included.
 
-// What the listener makes of received bytes is a function of this file alone.
-// NOLINTNEXTLINE(bugprone-suspicious-include)
 #include <strings.h>
 
-#include "cli/qvn_cli_server.cpp"
+#include "cli/qvn_cli_server.cpp"  // NOLINT(bugprone-suspicious-include)
 #include "line_streams.h"
 #include "support.h"
 
@@ -24,11 +25,6 @@ bool opens(const line_event& event) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  fuzz_daemon_init();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_input input(data, size);

@@ -1,10 +1,11 @@
 /// The console after the login: a line whose bytes are the sizes of the reads, then the stream.
+///
+/// What a connection makes of received bytes is a function of its source file alone, so that
+/// is included.
 
-// What a connection makes of received bytes is a function of this file alone.
-// NOLINTNEXTLINE(bugprone-suspicious-include)
 #include <strings.h>
 
-#include "cli/cli_session.cpp"
+#include "cli/cli_session.cpp"  // NOLINT(bugprone-suspicious-include)
 #include "db/qvn_db_conf.h"
 #include "line_streams.h"
 #include "support.h"
@@ -20,11 +21,9 @@ constexpr std::string_view kDatabases =
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  fuzz_daemon_init();
+void fuzz_prepare() {
   fuzz_set_content(kDatabases);
   FUZZ_CHECK(load_db_info() == 0);
-  return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {

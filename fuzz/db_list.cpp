@@ -37,11 +37,6 @@ void check_nothing_staged() QVN_REQUIRES(g_core_ctrl->db_list_lock) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  fuzz_daemon_init();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_set_content({reinterpret_cast<const char*>(data), size});
   const int32_t loaded = load_db_info();

@@ -1,11 +1,11 @@
 /// Responses to a number lookup: a line with the call id, a line with a number, then the datagram.
+///
+/// A response is stored by a function of its source file alone, so that is included.
 
-// The response is stored by a function of this file alone.
-// NOLINTNEXTLINE(bugprone-suspicious-include)
 #include <algorithm>
 #include <cctype>
 
-#include "lrn/qvn_lrn.cpp"
+#include "lrn/qvn_lrn.cpp"  // NOLINT(bugprone-suspicious-include)
 #include "support.h"
 
 namespace {

@@ -61,49 +61,39 @@ void check_cell(rate_date_reader& reader, column_kind kind, const char* text) {
   FUZZ_CHECK(again.text == date.text && again.epoch == date.epoch);
 }
 
+/// How a calendar date is written in a format.
+std::string date_text(date_format format, const date_parts& date) {
+  const std::string year = std::to_string(date.year);
+  const std::string month = std::to_string(date.month);
+  const std::string day = std::to_string(date.day);
+  switch (format) {
+    case date_format::mdy_slash:
+      return month + "/" + day + "/" + year;
+    case date_format::dmy_slash:
+      return day + "/" + month + "/" + year;
+    case date_format::ymd_slash:
+      return year + "/" + month + "/" + day;
+    case date_format::ymd_dash:
+      return year + "-" + month + "-" + day;
+    case date_format::dmy_dash:
+      return day + "-" + month + "-" + year;
+    default:
+      return month + "-" + day + "-" + year;
+  }
+}
+
 /// A calendar date in its format is taken as what it is.
 void check_calendar_date(rate_date_reader& reader, date_format format, column_kind kind,
                          const date_parts& date) {
-  char text[32];
-  const int y = date.year;
-  const int m = date.month;
-  const int d = date.day;
-  const auto print = [&](const char* pattern, int first, int second, int third) {
-    (void)std::snprintf(text, sizeof text, pattern, first, second, third);
-  };
-  switch (format) {
-    case date_format::mdy_slash:
-      print("%02d/%02d/%04d", m, d, y);
-      break;
-    case date_format::dmy_slash:
-      print("%02d/%02d/%04d", d, m, y);
-      break;
-    case date_format::ymd_slash:
-      print("%04d/%02d/%02d", y, m, d);
-      break;
-    case date_format::ymd_dash:
-      print("%04d-%02d-%02d", y, m, d);
-      break;
-    case date_format::dmy_dash:
-      print("%02d-%02d-%04d", d, m, y);
-      break;
-    default:
-      print("%02d-%02d-%04d", m, d, y);
-      break;
-  }
+  const std::string text = date_text(format, date);
   import_date read;
   std::string refusal;
-  const bool taken = reader.read(kind, text, kLine, read, refusal);
+  const bool taken = reader.read(kind, text.c_str(), kLine, read, refusal);
   FUZZ_CHECK(taken == (format != date_format::unsupported));
   FUZZ_CHECK(!taken || read.epoch == moment(date, kind == column_kind::effective_date));
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  fuzz_daemon_init();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_input input(data, size);

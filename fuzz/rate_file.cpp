@@ -88,12 +88,10 @@ void check_accepted(rate_upload_task& task) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
-  fuzz_daemon_init();
+void fuzz_prepare() {
   fuzz_set_writer(keep_written);
   g_deck = memfd_create("deck", MFD_CLOEXEC);
   FUZZ_CHECK(g_deck >= 0);
-  return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {

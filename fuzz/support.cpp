@@ -37,9 +37,29 @@ int close_file(void* cookie) {
   return 0;
 }
 
+/// Makes the core record with an empty database table, no log, and UTC as local time.
+void make_daemon() {
+  setenv("TZ", "UTC0", 1);
+  tzset();
+  (void)qvn_log_set_level(kLogEmergency);
+  g_core_ctrl = new qvn_core_ctrl;
+  g_core_ctrl->conf_dir = kFuzzFolder;
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+  g_core_ctrl->db_table = new qvn_hash_table{};
+}
+
 }  // namespace
 
 extern "C" {
+
+int LLVMFuzzerInitialize(int* count, char*** arguments);
+int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
+  make_daemon();
+  if (fuzz_prepare) {
+    fuzz_prepare();
+  }
+  return 0;
+}
 
 std::FILE* __real_fopen(const char* path, const char* mode);
 std::FILE* __wrap_fopen(const char* path, const char* mode);
@@ -99,16 +119,6 @@ std::string_view fuzz_input::field(char separator) {
 
 std::string fuzz_input::line() {
   return std::string(fuzz_before_nul(field('\n')));
-}
-
-void fuzz_daemon_init() {
-  setenv("TZ", "UTC0", 1);
-  tzset();
-  (void)qvn_log_set_level(kLogEmergency);
-  g_core_ctrl = new qvn_core_ctrl;
-  g_core_ctrl->conf_dir = kFuzzFolder;
-  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-  g_core_ctrl->db_table = new qvn_hash_table{};
 }
 
 void fuzz_set_content(std::string_view content) {

@@ -51,8 +51,9 @@ class fuzz_input {
   return text.substr(0, text.find('\0'));
 }
 
-/// Makes the core record with an empty database table, no log, and UTC as local time.
-void fuzz_daemon_init();
+/// A target's own preparations before its first run, if it has any. The core record is there by
+/// then, with an empty database table; nothing is logged, and local time is UTC.
+[[gnu::weak]] void fuzz_prepare();
 
 /// The folder whose files live in memory.
 inline constexpr const char* kFuzzFolder = "fuzz:";
