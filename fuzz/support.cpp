@@ -82,6 +82,10 @@ const char* __asan_default_options();
 const char* __asan_default_options() {
   return "quarantine_size_mb=8:malloc_context_size=8:handle_abort=1";
 }
+const char* __ubsan_default_options();
+const char* __ubsan_default_options() {
+  return "print_stacktrace=1";
+}
 
 }  // extern "C"
 
