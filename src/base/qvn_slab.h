@@ -29,8 +29,8 @@ class qvn_slab {
 
  private:
   struct block;
-  block* current_ = nullptr;  ///< the block that pieces are cut from, or none
-  std::size_t blocks_ = 0;    ///< blocks that pieces live in
+  [[maybe_unused]] block* current_ = nullptr;  ///< the block that pieces are cut from, or none
+  std::size_t blocks_ = 0;                     ///< blocks that pieces live in
 };
 
 /// Bytes of a text behind a record in the same piece, its NUL included; none for an empty text.

@@ -8,10 +8,10 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <memory>
 #include <new>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 #include "base/qvn_file.h"
 #include "base/qvn_log.h"
@@ -251,8 +251,8 @@ bool deck_reader::no_memory() {
 }
 
 bool read_deck(rate_upload_task& task, const import_files& files) {
-  std::vector<char> buffer(kFileBufferSize);
-  (void)std::setvbuf(files.deck.get(), buffer.data(), _IOFBF, buffer.size());
+  const auto buffer = std::make_unique_for_overwrite<char[]>(kFileBufferSize);
+  (void)std::setvbuf(files.deck.get(), buffer.get(), _IOFBF, kFileBufferSize);
   deck_reader reader(task, files);
   return reader.read_header() && reader.read_lines();
 }

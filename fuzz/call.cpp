@@ -1,0 +1,295 @@
+/// Calls through the rating engine, with the rates they are rated by. One line a thing:
+///
+///     s0,2,4,1,1,5,7,3,9        side, rounding, decimals, local rates, prefix, its lengths
+///     r4420,0.015,0,0,60,1,...  a rate: code, rate, dates, increments, fee, time profile, others
+///     t1,2,1,7,0,8,0,0,20,0,0   a time profile: id, type, weekdays, zone, hours
+///     j1212,5                   a jurisdiction's prefix
+///     c44201,1212,...           a call: numbers, start, duration, kind of number, rate type
+///     x...                      a call as a row of all its columns
+///
+/// The rate of a call and what it costs are compared with a search through all rates and with
+/// doubles.
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <vector>
+
+#include "db/qvn_db.h"
+#include "rerate/cdr_rater.h"
+#include "rerate/pricing_world.h"
+#include "support.h"
+
+namespace {
+
+/// The numbers and texts of a line.
+class line_reader {
+ public:
+  explicit line_reader(std::string_view line)
+      : left_(reinterpret_cast<const uint8_t*>(line.data()), line.size()) {}
+
+  std::string text() { return std::string(left_.field(',')); }
+  std::string key() { return text().substr(0, 255); }  // longer ones are cut by the trees
+  template <class Number>
+  Number number() {
+    return static_cast<Number>(std::strtol(text().c_str(), nullptr, 10));
+  }
+  /// A price as the database has one; absent is -1.
+  float money() {
+    const std::string price = text();
+    const double value = price.empty() ? -1.0 : std::strtod(price.c_str(), nullptr);
+    return std::abs(value) < 1e12 ? static_cast<float>(value) : -1.0F;
+  }
+
+ private:
+  fuzz_input left_;
+};
+
+constexpr std::array kWrittenIngress = {
+    kIngressClientRate, kIngressClientBillTime,   kIngressClientCost, kIngressBillMinutes,
+    kIngressRateType,   kIngressRateId,           kOrigCode,          kOrigCodeName,
+    kOrigCountry,       kIngressRateEffectiveDate};
+constexpr std::array kWrittenEgress = {
+    kEgressRate,   kEgressBillTime, kEgressCost,   kEgressBillMinutes, kEgressRateType,
+    kEgressRateId, kTermCode,       kTermCodeName, kTermCountry,       kEgressRateEffectiveDate};
+
+/// The columns before their rating; the texts stay where they are.
+using texts = std::array<std::string_view, kCdrColumns>;
+
+class call_world {
+ public:
+  void take(const std::string& line) {
+    if (line.empty()) {
+      return;
+    }
+    line_reader left(std::string_view(line).substr(1));
+    switch (line.front()) {
+      case 's':
+        take_settings(left);
+        break;
+      case 'r':
+        take_rate(left);
+        break;
+      case 't':
+        take_profile(left);
+        break;
+      case 'j': {
+        const std::string prefix = left.key();
+        world_.add_jurisdiction(prefix, left.text(), left.text());
+        break;
+      }
+      case 'c':
+        take_call(left);
+        break;
+      case 'x':
+        rate_row(std::string_view(line).substr(1));
+        break;
+      default:
+        break;
+    }
+  }
+
+ private:
+  void take_settings(line_reader& left) {
+    side_ = left.number<int>() == 0 ? call_side::ingress : call_side::egress;
+    pricing_terms& terms = world_.terms;
+    terms.rate_rounding = left.number<uint8_t>();
+    terms.rate_decimal = left.number<uint8_t>();
+    terms.local_rates = left.number<int>() == 1;
+    prefix_ = left.text();
+    terms.jurisdiction = {prefix_.c_str(), left.number<uint8_t>(), left.number<uint8_t>(),
+                          left.number<uint8_t>(), left.number<uint8_t>()};
+  }
+
+  void take_rate(line_reader& left) {
+    const std::string code = left.key();
+    const float price = left.money();
+    const auto from = left.number<int64_t>();
+    const auto to = left.number<int64_t>();
+    const auto seconds = left.number<uint16_t>();
+    const auto interval = left.number<uint16_t>();
+    const auto min_time = left.number<uint16_t>();
+    const auto grace_time = left.number<uint16_t>();
+    const float fee = left.money();
+    rate_node& rate = world_.add_rate(code, std::to_string(rates_.size()), price, from, left.key());
+    rate.end_date = to;
+    rate.seconds = seconds;
+    rate.interval = interval;
+    rate.min_time = min_time;
+    rate.grace_time = grace_time;
+    rate.setup_fee = std::max(fee, 0.0F);
+    rate.intra_rate = left.money();
+    rate.inter_rate = left.money();
+    rate.local_rate = left.money();
+    rates_.push_back(&rate);
+  }
+
+  void take_profile(line_reader& left) {
+    const std::string id = left.key();
+    time_profile_node& profile = world_.add_time_profile(id);
+    profile.type = left.number<uint16_t>();
+    profile.start_week = left.number<uint16_t>();
+    profile.end_week = left.number<uint16_t>();
+    profile.time_zone = left.number<int32_t>() % 13;
+    profile.start_hour = left.number<int32_t>();
+    profile.start_minute = left.number<int32_t>();
+    profile.start_second = left.number<int32_t>();
+    profile.end_hour = left.number<int32_t>();
+    profile.end_minute = left.number<int32_t>();
+    profile.end_second = left.number<int32_t>();
+    profiles_[id] = &profile;
+  }
+
+  void take_call(line_reader& left) {
+    std::array<std::string, kCdrColumns> columns;
+    for (const cdr_column column : {kRoutingDigits, kTranslationAni, kStartTimeOfDate,
+                                    kCallDuration, kIngressDnisType, kLrnDnis}) {
+      columns[column] = left.text();
+    }
+    columns[kIngressRateType] = columns[kEgressRateType] = left.text();
+    std::string row;
+    for (const std::string& column : columns) {
+      row += column + ",";
+    }
+    rate_row(row);
+  }
+
+  void rate_row(std::string_view row) {
+    const auto bytes = fuzz_copy(row);
+    texts columns;
+    columns.fill("");
+    pg_row_csv_parse(bytes.get(), cdr_columns(columns));
+    const texts before = columns;
+    cdr_rater rater(side_, world_.terms, kRatesDate);
+    const cdr_rater::outcome outcome = rater.rate(columns);
+    check_untouched(before, columns);
+    check_rating(before, columns, outcome);
+    check_line(columns);
+  }
+
+  std::span<const cdr_column> written() const {
+    return side_ == call_side::ingress ? kWrittenIngress : kWrittenEgress;
+  }
+
+  void check_untouched(const texts& before, cdr_columns after) const {
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      FUZZ_CHECK(before[i].data() == after[i].data() || std::ranges::count(written(), i) > 0);
+    }
+  }
+
+  void check_line(std::span<const std::string_view> columns) const {
+    std::string expected = "kept";
+    for (const std::string_view column : columns) {
+      (expected += column.empty() ? "NULL" : column) += '?';
+    }
+    expected.back() = '\n';
+    std::string line = "kept";
+    cdr_line_append(line, columns);
+    FUZZ_CHECK(line == expected);
+  }
+
+  /// The rate that applies: of the longest code the oldest, and of equal dates the newest.
+  const rate_node* expected_rate(std::string_view number, int64_t start) const {
+    const rate_node* best = nullptr;
+    for (const rate_node* const rate : rates_) {
+      const std::string_view code = qvn_or_empty(rate->code);
+      if (code.empty() || !number.starts_with(code) || rate->effective_date > start ||
+          (rate->end_date != 0 && rate->end_date < start) || !profile_allows(*rate, start)) {
+        continue;
+      }
+      const std::size_t length = best ? std::strlen(best->code) : 0;
+      if (!best || code.size() > length ||
+          (code.size() == length && rate->effective_date <= best->effective_date)) {
+        best = rate;
+      }
+    }
+    return best;
+  }
+
+  bool profile_allows(const rate_node& rate, int64_t start) const {
+    if (!rate.time_profile_id) {
+      return true;
+    }
+    const auto found = profiles_.find(rate.time_profile_id);
+    return found != profiles_.end() && time_profile_applies(*found->second, start);
+  }
+
+  void check_rating(const texts& before, cdr_columns after, cdr_rater::outcome outcome) const {
+    const auto number = [&](std::size_t column) {
+      return std::strtol(before[column].data(), nullptr, 10);
+    };
+    const std::string_view type = before[kIngressDnisType];
+    const bool as_dialled = type.empty() || type.front() == '0';
+    const rate_node* const rate = expected_rate(before[as_dialled ? kRoutingDigits : kLrnDnis],
+                                                number(kStartTimeOfDate) / 1'000'000);
+    const std::string_view price = after[written()[0]];
+    if (outcome != cdr_rater::outcome::rated) {
+      FUZZ_CHECK(price == "-1");
+      for (const cdr_column column : written().subspan(1)) {
+        FUZZ_CHECK(after[column] == before[column]);
+      }
+      FUZZ_CHECK(outcome == cdr_rater::outcome::zero_rate ? rate != nullptr
+                                                          : !rate || has_no_price(*rate));
+      return;
+    }
+    FUZZ_CHECK(rate && after[written()[5]] == rate->rate_id && after[written()[6]] == rate->code);
+    FUZZ_CHECK(after[written()[9]] == std::to_string(kRatesDate));
+    check_charge(*rate, number(kCallDuration), after);
+  }
+
+  static bool has_no_price(const rate_node& rate) {
+    return rate.rate == kNoRate || rate.intra_rate == kNoRate || rate.inter_rate == kNoRate;
+  }
+
+  static double as_number(std::string_view text) {
+    return std::strtod(std::string(text).c_str(), nullptr);
+  }
+
+  /// The billed time to the second, and the cost as exactly as single precision and the terms'
+  /// decimals allow.
+  void check_charge(const rate_node& rate, int64_t duration, cdr_columns after) const {
+    const auto type = as_number(after[written()[4]]);
+    const float price = type == kRateTypeInter   ? rate.inter_rate
+                        : type == kRateTypeIntra ? rate.intra_rate
+                        : type == kRateTypeLocal ? rate.local_rate
+                                                 : rate.rate;
+    const double seconds = rate.seconds % 256;
+    const int64_t interval = rate.interval % 256;
+    uint64_t billed = 0;
+    double cost = 0.0;
+    if (duration != 0 && seconds != 0 && interval != 0) {
+      const int64_t increments = duration / interval + (duration % interval != 0 ? 1 : 0);
+      billed = duration <= rate.min_time
+                   ? rate.min_time
+                   : static_cast<uint64_t>(increments) * static_cast<uint64_t>(interval) % 65'536;
+      if (duration >= rate.grace_time) {
+        cost = double{rate.setup_fee} + static_cast<double>(billed) / seconds * double{price};
+      }
+    }
+    FUZZ_CHECK(after[written()[1]] == std::to_string(billed));
+    const double step = std::pow(10.0, -std::min<double>(world_.terms.rate_decimal, 6.0));
+    const double written_cost = as_number(after[written()[2]]);
+    FUZZ_CHECK(std::abs(written_cost - cost) <= step * 1.000001 + 3e-7 * cost + 1e-6);
+    FUZZ_CHECK(std::abs(as_number(after[written()[0]]) - double{price}) <= 1e-6 + 1e-7 * price);
+  }
+
+  static constexpr int64_t kRatesDate = 1'790'000'000;
+
+  pricing_world world_;
+  std::vector<const rate_node*> rates_;
+  std::map<std::string, const time_profile_node*, std::less<>> profiles_;
+  std::string prefix_;
+  call_side side_ = call_side::ingress;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  call_world world;
+  for (fuzz_input input(data, size); !input.empty();) {
+    world.take(input.line());
+  }
+  return 0;
+}

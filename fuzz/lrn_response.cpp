@@ -1,0 +1,84 @@
+/// Responses to a number lookup: a line with the call id, a line with a number, then the datagram.
+///
+/// A response is stored by a function of its source file alone, so that is included.
+
+#include <algorithm>
+#include <cctype>
+
+#include "lrn/qvn_lrn.cpp"  // NOLINT(bugprone-suspicious-include)
+#include "support.h"
+
+namespace {
+
+lrn_verdict read_copy(std::string_view datagram, const std::string& call_id, lrn_query& query) {
+  const auto bytes = fuzz_copy(datagram);
+  const std::string_view copy(bytes.get(), datagram.size());
+  const auto lies_within = [&](std::string_view text) {
+    return text.data() >= copy.data() && text.data() + text.size() <= copy.data() + copy.size();
+  };
+  lrn_answer answer;
+  const lrn_verdict verdict = lrn_response_read(copy, call_id, answer);
+  if (verdict == lrn_verdict::accepted) {
+    FUZZ_CHECK(datagram.find("INVITE") != std::string_view::npos);
+    FUZZ_CHECK(datagram.find(call_id) != std::string_view::npos);
+    FUZZ_CHECK(answer.result == kLrnRedirected || answer.result == kLrnServiceUnavailable ||
+               answer.result == kLrnOther503 || answer.result == kLrnOther);
+    FUZZ_CHECK(!answer.lrn || (lies_within(*answer.lrn) &&
+                               answer.lrn->find_first_of(";\r\n") == std::string_view::npos));
+    store(query, answer);
+    FUZZ_CHECK(!answer.lrn || query.lrn == std::string(answer.lrn->substr(0, 99)));
+  }
+  return verdict;
+}
+
+/// A response as a server writes it is accepted, and its number is the one that is stored.
+void check_honest_response(const std::string& call_id, const std::string& number) {
+  lrn_query query;
+  const std::string text =
+      "SIP/2.0 302 Moved Temporarily\r\nFrom: <sip:a@b>\r\nTo: <sip:c@d>\r\n"
+      "Call-ID: " +
+      call_id +
+      "\r\nCSeq: 1 INVITE\r\n"
+      "Contact: <sip:+1;npdi;rn=+" +
+      number + ";x@h>\r\n\r\n";
+  FUZZ_CHECK(read_copy(text, call_id, query) == lrn_verdict::accepted);
+  FUZZ_CHECK(query.result == kLrnRedirected && query.lrn == number.substr(0, 99));
+}
+
+void check_request(const std::string& call_id, const std::string& number) {
+  lrn_request_text out;
+  const lrn_invite invite{.number = number.c_str(),
+                          .from_user = call_id.c_str(),
+                          .server_host = "127.0.0.1",
+                          .server_port = 5060,
+                          .local_host = number.c_str(),
+                          .local_port = 5070,
+                          .call_id = call_id.c_str(),
+                          .branch = 1,
+                          .tag = 2,
+                          .cseq = 3};
+  const std::size_t length = lrn_request_write(out, invite);
+  FUZZ_CHECK(length < out.size() && std::strlen(out.data()) == length);
+  FUZZ_CHECK(std::string_view(out.data()).starts_with(("INVITE sip:+" + number).substr(0, length)));
+}
+
+bool is_word(const std::string& text) {
+  return std::ranges::all_of(text, [](unsigned char c) { return std::isalnum(c) || c == '-'; });
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  fuzz_input input(data, size);
+  const std::string call_id = input.line();
+  const std::string number = input.line();
+  const std::string_view datagram = input.rest().substr(0, kMostBytes);
+  lrn_query query;
+  const lrn_verdict verdict = read_copy(datagram, call_id, query);
+  FUZZ_CHECK(read_copy(fuzz_before_nul(datagram), call_id, query) == verdict);
+  if (is_word(call_id) && is_word(number)) {
+    check_honest_response(call_id, number);
+  }
+  check_request(call_id, number);
+  return 0;
+}

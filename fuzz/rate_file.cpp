@@ -1,0 +1,129 @@
+/// A whole rate deck: a byte for the date format, a byte for the code deck, then the file.
+
+#include <algorithm>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+#include "rate_upload/rate_copy_line.h"
+#include "rate_upload/rate_upload_task.h"
+#include "support.h"
+
+namespace {
+
+int g_deck = -1;  ///< a file in memory
+
+/// What was written, by the last word of the file's name.
+std::string* const g_log = new std::string;
+std::string* const g_reimport = new std::string;
+
+void keep_written(const char* path, std::string_view piece) {
+  *(std::strstr(path, "reimport") ? g_reimport : g_log) += piece;
+}
+
+/// The deck's lines as they are read: pieces of 1,023 bytes, without their ends, none empty.
+std::vector<std::string> lines_of(std::string_view deck) {
+  constexpr std::size_t kPiece = 1023;
+  std::vector<std::string> lines;
+  while (!deck.empty()) {
+    const std::size_t size = std::min({deck.find('\n'), kPiece - 1, deck.size() - 1}) + 1;
+    std::string line(fuzz_before_nul(deck.substr(0, size)));
+    line.resize(std::min(line.find_first_of("\r\n"), line.size()));
+    if (!line.empty()) {
+      lines.push_back(std::move(line));
+    }
+    deck.remove_prefix(size);
+  }
+  return lines;
+}
+
+void add_deck_code(rate_upload_task& task, const char* code) {
+  rp_hash_node* const deck = rp_hash_create(&task.code_deck_tree, "1");
+  rp_hash_node* const node = rp_hash_create(&deck->sub, code);
+  code_deck_node_link(node, code_deck_node_create(code, code, "1", "country", "name"));
+}
+
+void check_record(const import_record& record) {
+  FUZZ_CHECK(*record.code != '\0' &&
+             std::strspn(record.code, "0123456789") == std::strlen(record.code));
+  FUZZ_CHECK(record.effective_text && record.interval != 0 && record.seconds != 0);
+  FUZZ_CHECK((record.end_text != nullptr) || record.end_date == 0);
+  std::string line;
+  rate_copy_line_append(line, "7", record);
+  FUZZ_CHECK(line.starts_with("7,") && line.ends_with('\n'));
+  FUZZ_CHECK(std::count(line.begin(), line.end(), ',') == 16);
+  FUZZ_CHECK(std::count(line.begin(), line.end(), '\n') == 1);
+}
+
+/// The lines that came out and those that were refused are together those of the deck, in order.
+void check_reimport(const rate_upload_task& task, const std::vector<std::string>& lines) {
+  const std::size_t data_lines = lines.size() - 1;
+  FUZZ_CHECK(task.accepted_count + task.error_count == data_lines);
+  FUZZ_CHECK(task.error_count == task.reimport_count);
+  std::string_view left = *g_reimport;
+  std::size_t refused = 0;
+  for (std::size_t i = 1; i < lines.size() && !left.empty(); ++i) {
+    const std::string refused_line = lines[i] + "\n";
+    if (left.starts_with(refused_line)) {
+      left.remove_prefix(refused_line.size());
+      ++refused;
+    }
+  }
+  FUZZ_CHECK(left.empty() && refused == task.reimport_count);
+  const auto messages = static_cast<std::size_t>(std::count(g_log->begin(), g_log->end(), '\n'));
+  FUZZ_CHECK(messages >= refused && (task.code_deck_flag == 1 || messages == refused));
+}
+
+void check_accepted(rate_upload_task& task) {
+  uint32_t count = 0;
+  seen_codes codes;
+  for (; !task.imports.empty(); task.imports.pop()) {
+    check_record(*task.imports.first());
+    ++count;
+    FUZZ_CHECK(codes.add(task.imports.first()->code, static_cast<int>(count)) ==
+               seen_codes::verdict::fresh);
+  }
+  FUZZ_CHECK(count == task.accepted_count);
+}
+
+}  // namespace
+
+void fuzz_prepare() {
+  fuzz_set_writer(keep_written);
+  g_deck = memfd_create("deck", MFD_CLOEXEC);
+  FUZZ_CHECK(g_deck >= 0);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  fuzz_input input(data, size);
+  rate_upload_task task;
+  task.deck_date_format = static_cast<date_format>(input.byte() % 7);
+  const uint8_t code_deck = input.byte();
+  const std::string_view deck = input.rest();
+  FUZZ_CHECK(ftruncate(g_deck, static_cast<off_t>(deck.size())) == 0);
+  FUZZ_CHECK(pwrite(g_deck, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
+  task.upload_file_path = "/proc/self/fd";
+  task.upload_format_file = std::to_string(g_deck);
+  task.result_path = kFuzzFolder;
+  task.codes = std::make_unique<seen_codes>();
+  task.code_deck_flag = code_deck & 1;
+  if (task.code_deck_flag == 1) {
+    task.rate_table_code_deck_id = (code_deck & 2) != 0 ? "1" : "";
+    task.code_deck_ids = {"0", "1"};
+    add_deck_code(task, "4");
+    add_deck_code(task, "442");
+  }
+
+  g_log->clear();
+  g_reimport->clear();
+  const bool whole = rate_upload_process_file(task);
+  FUZZ_CHECK(whole == !task.failed);
+  if (whole) {
+    check_reimport(task, lines_of(deck));
+    check_accepted(task);
+  } else {
+    FUZZ_CHECK(std::strcmp(task.progress, "Import header invalid") == 0);
+    FUZZ_CHECK(task.accepted_count == 0 && task.imports.empty());
+  }
+  return 0;
+}
