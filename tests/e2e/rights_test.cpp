@@ -23,12 +23,12 @@ std::vector<std::string> statements(const std::string& beginning) {
 }
 
 struct Right {
-  std::string name;     ///< also the database's
-  std::string revoked;  ///< the part of GRANT ... TO that is taken away; empty for nothing
+  const char* name;     ///< also the database's
+  const char* revoked;  ///< the part of GRANT ... TO that is taken away; null for nothing
 };
 
 const Right kRights[] = {
-    {"all_rights", ""},
+    {"all_rights", nullptr},
     {"no_upload_select", "SELECT ON rate_upload_task"},
     {"no_upload_update", "UPDATE (progress) ON rate_upload_task"},
     {"no_rerate_select", "SELECT ON rerate_cdr_task"},
@@ -66,8 +66,8 @@ void fill(Session& portal, const std::filesystem::path& folder) {
 void apply_rights(Session& portal, const Right& right) {
   for (const std::string& grant : statements("GRANT "))
     portal.query(grant);
-  if (!right.revoked.empty())
-    portal.query("REVOKE " + right.revoked + " FROM qvn_daemon");
+  if (right.revoked != nullptr)
+    portal.query("REVOKE " + std::string(right.revoked) + " FROM qvn_daemon");
 }
 
 /// What became of both jobs, with all that depends on a right.
@@ -110,13 +110,13 @@ TEST(Rights, OfTheManualSufficeAndNoneIsTooMany) {
   EXPECT_THAT(rated, testing::HasSubstr("0.100000"));
   EXPECT_THAT(daemon->log(), testing::Not(testing::HasSubstr("all_rights DB")));
   for (const Right& right : kRights) {
-    if (right.revoked.empty())
+    if (right.revoked == nullptr)
       continue;
     SCOPED_TRACE(right.name);
     Session portal = e2e::cluster().connect(right.name);
     // Jobs end, but for those whose row the daemon may not read or write.
-    const bool ends = right.name.find("upload") == right.name.npos &&
-                      right.name.find("rerate") == right.name.npos;
+    const std::string name = right.name;
+    const bool ends = name.find("upload") == name.npos && name.find("rerate") == name.npos;
     EXPECT_TRUE(!ends || support::wait_until([&] {
       return portal.value(
                  "SELECT bool_and(status >= 4) FROM (SELECT status FROM rate_upload_task"

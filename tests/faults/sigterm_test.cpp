@@ -15,7 +15,7 @@ using support::Console;
 using support::DaemonHarness;
 using support::Session;
 
-const std::vector<std::string> kDatabases = {"term0", "term1", "term2", "term3", "term4"};
+const char* const kDatabases[] = {"term0", "term1", "term2", "term3", "term4"};
 
 /// A deck whose import takes longer than the longest wait before the signal.
 std::string large_deck() {
@@ -27,11 +27,11 @@ std::string large_deck() {
 
 /// A daemon, and databases with a deck, and calls whose rating takes a while.
 std::unique_ptr<DaemonHarness> world() {
-  auto daemon = e2e::daemon_for(kDatabases);
+  auto daemon = e2e::daemon_for({std::begin(kDatabases), std::end(kDatabases)});
   daemon->set_console("cli_connection_limit=5\n");
   daemon->write_main_conf("[general]\nlog_level=7\n[rerate]\ncdr_directory=" +
                           (daemon->path() / "cdr").string() + "\n");
-  for (const std::string& name : kDatabases) {
+  for (const char* name : kDatabases) {
     Session portal = e2e::cluster().connect(name);
     portal.query(e2e::rate_table("1") + e2e::trunk("1", "t"));
     e2e::store_calls(portal, "20260301", {e2e::call()});
@@ -44,11 +44,11 @@ std::unique_ptr<DaemonHarness> world() {
 
 /// An import and a rerating in each database wait, and no traces of earlier ones.
 void offer_ten_jobs(const DaemonHarness& daemon) {
-  static const std::string* const deck = new std::string(large_deck());
-  for (const std::string& name : kDatabases) {
+  const std::string deck = large_deck();
+  for (const char* name : kDatabases) {
     Session portal = e2e::cluster().connect(name);
     portal.query("TRUNCATE rate, rate_upload_task, rerate_cdr_task;" + e2e::rate("rate_id=0"));
-    e2e::submit(portal, daemon.path(), *deck, "7");
+    e2e::submit(portal, daemon.path(), deck, "7");
     e2e::rerate(portal, "ingress_trunk='1,1,1,0' egress_trunk='1,1,1,0'");
   }
 }
@@ -56,7 +56,7 @@ void offer_ten_jobs(const DaemonHarness& daemon) {
 /// How many jobs have begun and not ended.
 int jobs_at_work() {
   int jobs = 0;
-  for (const std::string& name : kDatabases)
+  for (const char* name : kDatabases)
     jobs += atoi(e2e::cluster()
                      .connect(name)
                      .value("SELECT count(*) FROM (SELECT status FROM rate_upload_task UNION ALL"
@@ -91,7 +91,7 @@ std::chrono::milliseconds end_ten_jobs(DaemonHarness& daemon, std::chrono::milli
   offer_ten_jobs(daemon);
   std::vector<Session> lockers;
   if (held) {
-    for (const std::string& name : kDatabases) {
+    for (const char* name : kDatabases) {
       lockers.push_back(e2e::cluster().connect(name));
       lockers.back().query("BEGIN; LOCK TABLE rate IN ACCESS EXCLUSIVE MODE");
     }
