@@ -140,9 +140,12 @@ class RerateJob : public Job {
       call["time"] = "2026-03-" + day + " 12:00:00+00";
       const std::string table = "client_cdr202603" + day;
       e2e::store_calls(session, "202603" + day, {call});
-      session.query("INSERT INTO " + table + " SELECT c.* FROM " + table +
-                    " c, generate_series(2, " + std::to_string(calls) + "); UPDATE " + table +
-                    " SET call_duration = 1 + (ctid::text::point)[1]::int");
+      std::string more =
+          "INSERT INTO :table SELECT c.* FROM :table c, generate_series(2, :calls);"
+          "UPDATE :table SET call_duration = 1 + (ctid::text::point)[1]::int";
+      replace_all(more, ":table", table);
+      replace_all(more, ":calls", std::to_string(calls));
+      session.query(more);
     }
   }
 

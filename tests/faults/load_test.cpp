@@ -195,13 +195,15 @@ constexpr int kSoak = 600;  // seconds from which the holdings of the run's part
 
 TEST(Load, EveryJobEndsRightAndNothingGrowsWhileConsolesReloadAndTheLogRotates) {
   std::vector<std::string> databases;
+  databases.reserve(10);
   for (int i = 0; i < 10; i++)
     databases.push_back("load" + std::to_string(i));
   auto daemon = start_daemon(databases);
   std::vector<std::unique_ptr<Lane>> lanes;
-  for (int i = 0; i < 8; i++)
+  lanes.reserve(12);
+  for (size_t i = 0; i < 8; i++)
     lanes.push_back(std::make_unique<ImportLane>(databases[i], *daemon));
-  for (int i = 6; i < 10; i++)
+  for (size_t i = 6; i < 10; i++)
     lanes.push_back(std::make_unique<RerateLane>(databases[i], *daemon));
   const Holdings before = holdings(*daemon);
 

@@ -233,7 +233,7 @@ struct JobKind {
   const char* table;
   const char* dispatcher;  ///< thread that starts its workers
   const char* counted;     ///< its word in the lines of a database's count
-  std::string failed;      ///< the job's line in the log, up to its id, when it has failed
+  const char* failed;      ///< the job's line in the log, up to its id, when it has failed
   void (*store)(Session& portal);
   void (*submit)(Session& portal, const std::string& folder, const std::string& id);
   void (*expect)(Session& portal, const std::string& id, bool undisturbed,
@@ -272,8 +272,8 @@ class ServedDatabases {
   /// The last job of each database, which nothing disturbed, has counted itself off.
   void expect_no_jobs(const std::string& kind) {
     for (const std::string& name : names_) {
-      const std::string line =
-          "127.0.0.1-" + name + " remove " + kind + " task, current task count ";
+      std::string line = "127.0.0.1-" + name;
+      line += " remove " + kind + " task, current task count ";
       EXPECT_TRUE(wait_until([&] {
         const std::string log = daemon_->log();
         const size_t last = log.rfind(line);
@@ -391,7 +391,8 @@ class JobSweep {
     }
     // Of a single failure the log tells, unless it was the line's own.
     if (status != "4" && !from_then_on) {
-      EXPECT_TRUE(served_.daemon().wait_log(kind_.failed + id + " execution failed, ")) << status;
+      EXPECT_TRUE(served_.daemon().wait_log(std::string(kind_.failed) + id + " execution failed, "))
+          << status;
     }
   }
 
@@ -564,6 +565,8 @@ TEST(Memory, AConsoleSessionEndsInOrderWhicheverAllocationFails) {
 }
 
 TEST(Memory, AStartEndsWithALineOrServesWhicheverAllocationFails) {
+  if (QVN_COVERAGE)
+    GTEST_SKIP() << "What counts the coverage does not survive an end without memory";
   ConsoleSweep world;
   FaultTable& memory = world.memory();
   const std::string output = world.daemon().path() / "start";

@@ -69,6 +69,7 @@ int jobs_at_work() {
 /// read, one that has not logged in.
 std::vector<Console> consoles(const DaemonHarness& daemon) {
   std::vector<Console> all;
+  all.reserve(3);
   for (int i = 0; i < 3; i++)
     all.emplace_back(daemon.console_port());
   EXPECT_TRUE(all[2].log_in());

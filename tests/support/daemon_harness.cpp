@@ -87,6 +87,7 @@ pid_t DaemonHarness::start_with(const std::vector<std::string>& arguments, int i
   const std::string reports = "report_signal_unsafe=0:log_path=" + (path() / "sanitizer").string();
   std::vector<char*> words;
   const std::vector<std::string> tool = run_under();
+  words.reserve(tool.size() + arguments.size() + 2);
   for (const std::string& word : tool)
     words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(const_cast<char*>(executable.c_str()));
