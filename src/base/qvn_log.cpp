@@ -11,10 +11,10 @@
 #include <new>
 #include <pthread.h>
 #include <string_view>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <utility>
 
+#include "base/qvn_log_binding.h"
 #include "base/qvn_log_state.h"
 #include "base/qvn_mutex.h"
 #include "base/qvn_text.h"
@@ -56,13 +56,6 @@ struct log_entry {
   uint8_t force;  ///< 1: passes every level filter
 };
 
-/// A socket that receives a copy of the lines.
-struct log_bind_logger {
-  int32_t fd;             ///< the caller's
-  uint32_t level;         ///< the most verbose level that it takes
-  log_bind_logger* next;  ///< the one bound after this one
-};
-
 // Everything below is constant-initialised and has no destructor: other threads still log, and the
 // log thread still writes, while the process ends.
 
@@ -82,12 +75,6 @@ uint8_t g_log_running QVN_GUARDED_BY(g_log_mutex) = 0;
 /// equal.
 std::atomic<uint64_t> g_log_queued{0};
 std::atomic<uint64_t> g_log_done{0};
-
-/// Guards the list of bound loggers. Taken alone.
-qvn_mutex g_log_binding_mutes;
-log_bind_logger* g_log_binding QVN_GUARDED_BY(g_log_binding_mutes) = nullptr;
-/// Length of that list, so that a caller learns without the lock that there is none.
-std::atomic<uint32_t> g_log_binding_count{0};
 
 /// Guards the stream and its name: the log thread writes and rotates while the main thread opens
 /// and closes. Taken alone.
@@ -232,20 +219,6 @@ log_entry* take_entries(bool& ended) {
   return std::exchange(g_log_queue_head, nullptr);
 }
 
-void send_to_bound_loggers(const log_entry& entry) {
-  if (g_log_binding_count.load(std::memory_order_acquire) == 0) {
-    return;
-  }
-  const qvn_lock_guard guard(g_log_binding_mutes);
-  for (const log_bind_logger* logger = g_log_binding; logger != nullptr; logger = logger->next) {
-    if (logger->level >= entry.level || entry.force == 1) {
-      // The result is not looked at: a logger that is gone, or does not read, loses the line. It
-      // must not stop the log thread, so the send does not wait.
-      (void)send(logger->fd, entry.text, std::strlen(entry.text), MSG_DONTWAIT | MSG_NOSIGNAL);
-    }
-  }
-}
-
 /// The level is the one that holds now, not when the line was queued.
 void write_to_sink(const log_entry& entry) {
   if (entry.level > g_log_level.load(std::memory_order_relaxed) && entry.force != 1) {
@@ -314,7 +287,7 @@ void check_log_size() {
 
 void deliver(log_entry* entry) {
   g_curr_log_que_size.fetch_sub(1, std::memory_order_relaxed);
-  send_to_bound_loggers(*entry);
+  qvn_log_send_to_bound_loggers(entry->text, entry->level, entry->force);
   write_to_sink(*entry);
   free_entry(entry);
   g_log_done.fetch_add(1, std::memory_order_release);
@@ -349,23 +322,6 @@ void release_queue() {
   }
 }
 
-void release_bound_loggers() {
-  const qvn_lock_guard guard(g_log_binding_mutes);
-  while (g_log_binding != nullptr) {
-    delete std::exchange(g_log_binding, g_log_binding->next);
-  }
-  g_log_binding_count.store(0, std::memory_order_release);
-}
-
-/// The first bound logger with that descriptor, or the end of the list.
-log_bind_logger** find_bound_logger(int32_t fd) QVN_REQUIRES(g_log_binding_mutes) {
-  log_bind_logger** link = &g_log_binding;
-  while (*link != nullptr && (*link)->fd != fd) {
-    link = &(*link)->next;
-  }
-  return link;
-}
-
 void set_log_running(uint8_t running) {
   const qvn_lock_guard guard(g_log_mutex);
   g_log_running = running;
@@ -395,7 +351,7 @@ int32_t qvn_log_init() {
     return 0;
   }
   release_queue();
-  release_bound_loggers();
+  qvn_log_release_bound_loggers();
   (void)qvn_log_file_close();
   g_log_level.store(kEveryLevel, std::memory_order_relaxed);
   g_log_output.store(kOutputFile, std::memory_order_relaxed);
@@ -463,7 +419,7 @@ void qvn_log_set_size(uint32_t size) {
 int32_t qvn_log_print(const char* file, int line, uint32_t level, uint8_t force, const char* format,
                       ...) {
   if (level > g_log_level.load(std::memory_order_relaxed) && force == 0 &&
-      g_log_binding_count.load(std::memory_order_relaxed) == 0) {
+      !qvn_log_has_bound_loggers()) {
     return -1;
   }
   va_list arguments;
@@ -479,53 +435,6 @@ int32_t qvn_log_print_content(const char* text) {
   }
   const std::string_view content = qvn_or_empty(text);
   return append_line(content.substr(0, kLineBufferSize - 1), kLogDebug, 1);
-}
-
-int32_t qvn_log_add_bind_logger(int32_t fd, uint32_t level) {
-  if (level > kLogDebug || fd < 0) {
-    QVN_LOG(kLogError, "%s", "Invalid input parameter\n");
-    return -1;
-  }
-  auto* logger = new (std::nothrow) log_bind_logger{fd, level, nullptr};
-  if (logger == nullptr) {
-    QVN_LOG(kLogError, "%s", "Alloc memory for log bind logger fail\n");
-    return -1;
-  }
-  const qvn_lock_guard guard(g_log_binding_mutes);
-  log_bind_logger** last = &g_log_binding;
-  while (*last != nullptr) {
-    last = &(*last)->next;
-  }
-  *last = logger;
-  g_log_binding_count.fetch_add(1, std::memory_order_release);
-  return 0;
-}
-
-int32_t qvn_log_add_unbind_logger(int32_t fd) {
-  if (fd < 0) {
-    QVN_LOG(kLogError, "%s", "Invalid input parameter\n");
-    return -1;
-  }
-  const qvn_lock_guard guard(g_log_binding_mutes);
-  log_bind_logger** link = find_bound_logger(fd);
-  if (log_bind_logger* logger = *link; logger != nullptr) {
-    *link = logger->next;
-    delete logger;
-    g_log_binding_count.fetch_sub(1, std::memory_order_release);
-  }
-  return 0;
-}
-
-int32_t qvn_log_bind_logger_set_level(int32_t fd, uint32_t level) {
-  if (level > kLogDebug || fd < 0) {
-    QVN_LOG(kLogError, "%s", "Invalid log level or invalid fd\n");
-    return -1;
-  }
-  const qvn_lock_guard guard(g_log_binding_mutes);
-  if (log_bind_logger* logger = *find_bound_logger(fd); logger != nullptr) {
-    logger->level = level;
-  }
-  return 0;
 }
 
 bool qvn_log_drain(std::chrono::milliseconds timeout) {
@@ -551,7 +460,7 @@ void qvn_log_exit() {
 
 void qvn_log_uninit() {
   release_queue();
-  release_bound_loggers();
+  qvn_log_release_bound_loggers();
   const qvn_lock_guard guard(g_log_file_mutex);
   std::free(std::exchange(g_log_file_name, nullptr));
 }

@@ -40,6 +40,13 @@ bool in_copy(const PGresult* result) {
   return status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH;
 }
 
+/// Takes in what has arrived; false when the connection broke, of which the next result tells.
+/// Reads twice: the first read of a long TLS record leaves a rest in the TLS library, unseen by
+/// poll.
+bool read_arrived(PGconn* connection) {
+  return PQconsumeInput(connection) == 1 && PQconsumeInput(connection) == 1;
+}
+
 /// Fetches every result that is left and hands it to `look`.
 template <class Look>
 void drain(PGconn* connection, Look look) {
@@ -302,12 +309,9 @@ pg_connection qvn_pg_conn(const char* conninfo, const char* label) {
 
 pg_owned_result qvn_pg_next_result(PGconn* connection) {
   constexpr int kLookAgainMilliseconds = 1000;
-  while (PQisBusy(connection) == 1) {
+  while (PQisBusy(connection) == 1 && read_arrived(connection) && PQisBusy(connection) == 1) {
     pollfd entry{.fd = PQsocket(connection), .events = POLLIN, .revents = 0};
     (void)poll(&entry, 1, kLookAgainMilliseconds);
-    if (PQconsumeInput(connection) == 0) {
-      break;  // the result tells of it
-    }
   }
   return pg_owned_result(PQgetResult(connection));
 }
