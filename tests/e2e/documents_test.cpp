@@ -307,4 +307,35 @@ TEST(Documents, JobTablesNameEveryProgressText) {
   EXPECT_GT(found, 30) << "the texts are no longer found this way in the source";
 }
 
+TEST(Documents, RateFilesAreTakenAsShown) {
+  const std::string page = document("rate-file-format.md");
+  PageRunner runner;
+  runner.run(page);
+  std::string log;
+  for (const std::string& message : cells(page, "## Messages", 1))
+    if (message.find("system code deck") == std::string::npos)
+      log += message + "\n";
+  EXPECT_EQ(runner.result("4", "rate_import.log"), log);
+  // A deck of dates for each format.
+  const std::vector<std::string> formats = cells(page, "## Dates", 1),
+                                 dates = cells(page, "## Dates", 2),
+                                 results = cells(page, "## Dates", 3);
+  const size_t examples = 6;  // the rows of the table of formats
+  std::map<std::string, std::string> decks, shown;
+  for (size_t i = examples; i < formats.size(); i++) {
+    std::string& deck = decks[formats[i]];
+    const long line = std::count(deck.begin(), deck.end(), '\n') + 2;
+    deck += std::to_string(line) + ",0.1," + dates[i] + "\n";
+    shown[formats[i]] += std::isdigit(results[i][0])
+                             ? "stored " + std::to_string(line) + " " + results[i] + "\n"
+                             : "Line " + std::to_string(line) + " : " + results[i] + "\n";
+  }
+  ASSERT_EQ(decks.size(), examples);
+  for (const auto& [format, deck] : decks)
+    runner.submit("code,rate,effective_date\n" + deck, format);
+  runner.wait_for_jobs();
+  for (const auto& [format, lines] : shown)
+    EXPECT_EQ(runner.outcome_of(format), lines) << format;
+}
+
 }  // namespace
