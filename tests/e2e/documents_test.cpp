@@ -338,4 +338,130 @@ TEST(Documents, RateFilesAreTakenAsShown) {
     EXPECT_EQ(runner.outcome_of(format), lines) << format;
 }
 
+using conf_pairs = std::vector<std::string>;
+conf_pairs* g_pairs = nullptr;  // a callback of the reader has no context
+
+TEST(Documents, ConfigurationFilesAreReadAsShown) {
+  const std::vector<Block> shown = blocks(document("configuration.md"));
+  ASSERT_EQ(shown.size(), 2U);
+  const support::TempDir folder("");
+  support::write_file(folder.path() / "conf", shown[0].text);
+  conf_pairs pairs;
+  g_pairs = &pairs;
+  EXPECT_EQ(load_conf_helper((folder.path().string() + "/").c_str(), "conf", "example",
+                             [](const char* key, const char* value) {
+                               g_pairs->push_back(std::string(key) + " = " + value);
+                               return 0;
+                             },
+                             nullptr, nullptr, 0),
+            0);
+  std::string text;
+  for (const std::string& pair : pairs)
+    text += pair + "\n";
+  EXPECT_EQ(text, shown[1].text);
+}
+
+/// The settings as they are before a file is read, with all modules that have some.
+class Settings : public testing::Test {
+ protected:
+  Settings() {
+    g_core_ctrl = new qvn_core_ctrl;
+    g_core_ctrl->install_dir = "/opt/qvn_web_helper";
+    g_core_ctrl->log_level = 7;                   // by main
+    g_core_ctrl->max_log_size = 307200U * 1024U;  // the log's own while this is 0
+    EXPECT_EQ(qvn_default_conf_init() | qvn_rerate_init() | qvn_rate_upload_init(), 0);
+  }
+  ~Settings() override {
+    (void)qvn_rerate_uninit();
+    (void)qvn_rate_upload_uninit();
+    delete g_core_ctrl;
+    g_core_ctrl = nullptr;
+  }
+
+  static std::string stored() {
+    std::ostringstream all;
+    const qvn_core_ctrl& c = *g_core_ctrl;
+    all << c.log_level << ' ' << c.max_log_size << ' ' << c.cli_listen_ip << ' '
+        << c.cli_listen_port << ' ' << c.cli_connection_limit << ' ' << c.cli_connection_expires
+        << ' ' << c.cli_login_user << ' ' << c.cli_login_pwd << ' ' << c.max_rerate_task << ' '
+        << c.max_rate_upload_task << ' ' << qvn_rerate_cdr_directory() << ' '
+        << qvn_rate_upload_result_directory();
+    return all.str();
+  }
+};
+
+struct Section {
+  const char* heading;
+  conf_callback read;
+};
+
+int32_t read_database(const char* key, const char* value) {
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+  return read_db_config(key, value);
+}
+
+const Section kSections[] = {
+    {"### Section `general`", read_general_config},
+    {"### Section `CLI`", read_cli_config},
+    {"### Section `rerate`", read_rerate_config},
+    {"### Section `rate_upload`", read_rate_upload_config},
+    {"## Database list: `conf/qvn_db_info.conf`", read_database},
+};
+
+TEST_F(Settings, DocumentNamesEveryKey) {
+  const std::string page = document("configuration.md");
+  std::set<std::string> words;
+  for (const std::string& source : sources(""))
+    for (const std::string& text : literals(source))
+      words.insert(text);
+  int known = 0;
+  for (const Section& section : kSections) {
+    const std::vector<std::string> keys = cells(page, section.heading, 1);
+    for (const std::string& word : words) {
+      // A handler ignores what it does not know; an empty value it refuses, a good one it stores.
+      const std::string before = stored();
+      const bool is_key = section.read(word.c_str(), "") != 0 ||
+                          (section.read(word.c_str(), "3"), stored() != before);
+      EXPECT_EQ(is_key, std::count(keys.begin(), keys.end(), word) == 1) << section.heading << word;
+      known += is_key;
+    }
+  }
+  EXPECT_EQ(known, 17) << "keys are no longer literals of the source, or there are new ones";
+}
+
+TEST_F(Settings, DocumentTellsRangesAndDefaults) {
+  const std::string page = document("configuration.md");
+  const std::string sample = support::read_file(QVN_SOURCE_DIR "/conf/qvn_web_helper.conf");
+  int ranges = 0;
+  for (const Section& section : kSections) {
+    const std::vector<std::string> keys = cells(page, section.heading, 1),
+                                   range = cells(page, section.heading, 3),
+                                   defaults = cells(page, section.heading, 4),
+                                   bad = cells(page, section.heading, 5);
+    for (size_t i = 0; i < keys.size(); i++) {
+      SCOPED_TRACE(keys[i]);
+      const std::string before = stored();
+      if (defaults[i].find(' ') == std::string::npos && defaults[i] != "none") {
+        EXPECT_EQ(section.read(keys[i].c_str(), defaults[i].c_str()), 0);
+        EXPECT_EQ(stored(), before) << "another default";
+        EXPECT_THAT(sample, testing::HasSubstr("efault " + defaults[i]));
+      }
+      long lowest = 0, highest = 0;
+      if (sscanf(range[i].c_str(), "%ld to %ld", &lowest, &highest) != 2 ||
+          keys[i] == "db_listen_port")
+        continue;
+      ++ranges;
+      EXPECT_THAT(sample, testing::HasSubstr("ange " + range[i]));
+      const auto takes = [&](long number) {
+        return section.read(keys[i].c_str(), std::to_string(number).c_str()) == 0;
+      };
+      const bool ends = bad[i].starts_with("ends the section");
+      EXPECT_TRUE(takes(lowest) && takes(highest));
+      EXPECT_EQ(takes(highest + 1), !ends);
+      EXPECT_EQ(takes(lowest - 1), !ends);
+    }
+  }
+  EXPECT_EQ(ranges, 7);
+}
+
 }  // namespace
