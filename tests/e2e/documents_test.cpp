@@ -338,6 +338,27 @@ TEST(Documents, RateFilesAreTakenAsShown) {
     EXPECT_EQ(runner.outcome_of(format), lines) << format;
 }
 
+TEST(Documents, ScalingTellsWhatTwoDaemonsOnOneDatabaseDo) {
+  auto first = e2e::daemon_for({"shared"});
+  support::DaemonHarness second;
+  second.write_databases(e2e::cluster().port(), {"shared"});
+  Session portal = e2e::cluster().connect("shared"), other = e2e::cluster().connect("shared");
+  const std::string id =
+      e2e::submit(portal, first->path(), "code,rate,effective_date\n44,0.1,2026-03-01\n", "1");
+  // While its row is locked the job stays at status 0, as it does for a moment in each poll.
+  portal.query("BEGIN; SELECT FROM rate_upload_task FOR UPDATE");
+  for (support::DaemonHarness* const daemon : {first.get(), &second}) {
+    daemon->start();
+    EXPECT_TRUE(daemon->wait_log("Added 127.0.0.1-shared rate upload task " + id));
+  }
+  EXPECT_TRUE(support::wait_until(
+      [&] { return e2e::waiting(other, "UPDATE rate_upload_task", "pid") == "2"; }));
+  portal.query("COMMIT");
+  for (const support::DaemonHarness* const daemon : {first.get(), &second})
+    EXPECT_TRUE(daemon->wait_log("rate upload task " + id + " have been completed, Insert: 1(1)"));
+  EXPECT_EQ(portal.value("SELECT count(*) FROM rate WHERE end_date IS NULL"), "2");
+}
+
 using conf_pairs = std::vector<std::string>;
 conf_pairs* g_pairs = nullptr;  // a callback of the reader has no context
 
