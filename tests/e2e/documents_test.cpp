@@ -282,29 +282,44 @@ TEST(Documents, JobTablesShowWhatHappens) {
             runner.columns_of("rerate_cdr_task"));
 }
 
+/// The text that a call is given: its last literal, or without one what its constant stands for.
+std::string text_of(const std::string& call, const std::string& all_sources) {
+  const std::vector<std::string> texts = literals(call);
+  const size_t name = call.find_last_of(" (", call.rfind(')')) + 1;
+  if (!texts.empty() || call[name] != 'k')
+    return texts.empty() ? "" : texts.back();
+  const std::string definition = call.substr(name, call.find(')', name) - name) + " = \"";
+  const size_t at = all_sources.find(definition);
+  return at == std::string::npos
+             ? ""
+             : all_sources.substr(
+                   at + definition.size(),
+                   all_sources.find('"', at + definition.size()) - at - definition.size());
+}
+
 /// Progress texts are what is handed to fail(), refuse() and the progress updates; what the code
 /// fills in is a "*".
 TEST(Documents, JobTablesNameEveryProgressText) {
   const std::string page = document("job-tables.md");
   int found = 0;
   for (const std::string folder : {"rate_upload", "rerate"}) {
-    for (const std::string& source : sources(folder)) {
-      for (const std::string call : {"fail(", "refuse(task, ", "progress_update("}) {
-        for (size_t at = source.find(call); at != std::string::npos;
-             at = source.find(call, at + 1)) {
-          const std::vector<std::string> texts = literals(source, at, source.find(';', at));
-          if (texts.empty() || texts.back().empty() || texts.back().starts_with("UPDATE "))
-            continue;
-          std::string pattern = "*`" + texts.back() + "`*";
-          replace_all(pattern, "%s", "*");
-          replace_all(pattern, "%u", "*");
-          EXPECT_EQ(fnmatch(pattern.c_str(), page.c_str(), 0), 0) << texts.back();
-          ++found;
-        }
+    std::string source;
+    for (const std::string& file : sources(folder))
+      source += file;
+    for (const std::string call : {"fail(", "refuse(task, ", "progress_update("}) {
+      for (size_t at = source.find(call); at != std::string::npos; at = source.find(call, at + 1)) {
+        const std::string text = text_of(source.substr(at, source.find(';', at) - at), source);
+        if (text.empty() || text.starts_with("UPDATE "))
+          continue;
+        std::string pattern = "*`" + text + "`*";
+        replace_all(pattern, "%s", "*");
+        replace_all(pattern, "%u", "*");
+        EXPECT_EQ(fnmatch(pattern.c_str(), page.c_str(), 0), 0) << text;
+        ++found;
       }
     }
   }
-  EXPECT_GT(found, 30) << "the texts are no longer found this way in the source";
+  EXPECT_GE(found, 30) << "the texts are no longer found this way in the source";
 }
 
 TEST(Documents, RateFilesAreTakenAsShown) {
