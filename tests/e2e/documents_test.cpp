@@ -72,8 +72,15 @@ class PageRunner {
   PageRunner() : daemon_(e2e::daemon_for({"portal"})), portal_(e2e::cluster().connect("portal")) {
     std::filesystem::create_directory(daemon_->path() / "upload");
     std::filesystem::permissions(daemon_->path() / "upload", std::filesystem::perms(0755));
-    keep_steps("rate_upload_task");
-    keep_steps("rerate_cdr_task");
+    portal_.query(
+        "CREATE TABLE step (job_table text, step text);"
+        "CREATE FUNCTION keep_step() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN"
+        " INSERT INTO step VALUES (TG_TABLE_NAME, OLD.status || '>' || NEW.status);"
+        " RETURN NEW; END $$;"
+        "CREATE TRIGGER keep AFTER UPDATE ON rate_upload_task FOR EACH ROW EXECUTE FUNCTION "
+        "keep_step();"
+        "CREATE TRIGGER keep AFTER UPDATE ON rerate_cdr_task FOR EACH ROW EXECUTE FUNCTION "
+        "keep_step()");
     daemon_->start();
   }
   ~PageRunner() { e2e::drop_database("portal"); }
@@ -105,21 +112,14 @@ class PageRunner {
     EXPECT_GT(compared, 2);
   }
 
-  /// The changes of status that the jobs of a table went through, "0>1 1>2 ...".
+  /// The changes of status that the jobs of a table went through: "0>1", "1>2", ...
   std::vector<std::string> steps(const std::string& table) {
-    std::vector<std::string> all;
-    for (const support::Row& row : portal_.query("SELECT DISTINCT step FROM step_of_" + table))
-      all.push_back(row[0]);
-    return all;
+    return values("SELECT DISTINCT step FROM step WHERE job_table = '" + table + "'");
   }
 
   std::vector<std::string> columns_of(const std::string& table) {
-    std::vector<std::string> all;
-    for (const support::Row& row :
-         portal_.query("SELECT attname FROM pg_attribute WHERE attnum > 0 AND attrelid = '" +
-                       table + "'::regclass ORDER BY attnum"))
-      all.push_back(row[0]);
-    return all;
+    return values("SELECT attname FROM pg_attribute WHERE attnum > 0 AND attrelid = '" + table +
+                  "'::regclass ORDER BY attnum");
   }
 
   /// A job for a deck of its own, for the rate table and in the folder named after the date format.
@@ -143,9 +143,8 @@ class PageRunner {
     const std::string id = jobs_.at(format);
     std::map<long, std::string> lines;
     for (const support::Row& row :
-         portal_.query("SET timezone = 'UTC'; SELECT code, effective_date FROM rate JOIN "
-                       "rate_upload_task USING"
-                       " (rate_table_id) WHERE id = " +
+         portal_.query("SET timezone = 'UTC'; SELECT code, effective_date FROM rate"
+                       " JOIN rate_upload_task USING (rate_table_id) WHERE id = " +
                        id))
       lines[std::stol(row[0])] = "stored " + row[0] + " " + row[1] + "\n";
     std::istringstream log(result(id, "rate_import.log"));
@@ -166,15 +165,11 @@ class PageRunner {
   }
 
  private:
-  void keep_steps(const std::string& table) {
-    portal_.query("CREATE TABLE step_of_" + table + " (step text);" + "CREATE FUNCTION keep_" +
-                  table +
-                  "() RETURNS trigger LANGUAGE plpgsql AS $$"
-                  " BEGIN INSERT INTO step_of_" +
-                  table +
-                  " VALUES (OLD.status || '>' || NEW.status); RETURN NEW; END $$;"
-                  "CREATE TRIGGER keep AFTER UPDATE ON " +
-                  table + " FOR EACH ROW EXECUTE FUNCTION keep_" + table + "()");
+  std::vector<std::string> values(const std::string& sql) {
+    std::vector<std::string> all;
+    for (const support::Row& row : portal_.query(sql))
+      all.push_back(row[0]);
+    return all;
   }
 
   std::string execute(const Block& block) {
