@@ -277,19 +277,17 @@ TEST(Documents, JobTablesShowWhatHappens) {
             runner.columns_of("rerate_cdr_task"));
 }
 
-/// The text that a call is given: its last literal, or without one what its constant stands for.
+/// The text that a call is given: what the constant that is its last argument stands for, or else
+/// its last literal.
 std::string text_of(const std::string& call, const std::string& all_sources) {
+  const size_t name = call.find_last_of(" (", call.rfind(')') - 1) + 1;
+  const std::string constant = call.substr(name, call.find(')', name) - name);
   const std::vector<std::string> texts = literals(call);
-  const size_t name = call.find_last_of(" (", call.rfind(')')) + 1;
-  if (!texts.empty() || call[name] != 'k')
+  if (!constant.starts_with('k'))
     return texts.empty() ? "" : texts.back();
-  const std::string definition = call.substr(name, call.find(')', name) - name) + " = \"";
-  const size_t at = all_sources.find(definition);
-  return at == std::string::npos
-             ? ""
-             : all_sources.substr(
-                   at + definition.size(),
-                   all_sources.find('"', at + definition.size()) - at - definition.size());
+  const size_t at = all_sources.find(constant + " = \"");
+  EXPECT_NE(at, std::string::npos) << call;
+  return literals(all_sources.substr(at, all_sources.find(';', at) - at)).front();
 }
 
 /// Progress texts are what is handed to fail(), refuse() and the progress updates; what the code
