@@ -20,6 +20,12 @@
 /// Names the job on its connections and in the messages of the database layer.
 inline constexpr const char* kRateUploadLabel = "Rate upload";
 
+/// Asks for the next waiting rows.
+inline constexpr const char* kRateUploadJobQuery =
+    "SELECT id,upload_file_path,upload_format_file,rate_table_id,rate_table_code_deck_id,"
+    "rate_date_format,rate_end_date,reduplicate_rate_action,code_deck_flag,use_ocn_lata_code from "
+    "rate_upload_task where status=0 order by id asc limit 2;";
+
 /// Values of the row's column `status`.
 enum class upload_status : int32_t {
   waiting = 0,
