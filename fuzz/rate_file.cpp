@@ -37,10 +37,12 @@ std::vector<std::string> lines_of(std::string_view deck) {
   return lines;
 }
 
-void add_deck_code(rate_upload_task& task, const char* code) {
-  rp_hash_node* const deck = rp_hash_create(&task.code_deck_tree, "1");
-  rp_hash_node* const node = rp_hash_create(&deck->sub, code);
-  code_deck_node_link(node, code_deck_node_create(code, code, "1", "country", "name"));
+void add_deck_code(rate_upload_task& task, std::string code) {
+  char deck_id[] = "1";
+  char country[] = "country";
+  char name[] = "name";
+  char* row[kDeckColumns] = {code.data(), code.data(), deck_id, country, name};
+  FUZZ_CHECK(task.code_deck.add(row));
 }
 
 void check_record(const import_record& record) {
@@ -109,7 +111,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   task.code_deck_flag = code_deck & 1;
   if (task.code_deck_flag == 1) {
     task.rate_table_code_deck_id = (code_deck & 2) != 0 ? "1" : "";
-    task.code_deck_ids = {"0", "1"};
     add_deck_code(task, "4");
     add_deck_code(task, "442");
   }

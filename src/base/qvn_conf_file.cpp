@@ -16,6 +16,8 @@ constexpr int kLineReadSize = 254;
 
 using conf_buffer = std::array<char, kBufferSize>;
 
+conf_observer* g_observer = nullptr;
+
 /// What the caller asked for.
 struct conf_request {
   const char* directory;
@@ -26,6 +28,16 @@ struct conf_request {
   char* output;
   std::size_t output_length;
 };
+
+bool is_lookup(const conf_request& request) {
+  return *request.lookup_key != '\0';
+}
+
+void tell(const conf_request& request, const conf_line& seen) {
+  if (g_observer && !is_lookup(request)) {
+    g_observer->reads(seen);
+  }
+}
 
 /// Cuts a header's name out of the line; none when it has no "]".
 const char* section_name(char* line) {
@@ -39,8 +51,24 @@ const char* section_name(char* line) {
   return name;
 }
 
+/// What stands behind the values of lines. An observer gets it whole, so the character that ends a
+/// value is not lost when the value is cut there.
+class dropped_text {
+ public:
+  /// Cuts the value at its end.
+  const char* cut(char* value) {
+    char* const end = value + std::strcspn(value, "\r\n #;");
+    std::memcpy(text_.data(), end, std::strlen(end) + 1);
+    *end = '\0';
+    return text_.data();
+  }
+
+ private:
+  conf_buffer text_;
+};
+
 /// Cuts key and value out of the line; false when it is no pair or one of them is empty.
-bool split_pair(char* line, const char*& key, const char*& value) {
+bool split_pair(char* line, dropped_text& dropped, conf_line& seen) {
   char* equals = std::strchr(line, '=');
   if (equals == nullptr || equals == line) {
     return false;
@@ -48,20 +76,24 @@ bool split_pair(char* line, const char*& key, const char*& value) {
   *equals = '\0';
   qvn_strip_suffix_blank(equals - 1);
   char* start = qvn_strip_prefix_blank(equals + 1);
-  start[std::strcspn(start, "\r\n #;")] = '\0';
-  key = line;
-  value = start;
-  return *key != '\0' && *value != '\0';
+  seen.dropped = dropped.cut(start);
+  seen.key = line;
+  seen.value = seen.written = start;
+  seen.fate = *seen.key == '\0' ? conf_fate::no_pair : conf_fate::no_value;
+  return *seen.key != '\0' && *seen.value != '\0';
 }
 
 /// Replaces a value "section.$key" by the value that stands there; false when there is none. What
 /// is found is not resolved again.
-bool resolve_reference(const conf_request& request, const char*& value, conf_buffer& found) {
+bool resolve_reference(const conf_request& request, conf_line& seen, conf_buffer& found) {
   constexpr const char* kMark = ".$";
+  const char*& value = seen.value;
   const char* mark = std::strstr(value, kMark);
   if (mark == nullptr) {
     return true;
   }
+  seen.is_reference = true;
+  seen.fate = conf_fate::no_reference;
   const char* key = mark + std::strlen(kMark);
   if (mark == value || *key == '\0') {
     return false;
@@ -80,50 +112,91 @@ void copy_to_output(const conf_request& request, const char* value) {
   std::memcpy(request.output, value, size < request.output_length ? size : request.output_length);
 }
 
-/// Handles a line of the wanted section; false to stop the reading.
-bool take_pair(const conf_request& request, char* line) {
-  const char* key = nullptr;
-  const char* value = nullptr;
-  if (!split_pair(line, key, value)) {
+/// Handles a line of the wanted section, and tells about it while its texts are there; false to
+/// stop the reading.
+bool take_pair(const conf_request& request, char* line, conf_line& seen) {
+  dropped_text dropped;
+  conf_buffer found{};
+  seen.fate = conf_fate::no_pair;
+  if (!split_pair(line, dropped, seen)) {
+    tell(request, seen);
     return true;
   }
-  if (*request.lookup_key != '\0') {
-    if (std::strcmp(key, request.lookup_key) != 0) {
+  if (is_lookup(request)) {
+    if (std::strcmp(seen.key, request.lookup_key) != 0) {
       return true;
     }
-    copy_to_output(request, value);
+    copy_to_output(request, seen.value);
     return false;
   }
-  conf_buffer found{};
-  if (!resolve_reference(request, value, found)) {
+  if (resolve_reference(request, seen, found)) {
+    seen.fate = request.callback(seen.key, seen.value) == 0 ? conf_fate::taken : conf_fate::stopped;
+  }
+  tell(request, seen);
+  return seen.fate != conf_fate::stopped;
+}
+
+/// The next piece of the file: which line it belongs to.
+conf_line next_piece(const conf_line& last, const conf_buffer& buffer) {
+  const std::size_t length = std::strlen(buffer.data());
+  conf_line seen;
+  seen.continued = last.goes_on;
+  seen.number = last.goes_on ? last.number : last.number + 1;
+  seen.goes_on = length == kLineReadSize - 1 && buffer[length - 1] != '\n';
+  return seen;
+}
+
+/// Sees to a header; false when it ends the reading.
+bool take_header(const conf_request& request, char* line, bool& entered, conf_line& seen) {
+  const char* name = section_name(line);
+  seen.fate = name == nullptr ? conf_fate::broken_header : conf_fate::header;
+  seen.key = qvn_or_empty(name);
+  tell(request, seen);
+  if (name == nullptr) {
     return true;
   }
-  return request.callback(key, value) == 0;
+  if (entered) {
+    return false;
+  }
+  entered = *name != '\0' && std::strcmp(name, request.section) == 0;
+  return true;
+}
+
+/// Sees to a piece; false when it ends the reading.
+bool take_piece(const conf_request& request, char* piece, bool& entered, conf_line& seen) {
+  if (*piece == '#' || *piece == ';') {
+    tell(request, seen);
+    return true;
+  }
+  char* line = qvn_strip_prefix_blank(piece);
+  if (*line == '[') {
+    return take_header(request, line, entered, seen);
+  }
+  const bool is_blank = *line == '\0' || *line == '\n';
+  if (entered && !is_blank) {
+    return take_pair(request, line, seen);
+  }
+  seen.fate = is_blank ? conf_fate::blank : conf_fate::outside;
+  tell(request, seen);
+  return true;
 }
 
 void read_section(const conf_request& request, std::FILE* file) {
   bool entered = false;
+  conf_line seen;
   for (conf_buffer buffer{}; std::fgets(buffer.data(), kLineReadSize, file) != nullptr;) {
-    if (buffer[0] == '#' || buffer[0] == ';') {
-      continue;
-    }
-    char* line = qvn_strip_prefix_blank(buffer.data());
-    if (*line == '[') {
-      const char* name = section_name(line);
-      if (name == nullptr) {
-        continue;
-      }
-      if (entered) {
-        return;
-      }
-      entered = *name != '\0' && std::strcmp(name, request.section) == 0;
-    } else if (entered && !take_pair(request, line)) {
+    seen = next_piece(seen, buffer);
+    if (!take_piece(request, buffer.data(), entered, seen)) {
       return;
     }
   }
 }
 
 }  // namespace
+
+void qvn_conf_observe(conf_observer* observer) {
+  g_observer = observer;
+}
 
 int32_t load_conf_helper(const char* directory, const char* file_name, const char* section,
                          conf_callback callback, const char* lookup_key, char* output,
@@ -135,14 +208,16 @@ int32_t load_conf_helper(const char* directory, const char* file_name, const cha
                              qvn_or_empty(lookup_key),
                              output,
                              output_length};
+  if (g_observer && !is_lookup(request)) {
+    g_observer->begins(request.section);
+  }
   conf_buffer path{};
   std::snprintf(path.data(), path.size(), "%s%s", request.directory, request.file_name);
   const qvn_file file(std::fopen(path.data(), "re"));
   if (!file) {
     return -1;
   }
-  const bool is_lookup = *request.lookup_key != '\0';
-  if (is_lookup ? request.output != nullptr : request.callback != nullptr) {
+  if (is_lookup(request) ? request.output != nullptr : request.callback != nullptr) {
     read_section(request, file.get());
   }
   return 0;

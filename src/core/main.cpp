@@ -12,6 +12,7 @@
 #include "core/qvn_core_ctrl.h"
 #include "core/qvn_process.h"
 #include "core/qvn_settings.h"
+#include "db/qvn_db.h"
 
 namespace {
 
@@ -61,16 +62,6 @@ bool create_core_record() {
     return false;
   }
   return true;
-}
-
-/// What every connection of the daemon shares, unless the operator's environment says otherwise. A
-/// dead database server must cost the poller seconds, not minutes; and looking for a Kerberos
-/// ticket at every visit is work of an idle daemon for nothing. Before the first thread, as the
-/// environment is not to be changed under threads.
-void set_connection_defaults() {
-  constexpr int kKeepExisting = 0;
-  (void)setenv("PGCONNECT_TIMEOUT", "5", kKeepExisting);
-  (void)setenv("PGGSSENCMODE", "disable", kKeepExisting);
 }
 
 void remember_signal_mask() {
@@ -126,7 +117,7 @@ int main(int count, char** words) {
   }
   g_core_ctrl->log_level = kLogDebug;
   system_signal_reset();
-  set_connection_defaults();
+  qvn_db_set_connection_defaults();
   remember_signal_mask();
   if (!flags.foreground) {
     qvn_register_signal_handle();

@@ -38,39 +38,19 @@ int32_t refuse(const char* message, const char* source = kLogSource) {
   return -1;
 }
 
+int32_t complain(const qvn_number_setting& setting, const char* message, const char* source) {
+  if (!setting.tolerant) {
+    return refuse(message, source);
+  }
+  (void)qvn_log_print(source, __LINE__, kLogInfo, 0, "%s", message);
+  return 0;
+}
+
 int32_t read_text(std::string qvn_core_ctrl::*field, const char* value, const char* when_empty) {
   if (zstr(value)) {
     return refuse(when_empty);
   }
   return assign_setting(g_core_ctrl->*field, value);
-}
-
-int32_t read_log_level(const char* value) {
-  constexpr uint32_t kHighestLevel = kLogDebug;
-  constexpr const char* kInvalid =
-      "The log level invalid  in the %s file, used the default level\n";
-  const bool empty = zstr(value);
-  if (!empty) {
-    g_core_ctrl->log_level = number32(value);
-  }
-  if (empty || g_core_ctrl->log_level > kHighestLevel) {
-    QVN_LOG(kLogInfo, "%s", kInvalid);
-  }
-  return 0;
-}
-
-int32_t read_max_log_size(const char* value) {
-  constexpr uint32_t kBytesPerKilobyte = 1024;
-  constexpr uint32_t kLowest = 1024;
-  constexpr uint32_t kHighest = 1024U * 1024U * 1024U;
-  if (zstr(value)) {
-    return refuse("The max log file size item MUST be configurate\n");
-  }
-  g_core_ctrl->max_log_size = number32(value) * kBytesPerKilobyte;
-  if (g_core_ctrl->max_log_size < kLowest || g_core_ctrl->max_log_size > kHighest) {
-    return refuse("The max log file size MUST be in 1024 - 1024*1024(KB)\n");
-  }
-  return 0;
 }
 
 int32_t read_listen_ip(const char* value) {
@@ -82,6 +62,22 @@ int32_t read_listen_ip(const char* value) {
   g_core_ctrl->cli_listen_ip[length] = '\0';
   return 0;
 }
+
+constexpr const char* kLogLevelInvalid =
+    "The log level invalid  in the %s file, used the default level\n";
+
+constexpr qvn_number_setting kLogLevel = {
+    nullptr, 0, kLogDebug, kLogLevelInvalid, kLogLevelInvalid, &qvn_core_ctrl::log_level, 1, true};
+
+constexpr uint32_t kBytesPerKilobyte = 1024;
+constexpr qvn_number_setting kMaxLogSize = {
+    nullptr,
+    1024,
+    1024U * 1024U * 1024U,
+    "The max log file size item MUST be configurate\n",
+    "The max log file size MUST be in 1024 - 1024*1024(KB)\n",
+    &qvn_core_ctrl::max_log_size,
+    kBytesPerKilobyte};
 
 constexpr qvn_number_setting kListenPort = {&qvn_core_ctrl::cli_listen_port, 1024, 65534,
                                             "The CLI server listen port item MUST be configurate\n",
@@ -97,9 +93,38 @@ constexpr qvn_number_setting kConnectionLimit = {
     "The CLI connection limit count item MUST be configurate\n",
     "The CLI connection limit count MUST be in 1 - 1000\n"};
 
-int32_t read_section(const char* section, conf_callback handler) {
-  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, section, handler, nullptr,
-                          nullptr, 0);
+template <const qvn_number_setting& Setting>
+int32_t read_number(const char* value) {
+  return qvn_conf_read_number(Setting, value, kLogSource);
+}
+
+int32_t read_login_user(const char* value) {
+  return read_text(&qvn_core_ctrl::cli_login_user, value,
+                   "The CLI login user item MUST be configurate\n");
+}
+
+int32_t read_login_password(const char* value) {
+  return read_text(&qvn_core_ctrl::cli_login_pwd, value,
+                   "The CLI login password item MUST be configurate\n");
+}
+
+constexpr qvn_setting kGeneralSettings[] = {
+    {"log_level", read_number<kLogLevel>, &kLogLevel},
+    {"max_log_size", read_number<kMaxLogSize>, &kMaxLogSize},
+};
+
+constexpr qvn_setting kCliSettings[] = {
+    {"cli_listen_ip", read_listen_ip, nullptr, kAddressSize - 1},
+    {"cli_listen_port", read_number<kListenPort>, &kListenPort},
+    {"cli_connection_expires", read_number<kConnectionExpires>, &kConnectionExpires},
+    {"cli_connection_limit", read_number<kConnectionLimit>, &kConnectionLimit},
+    {"cli_login_user", read_login_user},
+    {"cli_login_pwd", read_login_password, nullptr, 0, true},
+};
+
+int32_t read_section(const qvn_conf_section& section, conf_callback handler) {
+  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, section.name, handler,
+                          nullptr, nullptr, 0);
 }
 
 }  // namespace
@@ -108,27 +133,34 @@ uint16_t qvn_conf_number16(const char* value) {
   return static_cast<uint16_t>(std::strtol(value, nullptr, 10));  // cut to the field's 16 bits
 }
 
+uint32_t qvn_setting_stored(const qvn_number_setting& setting, const char* value) {
+  return setting.field ? qvn_conf_number16(value) : number32(value) * setting.factor;
+}
+
 int32_t qvn_conf_read_number(const qvn_number_setting& setting, const char* value,
                              const char* source) {
   if (zstr(value)) {
-    return refuse(setting.when_empty, source);
+    return complain(setting, setting.when_empty, source);
   }
-  const uint16_t number = qvn_conf_number16(value);
-  g_core_ctrl->*setting.field = number;
+  const uint32_t number = qvn_setting_stored(setting, value);
+  if (setting.field) {
+    g_core_ctrl->*setting.field = static_cast<uint16_t>(number);  // has been cut
+  } else {
+    g_core_ctrl->*setting.wide_field = number;
+  }
   if (number < setting.lowest || number > setting.highest) {
-    return refuse(setting.when_out_of_range, source);
+    return complain(setting, setting.when_out_of_range, source);
   }
   return 0;
 }
 
 int32_t qvn_conf_read_directory(std::string& directory, const char* value, const char* when_empty,
                                 const char* source) {
-  constexpr std::size_t kMostCharacters = 197;
   if (zstr(value)) {
     return refuse(when_empty, source);
   }
-  char path[kMostCharacters + 2] = {};  // a slash and a NUL behind the value
-  std::memcpy(path, value, strnlen(value, kMostCharacters));
+  char path[kMostDirectoryCharacters + 2] = {};  // a slash and a NUL behind the value
+  std::memcpy(path, value, strnlen(value, kMostDirectoryCharacters));
   const std::size_t length = std::strlen(path);
   if (path[length - 1] != '/') {
     path[length] = '/';
@@ -147,11 +179,11 @@ int32_t qvn_default_conf_init() {
 }
 
 int32_t qvn_load_config() {
-  return read_section("general", read_general_config) | qvn_load_cli_config();
+  return read_section(qvn_general_section(), read_general_config) | qvn_load_cli_config();
 }
 
 int32_t qvn_load_cli_config() {
-  return read_section("CLI", read_cli_config);
+  return read_section(qvn_cli_section(), read_cli_config);
 }
 
 int32_t qvn_check_config() {
@@ -165,40 +197,30 @@ bool qvn_settings_whole() {
   return !g_setting_lost;
 }
 
+qvn_conf_section qvn_general_section() {
+  return {"general", kGeneralSettings};
+}
+
+qvn_conf_section qvn_cli_section() {
+  return {"CLI", kCliSettings};
+}
+
+const qvn_setting* qvn_setting_find(std::span<const qvn_setting> settings, const char* key) {
+  const auto found = std::ranges::find_if(
+      settings, [key](const qvn_setting& setting) { return strcasecmp(key, setting.key) == 0; });
+  return found == settings.end() ? nullptr : &*found;
+}
+
+int32_t qvn_setting_read(std::span<const qvn_setting> settings, const char* key,
+                         const char* value) {
+  const qvn_setting* const setting = qvn_setting_find(settings, key);
+  return setting ? setting->read(value) : 0;
+}
+
 int32_t read_general_config(const char* key, const char* value) {
-  if (!key || !value) {
-    return 0;
-  }
-  if (strcasecmp(key, "log_level") == 0) {
-    return read_log_level(value);
-  }
-  if (strcasecmp(key, "max_log_size") == 0) {
-    return read_max_log_size(value);
-  }
-  return 0;
+  return key && value ? qvn_setting_read(kGeneralSettings, key, value) : 0;
 }
 
 int32_t read_cli_config(const char* key, const char* value) {
-  const auto is = [key](const char* name) { return strcasecmp(key, name) == 0; };
-  if (is("cli_listen_ip")) {
-    return read_listen_ip(value);
-  }
-  if (is("cli_listen_port")) {
-    return qvn_conf_read_number(kListenPort, value, kLogSource);
-  }
-  if (is("cli_connection_expires")) {
-    return qvn_conf_read_number(kConnectionExpires, value, kLogSource);
-  }
-  if (is("cli_connection_limit")) {
-    return qvn_conf_read_number(kConnectionLimit, value, kLogSource);
-  }
-  if (is("cli_login_user")) {
-    return read_text(&qvn_core_ctrl::cli_login_user, value,
-                     "The CLI login user item MUST be configurate\n");
-  }
-  if (is("cli_login_pwd")) {
-    return read_text(&qvn_core_ctrl::cli_login_pwd, value,
-                     "The CLI login password item MUST be configurate\n");
-  }
-  return 0;
+  return qvn_setting_read(kCliSettings, key, value);
 }

@@ -285,26 +285,52 @@ void split_row(char* row, std::span<Field> fields) {
   end_field(fields[last], begin, begin + std::strcspn(begin, "\n"));
 }
 
+bool is_open(const pg_connection& connection) {
+  return PQstatus(connection.get()) == CONNECTION_OK;
+}
+
+/// A connection in whatever state; a good one is ready for its first statement. Throws
+/// std::bad_alloc when memory runs out.
+pg_connection open_connection(const char* conninfo, const char* label) {
+  const std::string text =
+      qvn_format("%s fallback_application_name='%s'", qvn_or_empty(conninfo), qvn_or_empty(label));
+  pg_connection connection(PQconnectdb(text.c_str()));
+  if (is_open(connection)) {
+    limit_silence(connection.get());
+    drain(connection.get(), [](const PGresult*) {});
+  }
+  return connection;
+}
+
 }  // namespace
 
 pg_connection qvn_pg_conn(const char* conninfo, const char* label) {
-  std::string text;
   try {
-    text = qvn_format("%s fallback_application_name='%s'", qvn_or_empty(conninfo),
-                      qvn_or_empty(label));
-  } catch (const std::bad_alloc&) {
-    QVN_LOG(kLogError, "Alloc memory for %s DB connection failed\n", qvn_or_empty(label));
-    return nullptr;
-  }
-  pg_connection connection(PQconnectdb(text.c_str()));
-  if (PQstatus(connection.get()) != CONNECTION_OK) {
+    pg_connection connection = open_connection(conninfo, label);
+    if (is_open(connection)) {
+      return connection;
+    }
     QVN_LOG(kLogWarning, "%s DB connect failed, PQstatus:%d, %s\n", qvn_or_empty(label),
             PQstatus(connection.get()), PQerrorMessage(connection.get()));
-    return nullptr;
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError, "Alloc memory for %s DB connection failed\n", qvn_or_empty(label));
   }
-  limit_silence(connection.get());
-  drain(connection.get(), [](const PGresult*) {});
+  return nullptr;
+}
+
+pg_connection qvn_pg_try_conn(const char* conninfo, const char* label, std::string& failure) {
+  pg_connection connection = open_connection(conninfo, label);
+  if (!is_open(connection)) {
+    failure = PQerrorMessage(connection.get());
+    connection.reset();
+  }
   return connection;
+}
+
+void qvn_db_set_connection_defaults() {
+  constexpr int kKeepExisting = 0;
+  (void)setenv("PGCONNECT_TIMEOUT", "5", kKeepExisting);
+  (void)setenv("PGGSSENCMODE", "disable", kKeepExisting);
 }
 
 pg_owned_result qvn_pg_next_result(PGconn* connection) {

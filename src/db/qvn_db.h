@@ -12,6 +12,7 @@
 #include <libpq-fe.h>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 
 struct pg_connection_close {
@@ -46,6 +47,17 @@ inline constexpr std::size_t kMaxCopyColumns = 256;
 /// Null, with a WARNING, when the server cannot be reached or refuses. How long that may take is
 /// PGCONNECT_TIMEOUT; a connection whose host dies breaks within a minute by TCP keep-alive.
 [[nodiscard]] pg_connection qvn_pg_conn(const char* conninfo, const char* label);
+
+/// As qvn_pg_conn, but nothing is logged: what keeps it from connecting is put into `failure`.
+/// Throws std::bad_alloc when memory runs out.
+[[nodiscard]] pg_connection qvn_pg_try_conn(const char* conninfo, const char* label,
+                                            std::string& failure);
+
+/// Sets what every connection of the process shares, unless the operator's environment says
+/// otherwise. A dead database server must cost the poller seconds, not minutes; and looking for a
+/// Kerberos ticket at every visit is work of an idle daemon for nothing. Before the first thread,
+/// as the environment is not to be changed under threads.
+void qvn_db_set_connection_defaults();
 
 /// The next result of what was sent; null when there is none left. When memory runs out over a
 /// message libpq waits for one more byte, which may never come: here it is made to look again every

@@ -6,7 +6,6 @@
 #include <forward_list>
 #include <memory>
 #include <new>
-#include <strings.h>
 
 #include "base/qvn_conf_file.h"
 #include "base/qvn_file.h"
@@ -20,7 +19,6 @@ constexpr const char* kLogSource = "qvn_db_conf";
 
 constexpr std::size_t kSectionNameLength = 99;
 constexpr std::size_t kConninfoLength = 1023;
-constexpr uint16_t kHighestSystemPort = 1023;
 
 /// Section names, the last one of the file first.
 using section_list = std::forward_list<std::string>;
@@ -138,13 +136,41 @@ int32_t stage_text(std::string& staged, const char* value, const char* when_empt
   return qvn_core_assign(staged, value) ? 0 : -1;
 }
 
-int32_t stage_port(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  if (zstr(value)) {
-    return refuse("The listen database listen port MUST be configurate\n");
-  }
-  g_core_ctrl->staged_db_port = qvn_conf_number16(value);
-  return 0;
+int32_t stage_host(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  return stage_text(g_core_ctrl->staged_db_host, value,
+                    "The listen database host MUST be configurate\n");
 }
+
+/// The range is that of the whole section, looked at when all of it has been read.
+constexpr qvn_number_setting kPort = {&qvn_core_ctrl::staged_db_port, 0, UINT16_MAX,
+                                      "The listen database listen port MUST be configurate\n", ""};
+
+int32_t stage_port(const char* value) {
+  return qvn_conf_read_number(kPort, value, kLogSource);
+}
+
+int32_t stage_name(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  return stage_text(g_core_ctrl->staged_db_name, value,
+                    "The listen database name MUST be configurate\n");
+}
+
+int32_t stage_user(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  return stage_text(g_core_ctrl->staged_db_user, value,
+                    "The listen database login user MUST be configurate\n");
+}
+
+int32_t stage_password(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  return stage_text(g_core_ctrl->staged_db_password, value,
+                    "The listen database login password MUST be configurate\n");
+}
+
+constexpr qvn_setting kSettings[] = {
+    {"db_host", stage_host},
+    {"db_listen_port", stage_port, &kPort},
+    {"db_name", stage_name},
+    {"db_user", stage_user},
+    {"db_user_password", stage_password, nullptr, 0, true},
+};
 
 void lower(uint16_t& count) {
   if (count > 0) {
@@ -236,26 +262,10 @@ void db_info_task_sub(const std::string& key, job_kind kind) {
   }
 }
 
+std::span<const qvn_setting> qvn_db_settings() {
+  return kSettings;
+}
+
 int32_t read_db_config(const char* key, const char* value) {
-  const auto is = [key](const char* name) { return strcasecmp(key, name) == 0; };
-  if (is("db_host")) {
-    return stage_text(g_core_ctrl->staged_db_host, value,
-                      "The listen database host MUST be configurate\n");
-  }
-  if (is("db_listen_port")) {
-    return stage_port(value);
-  }
-  if (is("db_name")) {
-    return stage_text(g_core_ctrl->staged_db_name, value,
-                      "The listen database name MUST be configurate\n");
-  }
-  if (is("db_user")) {
-    return stage_text(g_core_ctrl->staged_db_user, value,
-                      "The listen database login user MUST be configurate\n");
-  }
-  if (is("db_user_password")) {
-    return stage_text(g_core_ctrl->staged_db_password, value,
-                      "The listen database login password MUST be configurate\n");
-  }
-  return 0;
+  return qvn_setting_read(kSettings, key, value);
 }

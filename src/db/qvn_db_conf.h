@@ -6,9 +6,11 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "core/qvn_core_ctrl.h"
+#include "core/qvn_settings.h"
 
 /// One served database; owned by the database table. All texts are set and the port is above 1023.
 struct db_info {
@@ -21,6 +23,9 @@ struct db_info {
   uint16_t rerate_count;       ///< rerate jobs started and not yet finished
   uint16_t rate_upload_count;  ///< rate import jobs started and not yet finished
 };
+
+/// A database's port lies above this.
+inline constexpr uint16_t kHighestSystemPort = 1023;
 
 /// Which of the two counts of an entry a job belongs to.
 enum class job_kind : int32_t { rerate = 0, rate_upload = 1 };
@@ -54,6 +59,9 @@ void db_info_clear() QVN_REQUIRES(g_core_ctrl->db_list_lock);
 /// Counts one job of that kind as finished; never below 0. Nothing for an unknown key.
 void db_info_task_sub(const std::string& key, job_kind kind)
     QVN_EXCLUDES(g_core_ctrl->db_list_lock);
+
+/// The keys of a section, every one of which is required.
+[[nodiscard]] std::span<const qvn_setting> qvn_db_settings();
 
 /// Handler of a section of the list file: stages one value. 0, or -1, with a NOTICE, to stop the
 /// section.

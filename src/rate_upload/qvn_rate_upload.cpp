@@ -4,7 +4,6 @@
 #include <ctime>
 #include <memory>
 #include <new>
-#include <strings.h>
 
 #include "base/qvn_conf_file.h"
 #include "base/qvn_log.h"
@@ -37,6 +36,21 @@ constexpr qvn_number_setting kMaxTask = {
     "The max concurrent rate upload task item MUST be configurate\n",
     "The max concurrent rate upload task MUST be in 5 - 300\n"};
 
+int32_t read_max_task(const char* value) {
+  return qvn_conf_read_number(kMaxTask, value, kLogSource);
+}
+
+int32_t read_directory(const char* value) {
+  return qvn_conf_read_directory(g_rate_upload_ctrl->result_directory, value,
+                                 "The basic directory of result file item MUST be configurate\n",
+                                 kLogSource);
+}
+
+constexpr qvn_setting kSettings[] = {
+    {"result_directory", read_directory, nullptr, kMostDirectoryCharacters},
+    {"max_rate_upload_task", read_max_task, &kMaxTask},
+};
+
 // --- one row of the job table
 // ------------------------------------------------------------------------
 
@@ -53,11 +67,6 @@ enum job_column : int {
   kCodeDeckFlag,
   kUseOcnLataCode,
 };
-
-constexpr const char* kJobQuery =
-    "SELECT id,upload_file_path,upload_format_file,rate_table_id,rate_table_code_deck_id,"
-    "rate_date_format,rate_end_date,reduplicate_rate_action,code_deck_flag,use_ocn_lata_code from "
-    "rate_upload_task where status=0 order by id asc limit 2;";
 
 /// Without trailing blanks and without one trailing slash, but "/" stays.
 std::string trimmed_path(const char* column) {
@@ -168,9 +177,14 @@ int32_t qvn_rate_upload_init() {
   return 0;
 }
 
+qvn_conf_section qvn_rate_upload_section() {
+  return {"rate_upload", kSettings};
+}
+
 int32_t qvn_rate_upload_conf() {
-  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, "rate_upload",
-                          read_rate_upload_config, nullptr, nullptr, 0);
+  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile,
+                          qvn_rate_upload_section().name, read_rate_upload_config, nullptr, nullptr,
+                          0);
 }
 
 int32_t qvn_rate_upload_start() {
@@ -196,7 +210,7 @@ int32_t qvn_rate_upload_task_get(PGconn* connection, db_info* database) {
             "Maximum rate upload task in progress, can't start a new rate upload task\n");
     return 1;
   }
-  return qvn_db_data_select_p1(connection, kJobQuery, rate_upload_task_create, database);
+  return qvn_db_data_select_p1(connection, kRateUploadJobQuery, rate_upload_task_create, database);
 }
 
 const std::string& qvn_rate_upload_result_directory() {
@@ -204,13 +218,5 @@ const std::string& qvn_rate_upload_result_directory() {
 }
 
 int32_t read_rate_upload_config(const char* key, const char* value) {
-  if (strcasecmp(key, "result_directory") == 0) {
-    return qvn_conf_read_directory(g_rate_upload_ctrl->result_directory, value,
-                                   "The basic directory of result file item MUST be configurate\n",
-                                   kLogSource);
-  }
-  if (strcasecmp(key, "max_rate_upload_task") == 0) {
-    return qvn_conf_read_number(kMaxTask, value, kLogSource);
-  }
-  return 0;
+  return qvn_setting_read(kSettings, key, value);
 }

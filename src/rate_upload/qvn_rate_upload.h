@@ -10,6 +10,7 @@
 #include <libpq-fe.h>
 #include <string>
 
+#include "core/qvn_settings.h"
 #include "db/qvn_db_conf.h"
 
 /// 0, or -1, logged, when memory runs out.
@@ -36,6 +37,9 @@ int32_t qvn_rate_upload_uninit();
 
 /// The directory below which each import's result files are put; ends in "/".
 [[nodiscard]] const std::string& qvn_rate_upload_result_directory();
+
+/// The section of the main configuration file and its settings.
+[[nodiscard]] qvn_conf_section qvn_rate_upload_section();
 
 /// Handler of the section: 0 to go on, -1, with a NOTICE, to stop.
 int32_t read_rate_upload_config(const char* key, const char* value);

@@ -396,3 +396,10 @@ bool rate_line_check(const rate_header& header, std::span<char*> cells, int line
   }
   return true;
 }
+
+std::string_view rate_refusal_reason(std::string_view message) {
+  constexpr std::string_view kBefore = " : ";
+  message.remove_prefix(message.find(kBefore) + kBefore.size());
+  message = message.substr(0, std::min(message.find(", "), message.find('\n')));
+  return message.substr(0, message.find_last_not_of(' ') + 1);
+}

@@ -7,6 +7,7 @@
 #include <deque>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "rate_upload/import_record.h"
 
@@ -100,3 +101,7 @@ class rate_date_reader {
 [[nodiscard]] bool rate_line_check(const rate_header& header, std::span<char*> cells,
                                    int line_number, rate_date_reader& dates, import_values& values,
                                    std::string& refusal);
+
+/// What a refused line's message says of every such line: "code invalid" of
+/// "Line 3 : code invalid, 44x". Part of the message.
+[[nodiscard]] std::string_view rate_refusal_reason(std::string_view message);

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <new>
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
@@ -23,37 +22,6 @@ struct load_context {
 
 int64_t number(const char* text) {
   return std::strtol(text, nullptr, 10);
-}
-
-/// Remembers a deck id that no entry has had before.
-int32_t note_deck_id(rate_upload_task& task, const char* deck_id) {
-  if (rp_hash_match_all(&task.code_deck_tree, deck_id)) {
-    return kLoaded;
-  }
-  try {
-    task.code_deck_ids.emplace_back(deck_id);
-  } catch (const std::bad_alloc&) {
-    return kNoMemory;
-  }
-  return kLoaded;
-}
-
-int32_t create_code_deck(rate_upload_task& task, std::span<char*> fields) {
-  const char* const code_id = fields[0];
-  const char* const code = fields[1];
-  const char* const deck_id = fields[2];
-  if (note_deck_id(task, deck_id) != kLoaded) {
-    return kNoMemory;
-  }
-  rp_hash_node* const deck = rp_hash_create(&task.code_deck_tree, deck_id);
-  rp_hash_node* const node = deck ? rp_hash_create(&deck->sub, code) : nullptr;
-  code_deck_node* const entry =
-      node ? code_deck_node_create(code_id, code, deck_id, fields[3], fields[4]) : nullptr;
-  if (!entry) {
-    return kNoMemory;
-  }
-  code_deck_node_link(node, entry);
-  return kLoaded;
 }
 
 int32_t create_rate(rate_upload_task& task, std::span<char*> fields) {
@@ -91,7 +59,7 @@ int32_t checked(load_context& load, int32_t result, const char* what) {
 
 int32_t create_code_deck_ext(std::span<char*> fields, void* context) {
   auto& load = *static_cast<load_context*>(context);
-  return checked(load, create_code_deck(load.task, fields), "code deck");
+  return checked(load, load.task.code_deck.add(fields) ? kLoaded : kNoMemory, "code deck");
 }
 
 int32_t rate_upload_create_rate_ext(std::span<char*> fields, void* context) {
@@ -108,14 +76,13 @@ bool load(rate_upload_task& task, const char* sql, std::size_t columns,
 }
 
 bool load_code_deck(rate_upload_task& task) {
-  constexpr std::size_t kColumns = 5;
   if (task.code_deck_flag != 1) {
     return true;
   }
   if (load(task,
            "copy code (code_id,code, code_deck_id, country, name) to stdout delimiter as ',' csv "
            "header",
-           kColumns, create_code_deck_ext)) {
+           kDeckColumns, create_code_deck_ext)) {
     return true;
   }
   task.fail("Load code deck failed");

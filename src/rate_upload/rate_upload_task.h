@@ -7,18 +7,24 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
-#include "base/qvn_hash.h"
 #include "db/qvn_db.h"
 #include "db/qvn_job_queue.h"
 #include "rate/qvn_rate_table.h"
 #include "rate_upload/import_record.h"
+#include "rate_upload/rate_code_deck.h"
 #include "rate_upload/rate_file_line.h"
+#include "rate_upload/seen_codes.h"
 #include "rate_upload/statement_list.h"
 
 /// Names the job on its connections and in the messages of the database layer.
 inline constexpr const char* kRateUploadLabel = "Rate upload";
+
+/// Asks for the next waiting rows.
+inline constexpr const char* kRateUploadJobQuery =
+    "SELECT id,upload_file_path,upload_format_file,rate_table_id,rate_table_code_deck_id,"
+    "rate_date_format,rate_end_date,reduplicate_rate_action,code_deck_flag,use_ocn_lata_code from "
+    "rate_upload_task where status=0 order by id asc limit 2;";
 
 /// Values of the row's column `status`.
 enum class upload_status : int32_t {
@@ -56,30 +62,6 @@ class upload_phase_timer {
   upload_phase& phase_;
 };
 
-/// The codes that a deck has shown so far.
-class seen_codes {
- public:
-  seen_codes() { qvn_hash_init(&table_); }
-  ~seen_codes() { qvn_hash_clear(&table_); }
-  seen_codes(const seen_codes&) = delete;
-  seen_codes& operator=(const seen_codes&) = delete;
-
-  enum class verdict { fresh, repeated, no_memory };
-
-  /// Records the code under its line number, which differs from every other line's.
-  verdict add(const char* code, int line_number) {
-    const auto line = static_cast<qvn_hash_value>(line_number);
-    const qvn_hash_value stored = qvn_hash_insert(&table_, code, line);
-    if (stored == 0) {
-      return verdict::fresh;
-    }
-    return stored == line ? verdict::no_memory : verdict::repeated;
-  }
-
- private:
-  qvn_hash_table table_;
-};
-
 struct rate_upload_task final : qvn_job {
   ~rate_upload_task() override { release_data(); }
 
@@ -109,9 +91,8 @@ struct rate_upload_task final : qvn_job {
   uint8_t code_deck_flag = 0;           ///< 1: names and countries come from the code deck
   uint8_t use_ocn_lata_code = 0;        ///< 1 is refused
 
-  rp_hash_node* rate_tree = nullptr;       ///< stored rates: rate table id, then code
-  rp_hash_node* code_deck_tree = nullptr;  ///< code deck: deck id, then code
-  std::vector<std::string> code_deck_ids;  ///< distinct, in the order in which they were met
+  rp_hash_node* rate_tree = nullptr;  ///< stored rates: rate table id, then code
+  rate_code_deck code_deck;           ///< names and countries by code
 
   std::unique_ptr<seen_codes> codes;
   std::optional<rate_date_reader> dates;  ///< owns the date texts of `imports`

@@ -9,6 +9,7 @@
 #include "base/qvn_text.h"
 #include "db/qvn_job_folder.h"
 #include "rate_upload/qvn_rate_upload.h"
+#include "rate_upload/rate_deck.h"
 #include "rate_upload/rate_reconcile.h"
 #include "rate_upload/rate_upload_task.h"
 
@@ -51,7 +52,7 @@ bool choose_date_format(rate_upload_task& task) {
   task.deck_date_format = rate_date_format_index(task.rate_date_format.c_str());
   return task.deck_date_format != date_format::unsupported ||
          refuse(task, "%s rate upload task %u rate date format unsupported\n",
-                "Unsupported rate date format");
+                kDateFormatUnsupported);
 }
 
 bool check_settings(rate_upload_task& task) {
@@ -186,8 +187,7 @@ void rate_upload_task::run() noexcept {
 
 void rate_upload_task::release_data() {
   (void)rp_hash_destroy(&rate_tree, delete_rate_node);
-  (void)rp_hash_destroy(&code_deck_tree, delete_code_deck_node);
-  code_deck_ids.clear();
+  code_deck.clear();
   codes.reset();
   imports.clear();
   dates.reset();

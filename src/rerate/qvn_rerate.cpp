@@ -3,7 +3,6 @@
 #include <ctime>
 #include <memory>
 #include <new>
-#include <strings.h>
 
 #include "base/qvn_conf_file.h"
 #include "base/qvn_log.h"
@@ -36,6 +35,21 @@ constexpr qvn_number_setting kMaxTask = {
     "The max concurrent rerate task item MUST be configurate\n",
     "The max concurrent rerate task MUST be in 5 - 100\n"};
 
+int32_t read_max_task(const char* value) {
+  return qvn_conf_read_number(kMaxTask, value, kLogSource);
+}
+
+int32_t read_directory(const char* value) {
+  return qvn_conf_read_directory(g_rerate_ctrl->cdr_directory, value,
+                                 "The directory of cdr file item MUST be configurate\n",
+                                 kLogSource);
+}
+
+constexpr qvn_setting kSettings[] = {
+    {"cdr_directory", read_directory, nullptr, kMostDirectoryCharacters},
+    {"max_rerate_task", read_max_task, &kMaxTask},
+};
+
 // --- one row of the job table
 // ------------------------------------------------------------------------
 
@@ -54,11 +68,6 @@ enum job_column : int {
   kLrnServerPort,
   kIncludeQ850,
 };
-
-constexpr const char* kJobQuery =
-    "select id,from_time,to_time,timezone,update_lrn,update_us_jurisdiction,update_local_rate,"
-    "ingress_trunk,egress_trunk,lrn_server_ip,lrn_server_port,include_q850 from rerate_cdr_task "
-    "where status=0 limit 2;";
 
 /// Throws std::bad_alloc when memory runs out.
 std::unique_ptr<rerate_task> make_task(const PGresult* result, int row, const db_info& database) {
@@ -134,8 +143,12 @@ int32_t qvn_rerate_init() {
   return 0;
 }
 
+qvn_conf_section qvn_rerate_section() {
+  return {"rerate", kSettings};
+}
+
 int32_t qvn_rerate_conf() {
-  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, "rerate",
+  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, qvn_rerate_section().name,
                           read_rerate_config, nullptr, nullptr, 0);
 }
 
@@ -161,7 +174,7 @@ int32_t qvn_rerate_task_get(PGconn* connection, db_info* database) {
     QVN_LOG(kLogWarning, "Maximum rerate task in progress, can't start a new rerate task\n");
     return 1;
   }
-  return qvn_db_data_select_p1(connection, kJobQuery, rerate_task_create, database);
+  return qvn_db_data_select_p1(connection, kRerateJobQuery, rerate_task_create, database);
 }
 
 const std::string& qvn_rerate_cdr_directory() {
@@ -169,13 +182,5 @@ const std::string& qvn_rerate_cdr_directory() {
 }
 
 int32_t read_rerate_config(const char* key, const char* value) {
-  if (strcasecmp(key, "cdr_directory") == 0) {
-    return qvn_conf_read_directory(g_rerate_ctrl->cdr_directory, value,
-                                   "The directory of cdr file item MUST be configurate\n",
-                                   kLogSource);
-  }
-  if (strcasecmp(key, "max_rerate_task") == 0) {
-    return qvn_conf_read_number(kMaxTask, value, kLogSource);
-  }
-  return 0;
+  return qvn_setting_read(kSettings, key, value);
 }

@@ -10,6 +10,7 @@
 #include <libpq-fe.h>
 #include <string>
 
+#include "core/qvn_settings.h"
 #include "db/qvn_db_conf.h"
 
 /// 0, or -1, logged, when memory runs out.
@@ -35,6 +36,9 @@ int32_t qvn_rerate_uninit();
 
 /// The directory below which each rerating's CDR files are put; ends in "/".
 [[nodiscard]] const std::string& qvn_rerate_cdr_directory();
+
+/// The section of the main configuration file and its settings.
+[[nodiscard]] qvn_conf_section qvn_rerate_section();
 
 /// Handler of the section: 0 to go on, -1, with a NOTICE, to stop.
 int32_t read_rerate_config(const char* key, const char* value);

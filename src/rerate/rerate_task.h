@@ -16,6 +16,12 @@
 inline constexpr const char* kRerateMemoryShortage = "System memory shortage";
 inline constexpr const char* kRerateAllocFailed = "Alloc memory for rereta task %u failed\n";
 
+/// Asks for the next waiting rows.
+inline constexpr const char* kRerateJobQuery =
+    "select id,from_time,to_time,timezone,update_lrn,update_us_jurisdiction,update_local_rate,"
+    "ingress_trunk,egress_trunk,lrn_server_ip,lrn_server_port,include_q850 from rerate_cdr_task "
+    "where status=0 limit 2;";
+
 /// Values of the row's column `status`.
 enum class rerate_status : int32_t {
   waiting = 0,

@@ -1,0 +1,57 @@
+#include "rate_upload/rate_code_deck.h"
+
+#include <new>
+
+bool rate_code_deck::add(std::span<char*> row) {
+  const char* const code = row[kDeckCode];
+  const char* const deck_id = row[kDeckId];
+  if (!note_id(deck_id)) {
+    return false;
+  }
+  rp_hash_node* const deck = rp_hash_create(&tree_, deck_id);
+  rp_hash_node* const node = deck ? rp_hash_create(&deck->sub, code) : nullptr;
+  code_deck_node* const entry = node ? code_deck_node_create(row[kDeckCodeId], code, deck_id,
+                                                             row[kDeckCountry], row[kDeckName])
+                                     : nullptr;
+  if (!entry) {
+    return false;
+  }
+  code_deck_node_link(node, entry);
+  return true;
+}
+
+/// Remembers a deck id that no row has had before.
+bool rate_code_deck::note_id(const char* deck_id) {
+  if (rp_hash_match_all(&tree_, deck_id)) {
+    return true;
+  }
+  try {
+    ids_.emplace_back(deck_id);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
+}
+
+const code_deck_node* rate_code_deck::best_match(const char* deck_id, const char* code) const {
+  const rp_hash_node* const deck = rp_hash_match_all(&tree_, deck_id);
+  const rp_hash_node* const node = deck ? rp_hash_search(&deck->sub, code) : nullptr;
+  return node ? static_cast<const code_deck_node*>(node->items) : nullptr;
+}
+
+const code_deck_node* rate_code_deck::find(const std::string& deck_id, const char* code) const {
+  if (!deck_id.empty()) {
+    return best_match(deck_id.c_str(), code);
+  }
+  for (const std::string& id : ids_) {
+    if (const code_deck_node* const entry = best_match(id.c_str(), code)) {
+      return entry;
+    }
+  }
+  return nullptr;
+}
+
+void rate_code_deck::clear() {
+  (void)rp_hash_destroy(&tree_, delete_code_deck_node);
+  ids_.clear();
+}

@@ -1,0 +1,54 @@
+/// The validation of a rate deck from its first line to its last. It knows neither job nor
+/// database: the import worker and qvn_rate_check run it alike. Nothing is logged here.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "base/qvn_file.h"
+#include "rate_upload/rate_code_deck.h"
+#include "rate_upload/rate_file_line.h"
+#include "rate_upload/seen_codes.h"
+
+/// Hears what becomes of each line behind the header, before anything of it is written.
+class rate_deck_listener {
+ public:
+  virtual ~rate_deck_listener() = default;
+
+  /// The line is good; the texts are the line's own. False when memory runs out: the reading ends.
+  [[nodiscard]] virtual bool accepted(const import_values& values) = 0;
+
+  /// The line is refused with this message, or got a note and may still be accepted.
+  virtual void refused(std::string_view message) = 0;
+  virtual void noted() {}
+};
+
+/// What a validation works with; all of it is the caller's.
+struct rate_deck_request {
+  std::FILE* deck;      ///< read from where it stands; nothing has been read from it yet
+  std::FILE* log;       ///< gets a message a refused line, and the notes; null: unwanted
+  std::FILE* reimport;  ///< gets the refused lines as they were read; null: unwanted
+  rate_date_reader& dates;
+  seen_codes& codes;
+  const rate_code_deck* code_deck;  ///< names and countries come from here; null: from the deck
+  std::string code_deck_id;         ///< empty: any of its decks
+};
+
+/// Why a deck cannot be used, as the portal and the caller of qvn_rate_check read it.
+inline constexpr const char* kDeckNotOpened = "Open rate file failed";
+inline constexpr const char* kDeckHeaderInvalid = "Import header invalid";
+inline constexpr const char* kReimportNotCreated = "Create reimport rate file failed";
+inline constexpr const char* kDateFormatUnsupported = "Unsupported rate date format";
+
+enum class rate_deck_end { whole, no_header, unreadable, no_memory };
+
+/// Opens a deck for reading. Anything but a file is refused where reading it could block or never
+/// end: a pipe, a terminal, a device. A directory opens and then holds no line.
+[[nodiscard]] qvn_file rate_deck_open(const char* path);
+
+/// Reads the deck to its end, or to what keeps it from being read. Whether log and reimport file
+/// take what is written shows when the caller closes them. Throws std::bad_alloc when memory runs
+/// out.
+[[nodiscard]] rate_deck_end rate_deck_validate(const rate_deck_request& request,
+                                               rate_deck_listener& listener);

@@ -1,0 +1,57 @@
+#include "tools/conf_connect.h"
+
+#include "db/qvn_db.h"
+#include "rate_upload/rate_upload_task.h"
+#include "rerate/rerate_task.h"
+
+namespace {
+
+constexpr const char* kLabel = "Configuration check";
+
+/// The server checks tables, columns and rights of a statement that it only explains.
+constexpr const char* kNothingChanges = "SET default_transaction_read_only = on";
+constexpr const char* kStatements[] = {
+    kRateUploadJobQuery,
+    "UPDATE rate_upload_task SET progress='',status=0,start_time=0,end_time=0,expense_detail='',"
+    "result_file_path='' WHERE id=0",
+    kRerateJobQuery,
+    "UPDATE rerate_cdr_task SET err_code=0,progress='',status=0,load_cdr_elapsed_sec=0,"
+    "load_rate_elapsed_sec=0,rerate_elapsed_sec=0,start_time=0,end_time=0,cdr_file='',"
+    "cdr_file_path='' WHERE id=0",
+};
+
+/// The server's words on a failure; empty when there is none.
+std::string failure_of(PGconn* connection, const std::string& sql) {
+  const pg_owned_result result(PQexec(connection, sql.c_str()));
+  const ExecStatusType status = PQresultStatus(result.get());
+  if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) {
+    return "";
+  }
+  const char* const words = PQresultErrorField(result.get(), PG_DIAG_MESSAGE_PRIMARY);
+  return words ? words : PQerrorMessage(connection);
+}
+
+std::string first_line(const std::string& text) {
+  return text.substr(0, text.find('\n'));
+}
+
+}  // namespace
+
+void conf_check_connection(const conf_database& database, conf_findings& findings) {
+  const std::string section = "section [" + database.section + "]: ";
+  std::string failure;
+  const pg_connection connection = qvn_pg_try_conn(database.conninfo.c_str(), kLabel, failure);
+  if (!connection) {
+    findings.add(database.line, section + "cannot connect: " + first_line(failure));
+    return;
+  }
+  failure = failure_of(connection.get(), kNothingChanges);
+  for (const char* const statement : kStatements) {
+    if (failure.empty()) {
+      failure = failure_of(connection.get(), "EXPLAIN " + std::string(statement));
+    }
+  }
+  if (!failure.empty()) {
+    findings.add(database.line, section + "cannot work: " + first_line(failure));
+  }
+}

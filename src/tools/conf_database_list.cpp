@@ -1,0 +1,210 @@
+#include "tools/conf_database_list.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <libpq-fe.h>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string_view>
+
+#include "base/qvn_hash.h"
+#include "core/qvn_core_ctrl.h"
+#include "db/qvn_db_conf.h"
+#include "tools/conf_layout.h"
+#include "tools/conf_section.h"
+
+namespace {
+
+/// Loads the list into a table of its own, as the daemon does; the list's last entries are freed
+/// with it.
+class database_table {
+ public:
+  database_table() {
+    qvn_hash_init(&table_);
+    const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+    g_core_ctrl->db_table = &table_;
+  }
+  ~database_table() {
+    const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+    db_info_clear();
+    g_core_ctrl->db_table = nullptr;
+  }
+  database_table(const database_table&) = delete;
+  database_table& operator=(const database_table&) = delete;
+
+  [[nodiscard]] const db_info* find(const std::string& key) const {
+    return reinterpret_cast<const db_info*>(qvn_hash_find(&table_, key.c_str()));
+  }
+
+ private:
+  qvn_hash_table table_;
+};
+
+/// The values that a section has given to the daemon, by their settings.
+using section_values = std::map<const qvn_setting*, std::string>;
+
+section_values values_of(const recorded_reading& reading) {
+  section_values values;
+  for (const recorded_line& line : reading.lines) {
+    const qvn_setting* const setting = qvn_setting_find(qvn_db_settings(), line.key.c_str());
+    if (setting && line.fate == conf_fate::taken) {
+      values[setting] = line.value;
+    }
+  }
+  return values;
+}
+
+const std::string& value_of(const section_values& values, const char* key) {
+  return values.at(qvn_setting_find(qvn_db_settings(), key));
+}
+
+struct option_list_free {
+  void operator()(PQconninfoOption* options) const noexcept { PQconninfoFree(options); }
+};
+using option_list = std::unique_ptr<PQconninfoOption, option_list_free>;
+
+/// What libpq makes of a keyword of the connection string.
+std::string_view understood(const option_list& options, std::string_view keyword) {
+  for (const PQconninfoOption* option = options.get(); option && option->keyword; ++option) {
+    if (keyword == option->keyword) {
+      return option->val ? option->val : "";
+    }
+  }
+  return "";
+}
+
+/// Reports on the sections of the list in the order in which the daemon reads them.
+class list_check {
+ public:
+  list_check(const database_table& table, const conf_layout& layout, conf_findings& findings)
+      : table_(table), layout_(layout), findings_(findings) {}
+
+  void check(const recorded_reading& reading);
+  [[nodiscard]] std::vector<conf_database>& databases() { return databases_; }
+
+ private:
+  void report_not_found(const std::string& section);
+  bool check_whole(const recorded_line& header, const section_values& values);
+  void check_entry(const recorded_line& header, const section_values& values);
+  bool check_connection_string(const recorded_line& header, const db_info& entry);
+
+  const database_table& table_;
+  const conf_layout& layout_;
+  conf_findings& findings_;
+  std::set<std::string> sections_;      ///< that have been looked at
+  std::map<std::string, int> headers_;  ///< of the databases, by their keys
+  std::vector<conf_database> databases_;
+};
+
+void list_check::check(const recorded_reading& reading) {
+  if (!sections_.insert(reading.section).second) {
+    return;
+  }
+  const recorded_line* const header = layout_.header(reading.section);
+  if (!header) {
+    report_not_found(reading.section);
+    return;
+  }
+  conf_check_section(reading, qvn_db_settings(), {}, findings_);
+  const section_values values = values_of(reading);
+  if (check_whole(*header, values)) {
+    check_entry(*header, values);
+  }
+}
+
+/// The daemon keeps a long name cut, and then does not find the section.
+void list_check::report_not_found(const std::string& section) {
+  const recorded_line* const header = layout_.header_beginning(section);
+  findings_.add(header ? header->number : 0,
+                "the section's name is longer than " + std::to_string(section.size()) +
+                    " characters: the daemon does not start",
+                kUnusable);
+}
+
+bool list_check::check_whole(const recorded_line& header, const section_values& values) {
+  std::string missing;
+  for (const qvn_setting& setting : qvn_db_settings()) {
+    if (!values.contains(&setting)) {
+      missing += (missing.empty() ? "" : ", ") + std::string(setting.key);
+    }
+  }
+  const std::string section = "section [" + header.key + "] ";
+  if (!missing.empty()) {
+    findings_.add(header.number, section + "has no " + missing + ": the daemon does not start",
+                  kUnusable);
+    return false;
+  }
+  if (qvn_conf_number16(value_of(values, "db_listen_port").c_str()) <= kHighestSystemPort) {
+    findings_.add(header.number,
+                  section + "has a db_listen_port below " + std::to_string(kHighestSystemPort + 1) +
+                      ": the daemon does not start",
+                  kUnusable);
+    return false;
+  }
+  return true;
+}
+
+void list_check::check_entry(const recorded_line& header, const section_values& values) {
+  const std::string key =
+      qvn_db_key_make(value_of(values, "db_host"), value_of(values, "db_name")).text;
+  const auto [known, is_new] = headers_.emplace(key, header.number);
+  if (!is_new) {
+    findings_.add(header.number, "section [" + header.key + "] is dropped: the one in line " +
+                                     std::to_string(known->second) +
+                                     ", further down, has the same db_host and db_name");
+    return;
+  }
+  // A string that libpq does not understand is not tried: the complaint would hold pieces of it.
+  const db_info* const entry = table_.find(key);
+  if (entry && check_connection_string(header, *entry)) {
+    databases_.push_back({header.key, header.number, entry->conninfo});
+  }
+}
+
+/// False when libpq would take the connection string as something else than was meant.
+bool list_check::check_connection_string(const recorded_line& header, const db_info& entry) {
+  const option_list options(PQconninfoParse(entry.conninfo.c_str(), nullptr));
+  const std::pair<const char*, std::pair<const char*, const std::string*>> expected[] = {
+      {"db_host", {"hostaddr", &entry.host}},
+      {"db_name", {"dbname", &entry.name}},
+      {"db_user", {"user", &entry.user}},
+      {"db_user_password", {"password", &entry.password}}};
+  const std::string section = "section [" + header.key + "]: ";
+  bool as_written = true;
+  for (const auto& [key, keyword] : expected) {
+    if (understood(options, keyword.first) != *keyword.second) {
+      findings_.add(header.number, section + key +
+                                       " does not reach the server as written: a quote, a "
+                                       "backslash, a tab, or all values together are too long");
+      as_written = false;
+    }
+  }
+  in6_addr address;
+  if (inet_pton(AF_INET, entry.host.c_str(), &address) != 1 &&
+      inet_pton(AF_INET6, entry.host.c_str(), &address) != 1) {
+    findings_.add(header.number,
+                  section + "db_host is not a numeric address, it cannot be reached");
+  }
+  return as_written;
+}
+
+}  // namespace
+
+std::vector<conf_database> conf_check_database_list(conf_findings& findings) {
+  const conf_layout layout(conf_survey(g_core_ctrl->conf_dir.c_str(), kDbConfFile));
+  const database_table table;
+  const conf_recorder recorder;
+  const bool starts = load_db_info() == 0;
+  list_check check(table, layout, findings);
+  for (const recorded_reading& reading : recorder.readings()) {
+    check.check(reading);
+  }
+  layout.check_headers(findings);
+  layout.check_long_lines(findings);
+  if (!starts && findings.status() != kUnusable) {
+    findings.add(0, "the daemon does not start with this file", kUnusable);
+  }
+  return std::move(check.databases());
+}

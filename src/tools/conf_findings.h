@@ -1,0 +1,31 @@
+/// What qvn_conf_check has to say, in the order of files and lines.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/tool_status.h"
+
+/// The text with everything that could disturb a terminal replaced by "?".
+[[nodiscard]] std::string printable(std::string text);
+
+/// The findings in one file.
+class conf_findings {
+ public:
+  explicit conf_findings(std::string path) : path_(std::move(path)) {}
+
+  /// Line 0: the file as a whole. kUnusable: the daemon would not start.
+  void add(int line, const std::string& text, tool_status status = kFindings);
+
+  [[nodiscard]] tool_status status() const { return status_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+  /// Prints them as "FILE:LINE: text", sorted by line.
+  void print();
+
+ private:
+  std::string path_;
+  std::vector<std::pair<int, std::string>> lines_;
+  tool_status status_ = kNothingToSay;
+};

@@ -1,0 +1,95 @@
+#include "tools/conf_main_file.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <set>
+#include <strings.h>
+
+#include "core/qvn_core_ctrl.h"
+#include "core/qvn_settings.h"
+#include "rate_upload/qvn_rate_upload.h"
+#include "rerate/qvn_rerate.h"
+#include "tools/conf_layout.h"
+#include "tools/conf_section.h"
+
+namespace {
+
+/// What the daemon reads of the file as it starts, in its order; false when it would end there.
+bool read_as_daemon() {
+  (void)qvn_default_conf_init();
+  if (qvn_load_config() != 0 || qvn_check_config() != 0 || !qvn_settings_whole()) {
+    return false;
+  }
+  const bool read = qvn_rerate_init() == 0 && qvn_rerate_conf() == 0 &&
+                    qvn_rate_upload_init() == 0 && qvn_rate_upload_conf() == 0;
+  (void)qvn_rate_upload_uninit();
+  (void)qvn_rerate_uninit();
+  return read && qvn_settings_whole();
+}
+
+/// The sections out of which a value was taken by reference.
+std::set<std::string> referenced(const std::vector<recorded_reading>& readings) {
+  std::set<std::string> sections;
+  for (const recorded_reading& reading : readings) {
+    for (const recorded_line& line : reading.lines) {
+      if (line.is_reference && line.fate != conf_fate::no_reference) {
+        sections.insert(line.written.substr(0, line.written.find(".$")));
+      }
+    }
+  }
+  return sections;
+}
+
+void check_unknown_sections(const conf_layout& layout, std::span<const qvn_conf_section> sections,
+                            const std::set<std::string>& used, conf_findings& findings) {
+  for (const recorded_line& line : layout.lines()) {
+    const std::string& name = line.key;
+    const auto is = [&](const qvn_conf_section& section) { return name == section.name; };
+    const auto resembles = [&](const qvn_conf_section& section) {
+      return strcasecmp(name.c_str(), section.name) == 0;
+    };
+    if (line.fate != conf_fate::header || line.continued || name.empty() || used.contains(name) ||
+        layout.header(name) != &line || std::ranges::any_of(sections, is)) {
+      continue;
+    }
+    const auto alike = std::ranges::find_if(sections, resembles);
+    findings.add(line.number,
+                 "section [" + name + "] is not read" +
+                     (alike == sections.end() ? "" : ": write [" + std::string(alike->name) + "]"));
+  }
+}
+
+/// The daemon ends when its console cannot listen.
+void check_console_address(const recorded_reading& reading, conf_findings& findings) {
+  if (inet_addr(g_core_ctrl->cli_listen_ip) != INADDR_NONE) {
+    return;
+  }
+  for (const recorded_line& line : reading.lines) {
+    if (line.fate == conf_fate::taken && strcasecmp(line.key.c_str(), "cli_listen_ip") == 0) {
+      findings.add(line.number,
+                   line.key + ": not a numeric IPv4 address, the daemon does not start", kUnusable);
+    }
+  }
+}
+
+}  // namespace
+
+void conf_check_main_file(conf_findings& findings) {
+  const qvn_conf_section sections[] = {qvn_general_section(), qvn_cli_section(),
+                                       qvn_rerate_section(), qvn_rate_upload_section()};
+  const conf_layout layout(conf_survey(g_core_ctrl->conf_dir.c_str(), kMainConfFile));
+  const conf_recorder recorder;
+  const bool starts = read_as_daemon();
+  for (const recorded_reading& reading : recorder.readings()) {
+    const auto section = std::ranges::find(sections, reading.section, &qvn_conf_section::name);
+    conf_check_section(reading, section->settings, sections, findings);
+    layout.check_unread(conf_stopping_line(reading), findings);
+    check_console_address(reading, findings);
+  }
+  layout.check_headers(findings);
+  layout.check_long_lines(findings);
+  check_unknown_sections(layout, sections, referenced(recorder.readings()), findings);
+  if (!starts) {
+    findings.add(0, "the daemon does not start with this file", kUnusable);
+  }
+}

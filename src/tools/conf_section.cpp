@@ -1,0 +1,206 @@
+#include "tools/conf_section.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <strings.h>
+
+#include "base/qvn_text.h"
+
+namespace {
+
+/// The word that a key begins with: what follows it on a mistyped line could be a password.
+std::string key_word(const std::string& key) {
+  constexpr const char* kWord = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
+  const std::string word = key.substr(0, key.find_first_not_of(kWord));
+  return word.empty() ? "?" : word;
+}
+
+bool reached_handler(const recorded_line& line) {
+  return line.fate == conf_fate::taken || line.fate == conf_fate::stopped;
+}
+
+/// Where the text begins that a line has behind its value, or npos.
+std::size_t text_behind(const std::string& dropped) {
+  return dropped.find_first_not_of(" \t\r\n");
+}
+
+/// Whether nothing stands behind a value but a note, which a blank keeps apart from it.
+bool is_note(const std::string& dropped) {
+  const std::size_t start = text_behind(dropped);
+  return start == std::string::npos ||
+         (start > 0 && (dropped[start] == '#' || dropped[start] == ';'));
+}
+
+/// Whether a part of what was meant is lost; behind a password nobody would expect a note.
+bool is_cut(const std::string& dropped, const qvn_setting& setting) {
+  return !is_note(dropped) || (setting.secret && text_behind(dropped) != std::string::npos);
+}
+
+std::string sign_name(char sign) {
+  switch (sign) {
+    case ' ':
+      return "a blank";
+    case '\r':
+      return "a carriage return";
+    default:
+      return std::string("\"") + sign + "\"";
+  }
+}
+
+/// The number that a value begins with, as it is written; `rest` is what stands behind it.
+long written_number(const std::string& value, std::string& rest) {
+  char* end = nullptr;
+  const long number = std::strtol(value.c_str(), &end, 10);
+  rest = end;
+  return number;
+}
+
+/// Reports on one section, line by line.
+class section_check {
+ public:
+  section_check(const recorded_reading& reading, std::span<const qvn_setting> settings,
+                std::span<const qvn_conf_section> sections, conf_findings& findings)
+      : reading_(reading), settings_(settings), sections_(sections), findings_(findings) {}
+
+  void check(const recorded_line& line);
+
+ private:
+  void check_pair(const recorded_line& line);
+  void check_value(const recorded_line& line, const qvn_setting& setting);
+  void check_text(const recorded_line& line, const qvn_setting& setting);
+  void check_number(const recorded_line& line, const qvn_number_setting& number);
+  void check_repetition(const recorded_line& line, const qvn_setting& setting);
+  void report_unknown(const recorded_line& line);
+  void report_reference(const recorded_line& line, const qvn_setting* setting);
+  void add(const recorded_line& line, const std::string& text) {
+    findings_.add(line.number, key_word(line.key) + ": " + text);
+  }
+
+  const recorded_reading& reading_;
+  std::span<const qvn_setting> settings_;
+  std::span<const qvn_conf_section> sections_;
+  conf_findings& findings_;
+  std::map<const qvn_setting*, int> lines_by_setting_;
+};
+
+void section_check::check(const recorded_line& line) {
+  // What follows a piece of a long line is told with it, and may be the rest of a password.
+  if (line.continued) {
+    return;
+  }
+  switch (line.fate) {
+    case conf_fate::no_pair:
+      findings_.add(line.number, "no \"key=value\": ignored");
+      break;
+    case conf_fate::no_value:
+      add(line, "no value" +
+                    (is_note(line.dropped) ? std::string()
+                                           : " in front of " + sign_name(line.dropped.front())) +
+                    ": ignored");
+      break;
+    case conf_fate::no_reference:
+    case conf_fate::taken:
+    case conf_fate::stopped:
+      check_pair(line);
+      break;
+    default:
+      break;
+  }
+}
+
+void section_check::check_pair(const recorded_line& line) {
+  const qvn_setting* const setting = qvn_setting_find(settings_, line.key.c_str());
+  if (!setting) {
+    report_unknown(line);
+    return;
+  }
+  if (is_cut(line.dropped, *setting)) {
+    add(line, "the value is cut at " + sign_name(line.dropped.front()));
+  }
+  if (line.is_reference) {
+    report_reference(line, setting);
+  }
+  if (reached_handler(line)) {
+    check_repetition(line, *setting);
+    check_value(line, *setting);
+  }
+}
+
+void section_check::report_unknown(const recorded_line& line) {
+  for (const qvn_conf_section& section : sections_) {
+    if (qvn_setting_find(section.settings, line.key.c_str())) {
+      add(line, "ignored here: it belongs in section [" + std::string(section.name) + "]");
+      return;
+    }
+  }
+  add(line, "unknown key, ignored");
+}
+
+void section_check::report_reference(const recorded_line& line, const qvn_setting* setting) {
+  const std::string leads =
+      line.fate == conf_fate::no_reference ? ", which leads nowhere: the line is ignored" : "";
+  const std::string target = setting->secret ? "" : " " + line.written;
+  add(line, "\".$\" makes the value a reference" + target + leads);
+}
+
+void section_check::check_repetition(const recorded_line& line, const qvn_setting& setting) {
+  int& earlier = lines_by_setting_[&setting];
+  if (earlier != 0) {
+    add(line, "given again: this one counts, not that of line " + std::to_string(earlier));
+  }
+  earlier = line.number;
+}
+
+void section_check::check_value(const recorded_line& line, const qvn_setting& setting) {
+  if (setting.number) {
+    check_number(line, *setting.number);
+  } else {
+    check_text(line, setting);
+  }
+}
+
+void section_check::check_text(const recorded_line& line, const qvn_setting& setting) {
+  if (setting.most_characters > 0 && line.value.size() > setting.most_characters) {
+    add(line, "the value is cut after " + std::to_string(setting.most_characters) + " characters");
+  }
+  if (line.value.find('\t') != std::string::npos) {
+    add(line, "a tab is part of the value");
+  }
+}
+
+void section_check::check_number(const recorded_line& line, const qvn_number_setting& number) {
+  std::string rest;
+  const long written = written_number(line.value, rest);
+  const uint32_t stored = qvn_setting_stored(number, line.value.c_str());
+  const std::string used = std::to_string(stored / number.factor);
+  if (!is_note(rest)) {
+    add(line, "\"" + line.value + "\" is not a number: taken as " + used);
+  } else if (written != static_cast<long>(stored / number.factor)) {
+    add(line, std::to_string(written) + " does not fit: taken as " + used);
+  }
+  if (stored >= number.lowest && stored <= number.highest) {
+    return;
+  }
+  add(line, used + " is not in " + std::to_string(number.lowest / number.factor) + " to " +
+                std::to_string(number.highest / number.factor) + " and is used all the same" +
+                (line.fate == conf_fate::stopped
+                     ? "; the rest of section [" + reading_.section + "] is not read"
+                     : ""));
+}
+
+}  // namespace
+
+void conf_check_section(const recorded_reading& reading, std::span<const qvn_setting> settings,
+                        std::span<const qvn_conf_section> sections, conf_findings& findings) {
+  section_check check(reading, settings, sections, findings);
+  for (const recorded_line& line : reading.lines) {
+    check.check(line);
+  }
+}
+
+int conf_stopping_line(const recorded_reading& reading) {
+  const bool stopped = !reading.lines.empty() && reading.lines.back().fate == conf_fate::stopped;
+  return stopped ? reading.lines.back().number : 0;
+}

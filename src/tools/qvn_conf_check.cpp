@@ -1,0 +1,76 @@
+/// qvn_conf_check from its command line to its end.
+
+#include <filesystem>
+#include <getopt.h>
+#include <memory>
+#include <string>
+
+#include "core/qvn_core_ctrl.h"
+#include "core/qvn_process.h"
+#include "db/qvn_db.h"
+#include "tools/conf_check.h"
+#include "tools/tool_main.h"
+
+namespace {
+
+constexpr const char* kUsage = "Usage: qvn_conf_check [--connect] [HOME_OR_CONF_DIR]\n";
+
+constexpr const char* kHelp =
+    "Reads qvn_web_helper.conf and qvn_db_info.conf as qvn_web_helper reads them, and prints, as\n"
+    "\"FILE:LINE: text\", every line that it would ignore, refuse, cut or take as something else.\n"
+    "No password is ever printed.\n"
+    "\n"
+    "  HOME_OR_CONF_DIR  the daemon's folder, or its conf folder; the folder of this program when\n"
+    "                    none is given\n"
+    "  -c, --connect     also connect to each database as the daemon does, for at most\n"
+    "                    PGCONNECT_TIMEOUT seconds (5 when not set), and ask whether the user may\n"
+    "                    read and update the two job tables; nothing is changed\n"
+    "  -h, --help        print this and exit\n"
+    "  -V, --version     print the version and exit\n"
+    "\n"
+    "Exit status: 0 there is nothing to say, 1 something would be ignored, refused or cut, or a\n"
+    "database fails, 2 the daemon would not start or a file cannot be used.\n";
+
+constexpr option kOptions[] = {{"connect", no_argument, nullptr, 'c'},
+                               {"help", no_argument, nullptr, 'h'},
+                               {"version", no_argument, nullptr, 'V'},
+                               {nullptr, 0, nullptr, 0}};
+
+/// The folder itself, or the one named conf in it; ends in "/".
+std::string conf_directory(const std::string& folder) {
+  std::error_code none;
+  const std::string below = folder + "/conf/";
+  return std::filesystem::is_directory(below, none) ? below : folder + "/";
+}
+
+tool_status run(int count, char** words) {
+  bool connect = false;
+  for (int letter = 0; (letter = getopt_long(count, words, "chV", kOptions, nullptr)) != -1;) {
+    if (letter != 'c') {
+      return tool_answer(letter, "qvn_conf_check", kUsage, kHelp);
+    }
+    connect = true;
+  }
+  if (count - optind > 1) {
+    return tool_usage_error(kUsage);
+  }
+  const auto core = std::make_unique<qvn_core_ctrl>();
+  g_core_ctrl = core.get();
+  if (qvn_core_set_path() != 0) {
+    throw std::bad_alloc();
+  }
+  if (optind < count) {
+    g_core_ctrl->conf_dir = conf_directory(words[optind]);
+  }
+  qvn_db_set_connection_defaults();
+  const tool_status status = conf_check(connect);
+  g_core_ctrl = nullptr;
+  return status;
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+  qvn_open_standard_descriptors();
+  return tool_main("qvn_conf_check", [&] { return run(count, words); });
+}
