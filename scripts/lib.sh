@@ -81,6 +81,7 @@ build() {
 DAEMON_HOME=''  # installation of the started daemon
 DAEMON_PID=''   # its process
 PG_DATA=''      # data folder of the started cluster
+HELPERS=()      # further processes to end
 
 make_work() {
   WORK=$(mktemp -d "${TMPDIR:-/tmp}/qvn-${0##*/}.XXXXXX")
@@ -93,6 +94,7 @@ make_work() {
 clean_up() {
   local rc=$?
   trap - EXIT
+  [[ ${#HELPERS[@]} -eq 0 ]] || kill "${HELPERS[@]}" || true
   daemon_stop || true
   cluster_stop || true
   rm -rf "$WORK"
