@@ -78,8 +78,9 @@ std::string_view understood(const option_list& options, std::string_view keyword
 /// Reports on the sections of the list in the order in which the daemon reads them.
 class list_check {
  public:
-  list_check(const database_table& table, const conf_layout& layout, conf_findings& findings)
-      : table_(table), layout_(layout), findings_(findings) {}
+  list_check(const database_table& table, const conf_layout& layout,
+             const std::set<std::string>& references, conf_findings& findings)
+      : table_(table), layout_(layout), references_(references), findings_(findings) {}
 
   void check(const recorded_reading& reading);
   [[nodiscard]] std::vector<conf_database>& databases() { return databases_; }
@@ -92,6 +93,7 @@ class list_check {
 
   const database_table& table_;
   const conf_layout& layout_;
+  const std::set<std::string>& references_;
   conf_findings& findings_;
   std::set<std::string> sections_;      ///< that have been looked at
   std::map<std::string, int> headers_;  ///< of the databases, by their keys
@@ -107,7 +109,7 @@ void list_check::check(const recorded_reading& reading) {
     report_not_found(reading.section);
     return;
   }
-  conf_check_section(reading, qvn_db_settings(), {}, findings_);
+  conf_check_section(reading, {qvn_db_settings(), {}, references_}, findings_);
   const section_values values = values_of(reading);
   if (check_whole(*header, values)) {
     check_entry(*header, values);
@@ -197,7 +199,8 @@ std::vector<conf_database> conf_check_database_list(conf_findings& findings) {
   const database_table table;
   const conf_recorder recorder;
   const bool starts = load_db_info() == 0;
-  list_check check(table, layout, findings);
+  const std::set<std::string> references = recorder.references();
+  list_check check(table, layout, references, findings);
   for (const recorded_reading& reading : recorder.readings()) {
     check.check(reading);
   }

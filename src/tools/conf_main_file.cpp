@@ -4,7 +4,9 @@
 #include <arpa/inet.h>
 #include <set>
 #include <strings.h>
+#include <sys/socket.h>
 
+#include "base/qvn_socket.h"
 #include "core/qvn_core_ctrl.h"
 #include "core/qvn_settings.h"
 #include "rate_upload/qvn_rate_upload.h"
@@ -27,29 +29,20 @@ bool read_as_daemon() {
   return read && qvn_settings_whole();
 }
 
-/// The sections out of which a value was taken by reference.
-std::set<std::string> referenced(const std::vector<recorded_reading>& readings) {
-  std::set<std::string> sections;
-  for (const recorded_reading& reading : readings) {
-    for (const recorded_line& line : reading.lines) {
-      if (line.is_reference && line.fate != conf_fate::no_reference) {
-        sections.insert(line.written.substr(0, line.written.find(".$")));
-      }
-    }
-  }
-  return sections;
-}
-
 void check_unknown_sections(const conf_layout& layout, std::span<const qvn_conf_section> sections,
-                            const std::set<std::string>& used, conf_findings& findings) {
+                            const std::set<std::string>& references, conf_findings& findings) {
   for (const recorded_line& line : layout.lines()) {
     const std::string& name = line.key;
     const auto is = [&](const qvn_conf_section& section) { return name == section.name; };
     const auto resembles = [&](const qvn_conf_section& section) {
       return strcasecmp(name.c_str(), section.name) == 0;
     };
-    if (line.fate != conf_fate::header || line.continued || name.empty() || used.contains(name) ||
-        layout.header(name) != &line || std::ranges::any_of(sections, is)) {
+    const auto refers = [&](const std::string& reference) {
+      return reference.starts_with(name + ".$");
+    };
+    if (line.fate != conf_fate::header || line.continued || name.empty() ||
+        std::ranges::any_of(references, refers) || layout.header(name) != &line ||
+        std::ranges::any_of(sections, is)) {
       continue;
     }
     const auto alike = std::ranges::find_if(sections, resembles);
@@ -59,16 +52,35 @@ void check_unknown_sections(const conf_layout& layout, std::span<const qvn_conf_
   }
 }
 
-/// The daemon ends when its console cannot listen.
-void check_console_address(const recorded_reading& reading, conf_findings& findings) {
-  if (inet_addr(g_core_ctrl->cli_listen_ip) != INADDR_NONE) {
-    return;
+/// Whether a socket of this machine may have the address.
+bool can_be_bound(in_addr_t address) {
+  const qvn_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_addr.s_addr = address;
+  return bind(fd.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+}
+
+/// The daemon ends when its console cannot listen; on no address at all nobody reaches it.
+void check_console_address(const recorded_line& line, conf_findings& findings) {
+  const in_addr_t address = inet_addr(g_core_ctrl->cli_listen_ip);
+  if (address == INADDR_NONE) {
+    findings.add(line.number,
+                 line.key + ": not a numeric IPv4 address, nobody reaches the console");
+  } else if (!can_be_bound(address)) {
+    findings.add(line.number,
+                 line.key + ": this machine does not have the address, the daemon does not start",
+                 kUnusable);
   }
-  for (const recorded_line& line : reading.lines) {
-    if (line.fate == conf_fate::taken && strcasecmp(line.key.c_str(), "cli_listen_ip") == 0) {
-      findings.add(line.number,
-                   line.key + ": not a numeric IPv4 address, the daemon does not start", kUnusable);
-    }
+}
+
+void check_console(const recorded_reading& reading, conf_findings& findings) {
+  const auto is_address = [](const recorded_line& line) {
+    return line.fate == conf_fate::taken && strcasecmp(line.key.c_str(), "cli_listen_ip") == 0;
+  };
+  const auto last = std::find_if(reading.lines.rbegin(), reading.lines.rend(), is_address);
+  if (last != reading.lines.rend()) {
+    check_console_address(*last, findings);
   }
 }
 
@@ -80,15 +92,16 @@ void conf_check_main_file(conf_findings& findings) {
   const conf_layout layout(conf_survey(g_core_ctrl->conf_dir.c_str(), kMainConfFile));
   const conf_recorder recorder;
   const bool starts = read_as_daemon();
+  const std::set<std::string> references = recorder.references();
   for (const recorded_reading& reading : recorder.readings()) {
     const auto section = std::ranges::find(sections, reading.section, &qvn_conf_section::name);
-    conf_check_section(reading, section->settings, sections, findings);
+    conf_check_section(reading, {section->settings, sections, references}, findings);
     layout.check_unread(conf_stopping_line(reading), findings);
-    check_console_address(reading, findings);
+    check_console(reading, findings);
   }
   layout.check_headers(findings);
   layout.check_long_lines(findings);
-  check_unknown_sections(layout, sections, referenced(recorder.readings()), findings);
+  check_unknown_sections(layout, sections, references, findings);
   if (!starts) {
     findings.add(0, "the daemon does not start with this file", kUnusable);
   }

@@ -8,6 +8,18 @@ void conf_recorder::reads(const conf_line& line) {
   }
 }
 
+std::set<std::string> conf_recorder::references() const {
+  std::set<std::string> found;
+  for (const recorded_reading& reading : readings_) {
+    for (const recorded_line& line : reading.lines) {
+      if (line.is_reference && line.fate != conf_fate::no_reference) {
+        found.insert(line.written);
+      }
+    }
+  }
+  return found;
+}
+
 std::vector<recorded_line> conf_survey(const char* directory, const char* file_name) {
   const conf_recorder recorder(conf_recorder::scope::all_lines);
   const conf_callback nothing = [](const char*, const char*) { return int32_t{0}; };

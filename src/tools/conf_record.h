@@ -2,6 +2,7 @@
 /// it.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,9 @@ class conf_recorder final : public conf_observer {
 
   void begins(const char* section) override { readings_.push_back({section, {}}); }
   void reads(const conf_line& line) override;
+
+  /// The references that led somewhere, as they are written: "section.$key".
+  [[nodiscard]] std::set<std::string> references() const;
 
   /// In the order in which they began.
   [[nodiscard]] const std::vector<recorded_reading>& readings() const { return readings_; }

@@ -34,8 +34,10 @@ bool is_note(const std::string& dropped) {
 }
 
 /// Whether a part of what was meant is lost; behind a password nobody would expect a note.
-bool is_cut(const std::string& dropped, const qvn_setting& setting) {
-  return !is_note(dropped) || (setting.secret && text_behind(dropped) != std::string::npos);
+bool is_cut(const recorded_line& line, const qvn_setting& setting) {
+  // A tab keeps a note apart as well, though it stays part of the value.
+  const std::string behind = (line.written.ends_with('\t') ? "\t" : "") + line.dropped;
+  return !is_note(behind) || (setting.secret && text_behind(behind) != std::string::npos);
 }
 
 std::string sign_name(char sign) {
@@ -60,9 +62,8 @@ long written_number(const std::string& value, std::string& rest) {
 /// Reports on one section, line by line.
 class section_check {
  public:
-  section_check(const recorded_reading& reading, std::span<const qvn_setting> settings,
-                std::span<const qvn_conf_section> sections, conf_findings& findings)
-      : reading_(reading), settings_(settings), sections_(sections), findings_(findings) {}
+  section_check(const recorded_reading& reading, const conf_known& known, conf_findings& findings)
+      : reading_(reading), known_(known), findings_(findings) {}
 
   void check(const recorded_line& line);
 
@@ -79,8 +80,7 @@ class section_check {
   }
 
   const recorded_reading& reading_;
-  std::span<const qvn_setting> settings_;
-  std::span<const qvn_conf_section> sections_;
+  const conf_known& known_;
   conf_findings& findings_;
   std::map<const qvn_setting*, int> lines_by_setting_;
 };
@@ -111,12 +111,12 @@ void section_check::check(const recorded_line& line) {
 }
 
 void section_check::check_pair(const recorded_line& line) {
-  const qvn_setting* const setting = qvn_setting_find(settings_, line.key.c_str());
+  const qvn_setting* const setting = qvn_setting_find(known_.settings, line.key.c_str());
   if (!setting) {
     report_unknown(line);
     return;
   }
-  if (is_cut(line.dropped, *setting)) {
+  if (is_cut(line, *setting)) {
     add(line, "the value is cut at " + sign_name(line.dropped.front()));
   }
   if (line.is_reference) {
@@ -129,7 +129,10 @@ void section_check::check_pair(const recorded_line& line) {
 }
 
 void section_check::report_unknown(const recorded_line& line) {
-  for (const qvn_conf_section& section : sections_) {
+  if (known_.references.contains(reading_.section + ".$" + line.key)) {
+    return;
+  }
+  for (const qvn_conf_section& section : known_.sections) {
     if (qvn_setting_find(section.settings, line.key.c_str())) {
       add(line, "ignored here: it belongs in section [" + std::string(section.name) + "]");
       return;
@@ -176,7 +179,7 @@ void section_check::check_number(const recorded_line& line, const qvn_number_set
   const uint32_t stored = qvn_setting_stored(number, line.value.c_str());
   const std::string used = std::to_string(stored / number.factor);
   if (!is_note(rest)) {
-    add(line, "\"" + line.value + "\" is not a number: taken as " + used);
+    add(line, "\"" + line.written + "\" is not a number: taken as " + used);
   } else if (written != static_cast<long>(stored / number.factor)) {
     add(line, std::to_string(written) + " does not fit: taken as " + used);
   }
@@ -192,9 +195,9 @@ void section_check::check_number(const recorded_line& line, const qvn_number_set
 
 }  // namespace
 
-void conf_check_section(const recorded_reading& reading, std::span<const qvn_setting> settings,
-                        std::span<const qvn_conf_section> sections, conf_findings& findings) {
-  section_check check(reading, settings, sections, findings);
+void conf_check_section(const recorded_reading& reading, const conf_known& known,
+                        conf_findings& findings) {
+  section_check check(reading, known, findings);
   for (const recorded_line& line : reading.lines) {
     check.check(line);
   }

@@ -12,9 +12,22 @@ using testing::HasSubstr;
 using testing::Not;
 
 /// What every database section below begins with, and a whole one.
-const std::string kHost = "db_host=127.0.0.1\ndb_listen_port=5432\n";
+constexpr const char* kHost = "db_host=127.0.0.1\ndb_listen_port=5432\n";
 std::string database(const std::string& section, const std::string& name) {
   return "[" + section + "]\n" + kHost + "db_name=" + name + "\ndb_user=u\ndb_user_password=p\n";
+}
+
+/// Whether the daemon itself runs with that list, and these settings of its console.
+bool daemon_starts(const std::string& list, const std::string& console = "") {
+  support::DaemonHarness daemon;
+  daemon.set_console(console);
+  daemon.write_main_conf("");
+  daemon.write_database_list(list);
+  daemon.launch();
+  const auto logged = [&](const char* text) { return support::count_of(daemon.log(), text) > 0; };
+  EXPECT_TRUE(support::wait_until(
+      [&] { return logged("Start running...\n") || logged("Waiting for qvn_web_helper exit"); }));
+  return logged("Start running...\n");
 }
 
 /// A folder with conf/ and a database list.
@@ -62,7 +75,7 @@ TEST_F(ConfCheck, TellsWhatTheMainFileLoses) {
   const std::string x253(253, 'x');
   const Case cases[] = {
       {"", 0, ""},
-      {"# note\n\n[general]\nlog_level=6 # note\nMAX_log_size = 1 ; note\n", 0, ""},
+      {"# note\n\n[general]\nlog_level\t=6\t# note\nMAX_log_size = 1 ; note\n", 0, ""},
       {"[general]\nlog_levle secret=6\nlog_level "
        "6\n=6\nlog_level=\nlog_level=#6\nmax_rerate_task=9\n",
        1,
@@ -84,13 +97,20 @@ TEST_F(ConfCheck, TellsWhatTheMainFileLoses) {
       {"[CLI]\ncli_login_user=me # note\ncli_login_pwd=tulip #7\n", 1,
        ":3: cli_login_pwd: the value is cut at a blank\n"},
       {"[CLI]\ncli_login_pwd=mine.$ecret\ncli_login_user=names.$operator\n"
-       "cli_connection_limit=limit.$none\n[names]\noperator=anna\n",
+       "cli_connection_limit=limit.$none\nbase=/var/\n"
+       "[names]\noperator=anna\n"
+       "[rerate]\ncdr_directory=CLI.$base\nmax_rerate_task=CLI.$cli_login_pwd\n",
        1,
        ":2: cli_login_pwd: \".$\" makes the value a reference, which leads nowhere: the line is "
        "ignored\n"
        ":3: cli_login_user: \".$\" makes the value a reference names.$operator\n"
        ":4: cli_connection_limit: \".$\" makes the value a reference limit.$none, which leads "
-       "nowhere: the line is ignored\n"},
+       "nowhere: the line is ignored\n"
+       ":9: cdr_directory: \".$\" makes the value a reference CLI.$base\n"
+       ":10: max_rerate_task: \".$\" makes the value a reference CLI.$cli_login_pwd\n"
+       ":10: max_rerate_task: \"CLI.$cli_login_pwd\" is not a number: taken as 0\n"
+       ":10: max_rerate_task: 0 is not in 5 to 100 and is used all the same; the rest of section "
+       "[rerate] is not read\n"},
       {"[general]\nlog_level=9\nmax_log_size=4194305\n[CLI]\ncli_listen_port=70000\n"
        "cli_connection_limit=3x\ncli_connection_expires=9\ncli_login_user=me\n# note\n"
        "[rerate]\nmax_rerate_task=many\n[rate_upload]\nmax_rate_upload_task=301\n",
@@ -123,10 +143,12 @@ TEST_F(ConfCheck, TellsWhatTheMainFileLoses) {
        ":3: longer than 253 characters: what follows them is read as a line of its own\n"
        ":5: longer than 253 characters: what follows them is read as a line of its own\n"
        ":6: unknown: unknown key, ignored\n"},
-      {"[CLI]\ncli_listen_ip=localhost\n", 2,
-       ":2: cli_listen_ip: not a numeric IPv4 address, the daemon does not start\n"},
-      {"[CLI]\ncli_listen_ip=192.168.100.2000\n", 1,
-       ":2: cli_listen_ip: the value is cut after 15 characters\n"},
+      {"[CLI]\ncli_listen_ip=localhost\n", 1,
+       ":2: cli_listen_ip: not a numeric IPv4 address, nobody reaches the console\n"},
+      {"[CLI]\ncli_listen_ip=127.0.0.1\ncli_listen_ip=203.000.113.2000\n", 2,
+       ":3: cli_listen_ip: given again: this one counts, not that of line 2\n"
+       ":3: cli_listen_ip: the value is cut after 15 characters\n"
+       ":3: cli_listen_ip: this machine does not have the address, the daemon does not start\n"},
       {std::string("[CLI]\n\x1b[2J=\x01\n[a\0b]\n=", 20), 1,
        ":2: ?: unknown key, ignored\n:3: no \"]\": ignored, the section above goes on\n"
        ":4: no \"key=value\": ignored\n"},
@@ -138,7 +160,7 @@ TEST_F(ConfCheck, TellsWhichDatabasesTheDaemonRefusesOrDrops) {
   const std::string n99(99, 'n');
   const Case cases[] = {
       {database("a", "one") + database("b", "two") + database(n99, "three"), 0, ""},
-      {"[a]\n" + kHost + "db_name=x\n", 2,
+      {std::string("[a]\n") + kHost + "db_name=x\n", 2,
        ":1: section [a] has no db_user, db_user_password: the daemon does not start\n"},
       {database("a", "one") + "db_listen_port=80\n", 2,
        ":1: section [a] has a db_listen_port below 1024: the daemon does not start\n"
@@ -162,6 +184,10 @@ TEST_F(ConfCheck, TellsWhichDatabasesTheDaemonRefusesOrDrops) {
        ":7: db_listen_port: 70000 does not fit: taken as 4464\n"},
   };
   expect([this](const std::string& text) { write_list(text); }, cases, "conf/qvn_db_info.conf");
+  for (const Case& test : cases)
+    EXPECT_EQ(daemon_starts(test.text), test.status < 2) << test.text;
+  EXPECT_TRUE(daemon_starts("", "cli_listen_ip=localhost\n"));
+  EXPECT_FALSE(daemon_starts("", "cli_listen_ip=203.0.113.200\n"));
 }
 
 TEST_F(ConfCheck, TakesAFolderAndAnswersForFilesThatCannotBeUsed) {
