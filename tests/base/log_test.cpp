@@ -8,9 +8,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <map>
 #include <sstream>
-#include <stdlib.h>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -19,10 +17,10 @@
 #include <unistd.h>
 #include <vector>
 
-#include "base/failing_new.h"
 #include "base/qvn_log.h"
 #include "base/qvn_log_state.h"
-#include "base/qvn_time.h"
+#include "base/qvn_socket.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -30,7 +28,6 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::Not;
 
@@ -39,24 +36,6 @@ constexpr uint32_t kUsualSize = 300 * 1024 * 1024;
 constexpr auto kDeadline = 60s;
 
 constexpr const char* kLogSource = "log_test";
-
-template <class Condition>
-[[nodiscard]] bool await(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(1ms);
-  }
-  return true;
-}
-
-std::string content_of(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
 
 std::vector<std::string> lines_of(const std::string& path) {
   std::vector<std::string> lines;
@@ -73,34 +52,11 @@ std::string without_time(const std::string& line) {
   return at == std::string::npos ? line : line.substr(at + 2);
 }
 
-/// Closes a descriptor with its owner.
-class owned_fd {
- public:
-  owned_fd() = default;
-  owned_fd(const owned_fd&) = delete;
-  owned_fd& operator=(const owned_fd&) = delete;
-  ~owned_fd() { reset(-1); }
-  void reset(int fd) {
-    if (fd_ >= 0) {
-      close(fd_);
-    }
-    fd_ = fd;
-  }
-  [[nodiscard]] int get() const { return fd_; }
-
- private:
-  int fd_ = -1;
-};
-
 /// Each test has the logger to itself: started, with an open file at level DEBUG whose first line,
 /// on the level, is there already.
 class Log : public testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = testing::TempDir() + "log_XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern + "/";
-    path_ = directory_ + "test.log";
     g_log_rotate = 1;
     ASSERT_EQ(qvn_log_init(), 0);
     ASSERT_EQ(qvn_log_file_open(path_.c_str(), kLogDebug, 0), 0);
@@ -111,7 +67,6 @@ class Log : public testing::Test {
     qvn_log_exit();
     qvn_log_uninit();
     qvn_log_file_close();
-    std::filesystem::remove_all(directory_);
   }
 
   static void drain() { ASSERT_TRUE(qvn_log_drain(kDeadline)); }
@@ -137,7 +92,7 @@ class Log : public testing::Test {
   /// Lets the log thread's next turn look at the size and waits until it has.
   static void force_size_check() {
     g_check_log_tv = 0;
-    ASSERT_TRUE(await([] { return g_check_log_tv != 0; }));
+    ASSERT_TRUE(support::wait_until([] { return g_check_log_tv != 0; }));
     let_the_log_thread_come_round();
   }
 
@@ -152,37 +107,33 @@ class Log : public testing::Test {
     return -1;
   }
 
-  std::string directory_;
-  std::string path_;
+  const support::TempDir folder_{""};
+  const std::string directory_ = folder_.path().string() + "/";
+  const std::string path_ = directory_ + "test.log";
 };
 
 TEST_F(Log, ALineIsTimeLevelSourceLineAndMessage) {
-  std::array<char, 20> before{};
-  std::array<char, 20> after{};
-  // Over the turn of a second, so that a timestamp that stands still would show.
-  const time_t start = time(nullptr);
-  bool second_has_turned = false;
-  do {
-    second_has_turned = time(nullptr) > start;
-    qvn_int_date_to_string(time(nullptr), before.data());
-    EXPECT_EQ(qvn_log_print("qvn_core", 42, kLogNotice, 0, "Start %s...\n", "running"), 0);
-    qvn_int_date_to_string(time(nullptr) + 1, after.data());
-    drain();
-    const std::string line = lines_of(path_).back();
-    ASSERT_EQ(line.substr(19), "  [NOTICE] qvn_core:42 Start running...");
-    ASSERT_GE(line.substr(0, 19), before.data());
-    ASSERT_LE(line.substr(0, 19), after.data());
-    std::this_thread::sleep_for(10ms);
-  } while (!second_has_turned);
+  EXPECT_EQ(qvn_log_print("qvn_core", 42, kLogNotice, 0, "Start %s...\n", "running"), 0);
+  drain();
+  const std::string line = lines_of(path_).back();
+  tm parts{};
+  const char* const rest = strptime(line.c_str(), "%Y-%m-%d %H:%M:%S", &parts);
+  EXPECT_STREQ(rest, "  [NOTICE] qvn_core:42 Start running...");
+  const time_t age = time(nullptr) - mktime(&parts);
+  EXPECT_TRUE(age >= 0 && age < 60) << line;
 }
 
 TEST_F(Log, LabelsOfTheLevels) {
-  for (const uint32_t level : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 100U}) {
+  for (const uint32_t level : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U}) {
     qvn_log_print("m", 1, level, 1, "x\n");
   }
-  EXPECT_THAT(lines(), ElementsAre("[EMERGENCY] m:1 x", "[ALERT] m:1 x", "[CRITICAL] m:1 x",
-                                   "[ERROR] m:1 x", "[WARNING] m:1 x", "[NOTICE] m:1 x",
-                                   "[INFO] m:1 x", "[DEBUG] m:1 x", " m:1 x", " m:1 x"));
+  qvn_log_print(nullptr, 7, kLogInfo, 0, "x\n");
+  EXPECT_EQ(qvn_log_print_content("100 %s as it is\n"), 0);
+  EXPECT_EQ(qvn_log_print_content(nullptr), 0);
+  EXPECT_THAT(lines(),
+              ElementsAre("[EMERGENCY] m:1 x", "[ALERT] m:1 x", "[CRITICAL] m:1 x", "[ERROR] m:1 x",
+                          "[WARNING] m:1 x", "[NOTICE] m:1 x", "[INFO] m:1 x", "[DEBUG] m:1 x",
+                          " m:1 x", "[INFO] :7 x", "100 %s as it is"));
 }
 
 TEST_F(Log, ALineIsCutAt2047Characters) {
@@ -201,77 +152,28 @@ TEST_F(Log, ALineIsCutAt2047Characters) {
   EXPECT_EQ(lines[3].size(), 2047U);
 }
 
-TEST_F(Log, AnAbsentSourceIsEmpty) {
-  qvn_log_print(nullptr, 7, kLogInfo, 0, "x\n");
-  EXPECT_THAT(lines(), ElementsAre("[INFO] :7 x"));
-}
-
-TEST_F(Log, ContentIsWrittenAsItIsAtAnyLevel) {
-  qvn_log_set_level(kLogError);
-  EXPECT_EQ(qvn_log_print_content("100 %s as it is\n"), 0);
-  EXPECT_EQ(qvn_log_print_content(nullptr), 0);
-  EXPECT_THAT(lines(), ElementsAre(HasSubstr("Changed log level to [ERROR]"), "100 %s as it is"));
-}
-
-TEST_F(Log, AFilteredLineIsRefusedWithoutAllocating) {
-  qvn_log_set_level(kLogInfo);
-  fail_nothrow_new(1);
-  EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 0, "filtered\n"), -1);
-  EXPECT_FALSE(nothrow_new_has_failed());
-  EXPECT_EQ(qvn_log_print("m", 1, kLogInfo, 0, "passes\n"), 0);
-  EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 1, "forced\n"), 0);
-  EXPECT_THAT(lines(), ElementsAre(HasSubstr("Changed log level to [INFO]"), "[INFO] m:1 passes",
-                                   "[DEBUG] m:1 forced"));
-}
-
-TEST_F(Log, ShortageOfMemoryRefusesTheLine) {
-  fail_nothrow_new(1);
-  EXPECT_EQ(qvn_log_print("m", 1, kLogError, 0, "lost\n"), -2);
-  EXPECT_TRUE(nothrow_new_has_failed());
-  fail_nothrow_new(1);
-  EXPECT_EQ(qvn_log_print_content("lost\n"), -2);
-  EXPECT_TRUE(nothrow_new_has_failed());
-  EXPECT_THAT(lines(), IsEmpty());
-}
-
-TEST_F(Log, ALevelAbove7ChangesNothingButIsLogged) {
-  qvn_log_set_level(kLogWarning);
-  EXPECT_EQ(qvn_log_set_level(9), 0);
-  EXPECT_EQ(qvn_log_print("m", 1, kLogNotice, 0, "filtered\n"), -1);
-  const std::vector<std::string> written = lines();
-  ASSERT_EQ(written.size(), 2U);
-  EXPECT_THAT(written[0],
-              MatchesRegex(R"(\[NOTICE\] qvn_log:[0-9]+ Changed log level to \[WARNING\])"));
-  EXPECT_THAT(written[1], MatchesRegex(R"(\[NOTICE\] qvn_log:[0-9]+ Changed log level to )"));
-}
-
-TEST_F(Log, SizeIsLoggedAndZeroIgnored) {
+TEST_F(Log, ChangesOfLevelAndSizeAreLogged) {
   qvn_log_set_size(10'485'760);
   qvn_log_set_size(0);
   qvn_log_set_size(3'000'000'000);
-  EXPECT_THAT(lines(), ElementsAre(EndsWith("Changed log file size to 10485760"),
-                                   EndsWith("Changed log file size to -1294967296")));
+  qvn_log_set_level(kLogInfo);
+  EXPECT_EQ(qvn_log_set_level(9), 0) << "changes nothing";
+  EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 0, "filtered\n"), -1);
+  EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 1, "forced\n"), 0);
+  EXPECT_THAT(
+      lines(),
+      ElementsAre(EndsWith("Changed log file size to 10485760"),
+                  EndsWith("Changed log file size to -1294967296"),
+                  MatchesRegex(R"(\[NOTICE\] qvn_log:[0-9]+ Changed log level to \[INFO\])"),
+                  MatchesRegex(R"(\[NOTICE\] qvn_log:[0-9]+ Changed log level to )"),
+                  "[DEBUG] m:1 forced"));
 }
 
-TEST_F(Log, ASecondOpenIsRefusedAndTheFirstFileStays) {
-  EXPECT_EQ(qvn_log_file_open((directory_ + "other.log").c_str(), kLogError, 1), -2);
-  QVN_LOG(kLogDebug, "still here\n");
-  EXPECT_THAT(lines(), ElementsAre(EndsWith("still here")));
-  EXPECT_FALSE(std::filesystem::exists(directory_ + "other.log"));
-}
-
-TEST_F(Log, OpeningAppendsAndCanFail) {
-  qvn_log_file_close();
-  qvn_log_file_close();
-  EXPECT_EQ(qvn_log_file_open(nullptr, kLogError, 0), 0);
-  EXPECT_EQ(qvn_log_file_open((directory_ + "none/x.log").c_str(), kLogError, 0), -3);
-  EXPECT_EQ(qvn_log_file_open(path_.c_str(), kLogInfo, 0), 0);
-  EXPECT_THAT(lines(), ElementsAre(EndsWith("Changed log level to [INFO]")));
-}
-
-TEST_F(Log, ReopenTurnsToAnotherFile) {
+TEST_F(Log, TheFileIsOpenedOnceClosedAndTurnedToAnother) {
   const std::string other = directory_ + "other.log";
-  QVN_LOG(kLogInfo, "first\n");
+  EXPECT_EQ(qvn_log_file_open(other.c_str(), kLogError, 1), -2);
+  EXPECT_FALSE(std::filesystem::exists(other));
+  QVN_LOG(kLogDebug, "first\n");
   drain();
   EXPECT_EQ(qvn_log_file_reopen(nullptr), 0);
   EXPECT_EQ(qvn_log_file_reopen(other.c_str()), 0);
@@ -282,23 +184,10 @@ TEST_F(Log, ReopenTurnsToAnotherFile) {
   QVN_LOG(kLogInfo, "lost\n");
   drain();
   EXPECT_EQ(qvn_log_file_reopen(path_.c_str()), 0) << "no file is open";
-  EXPECT_THAT(lines(), ElementsAre(EndsWith("first")));
-  EXPECT_EQ(lines_of(other).size(), 1U);
-}
-
-TEST_F(Log, ForegroundWritesToStandardErrorAndOpensTheFileAllTheSame) {
-  qvn_log_file_close();
-  testing::internal::CaptureStderr();
-  const std::string other = directory_ + "other.log";
-  EXPECT_EQ(qvn_log_file_open(other.c_str(), kLogInfo, 1), 0);
-  QVN_LOG(kLogInfo, "seen\n");
-  QVN_LOG(kLogDebug, "filtered\n");
-  drain();
-  const std::string seen = testing::internal::GetCapturedStderr();
-  EXPECT_THAT(seen, EndsWith("seen\n"));
-  EXPECT_THAT(seen, Not(HasSubstr("filtered")));
-  EXPECT_TRUE(std::filesystem::exists(other));
-  EXPECT_EQ(content_of(other), "");
+  EXPECT_EQ(qvn_log_file_open(nullptr, kLogError, 0), 0);
+  EXPECT_EQ(qvn_log_file_open((directory_ + "none/x.log").c_str(), kLogError, 0), -3);
+  EXPECT_EQ(qvn_log_file_open(path_.c_str(), kLogInfo, 0), 0) << "appends";
+  EXPECT_THAT(lines(), ElementsAre(EndsWith("first"), EndsWith("Changed log level to [INFO]")));
 }
 
 TEST_F(Log, TheFileIsClosedOnExecAlsoAfterARotation) {
@@ -317,37 +206,29 @@ TEST_F(Log, RotationCyclesThroughFiveFiles) {
   qvn_log_set_size(1);
   drain();
   for (const int number : {1, 2, 3, 4, 5, 1, 2}) {
-    const std::string before = content_of(path_);
-    const std::string rotated = path_ + "." + std::to_string(number);
+    const std::vector<std::string> before = lines_of(path_);
+    const std::string size = std::to_string(std::filesystem::file_size(path_));
     force_size_check();
-    EXPECT_EQ(content_of(rotated), before);
-    const std::string size = std::to_string(before.size());
+    EXPECT_EQ(lines_of(path_ + "." + std::to_string(number)), before);
     EXPECT_THAT(lines_of(path_),
                 ElementsAre(MatchesRegex(R"(.*  \[NOTICE\] qvn_log:[0-9]+ The logfile size as )" +
                                          size + R"(\(0 KB\), exceeded limit 1\(0 KB\))")));
   }
   EXPECT_FALSE(std::filesystem::exists(path_ + ".6"));
-  EXPECT_FALSE(std::filesystem::exists(path_ + ".0"));
 }
 
 TEST_F(Log, AFileIsRotatedAtTheLimitAndNotBelow) {
-  qvn_log_set_size(5000);
+  qvn_log_set_size(1500);
   drain();
-  while (std::filesystem::file_size(path_) < 4000) {
-    qvn_log_print_content((std::string(499, 'x') + "\n").c_str());
-    drain();
-  }
-  qvn_log_print_content(std::string(4999 - std::filesystem::file_size(path_), 'y').c_str());
+  qvn_log_print_content(std::string(1499 - std::filesystem::file_size(path_), 'y').c_str());
   drain();
-  ASSERT_EQ(std::filesystem::file_size(path_), 4999U);
   force_size_check();
   EXPECT_FALSE(std::filesystem::exists(path_ + ".1"));
   qvn_log_print_content("z");
   drain();
   force_size_check();
   EXPECT_TRUE(std::filesystem::exists(path_ + ".1"));
-  EXPECT_THAT(content_of(path_),
-              HasSubstr("The logfile size as 5000(4 KB), exceeded limit 5000(4 KB)"));
+  EXPECT_THAT(lines_of(path_), ElementsAre(EndsWith("as 1500(1 KB), exceeded limit 1500(1 KB)")));
 }
 
 TEST_F(Log, SizeChecksKeepTheirRhythmWhenTheClockIsSteppedBack) {
@@ -357,7 +238,7 @@ TEST_F(Log, SizeChecksKeepTheirRhythmWhenTheClockIsSteppedBack) {
   EXPECT_GT(g_check_log_tv, time(nullptr) + 200);
   ASSERT_TRUE(std::filesystem::remove(path_ + ".1"));
   g_check_log_tv = time(nullptr) + 100'000;
-  ASSERT_TRUE(await([] { return g_check_log_tv <= time(nullptr) + 300; }));
+  ASSERT_TRUE(support::wait_until([] { return g_check_log_tv <= time(nullptr) + 300; }));
   let_the_log_thread_come_round();
   EXPECT_FALSE(std::filesystem::exists(path_ + ".2")) << "put forward, not due";
 }
@@ -378,7 +259,7 @@ class StalledLog : public Log {
     for (uint32_t i = 0; i < fitting + 2; ++i) {
       ASSERT_EQ(qvn_log_print_content(filler.c_str()), 0);
     }
-    ASSERT_TRUE(await([&] {
+    ASSERT_TRUE(support::wait_until([&] {
       int bytes = 0;
       ioctl(reader_.get(), FIONREAD, &bytes);
       return static_cast<std::size_t>(bytes) == fitting * filler.size() && g_curr_log_que_size == 1;
@@ -398,7 +279,7 @@ class StalledLog : public Log {
         text.append(buffer.data(), static_cast<std::size_t>(got));
       }
     };
-    EXPECT_TRUE(await([&] {
+    EXPECT_TRUE(support::wait_until([&] {
       read_some();
       return qvn_log_drain(0ms);
     }));
@@ -406,7 +287,7 @@ class StalledLog : public Log {
     return text;
   }
 
-  owned_fd reader_;
+  qvn_fd reader_;
 };
 
 TEST_F(StalledLog, LevelIsTheOneThatHoldsWhenALineIsWritten) {
@@ -432,32 +313,6 @@ TEST_F(StalledLog, ExactlyTheLimitOfLinesWaitsAndCallersAreNotHeldUp) {
   EXPECT_THAT(read_all(), EndsWith("a line 100000\n"));
   EXPECT_EQ(g_curr_log_que_size, 0U);
   EXPECT_EQ(qvn_log_print("m", 1, kLogInfo, 0, "room again\n"), 0);
-}
-
-TEST_F(Log, LinesOfOneThreadKeepTheirOrder) {
-  constexpr int kThreads = 4;
-  constexpr int kLines = 5000;
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 0; i < kLines; ++i) {
-        qvn_log_print("m", t, kLogInfo, 0, "%d\n", i);
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  std::map<std::string, int> next;
-  for (const std::string& line : lines()) {
-    const std::size_t message = line.rfind(' ');
-    ASSERT_EQ(std::stoi(line.substr(message + 1)), next[line.substr(0, message)]++) << line;
-  }
-  ASSERT_EQ(next.size(), static_cast<std::size_t>(kThreads));
-  for (const auto& [thread, count] : next) {
-    EXPECT_EQ(count, kLines) << thread;
-  }
 }
 
 // Level, size, file and bound loggers change while others log: the thread sanitizer looks on.
@@ -507,43 +362,30 @@ struct connection {
     return lines;
   }
 
-  owned_fd logger;
-  owned_fd reader;
+  qvn_fd logger;
+  qvn_fd reader;
 };
 
 TEST_F(Log, ABoundLoggerHasItsOwnLevel) {
   qvn_log_set_level(kLogError);
   drain();
   const connection debug;
-  const connection warning;
+  const connection twice;
   ASSERT_EQ(qvn_log_add_bind_logger(debug.logger.get(), kLogDebug), 0);
-  ASSERT_EQ(qvn_log_add_bind_logger(warning.logger.get(), kLogWarning), 0);
+  ASSERT_EQ(qvn_log_add_bind_logger(twice.logger.get(), kLogWarning), 0);
+  ASSERT_EQ(qvn_log_add_bind_logger(twice.logger.get(), kLogWarning), 0);
   EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 0, "debug\n"), 0) << "queued although filtered";
   EXPECT_EQ(qvn_log_print("m", 1, kLogWarning, 0, "warning\n"), 0);
-  EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 1, "forced\n"), 0);
-  EXPECT_THAT(debug.arrived(),
-              ElementsAre("[DEBUG] m:1 debug", "[WARNING] m:1 warning", "[DEBUG] m:1 forced"));
-  EXPECT_THAT(warning.arrived(), ElementsAre("[WARNING] m:1 warning", "[DEBUG] m:1 forced"));
-  EXPECT_THAT(lines(), ElementsAre(HasSubstr("Changed"), "[DEBUG] m:1 forced"));
-  EXPECT_EQ(qvn_log_bind_logger_set_level(warning.logger.get(), kLogDebug), 0);
+  EXPECT_THAT(debug.arrived(), ElementsAre("[DEBUG] m:1 debug", "[WARNING] m:1 warning"));
+  EXPECT_THAT(twice.arrived(), ElementsAre("[WARNING] m:1 warning", "[WARNING] m:1 warning"));
+  EXPECT_THAT(lines(), ElementsAre(HasSubstr("Changed")));
+  EXPECT_EQ(qvn_log_add_unbind_logger(twice.logger.get()), 0);
+  EXPECT_EQ(qvn_log_bind_logger_set_level(twice.logger.get(), kLogDebug), 0);
   EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 0, "debug\n"), 0);
-  EXPECT_THAT(warning.arrived(), ElementsAre("[DEBUG] m:1 debug"));
-}
-
-TEST_F(Log, TheFirstLoggerOfADescriptorIsUnbound) {
-  const connection bound;
-  ASSERT_EQ(qvn_log_add_bind_logger(bound.logger.get(), kLogError), 0);
-  ASSERT_EQ(qvn_log_add_bind_logger(bound.logger.get(), kLogDebug), 0);
-  QVN_LOG(kLogError, "twice\n");
-  EXPECT_EQ(bound.arrived().size(), 2U);
-  EXPECT_EQ(qvn_log_add_unbind_logger(bound.logger.get()), 0);
-  QVN_LOG(kLogDebug, "once\n");
-  EXPECT_EQ(bound.arrived().size(), 1U);
-  EXPECT_EQ(qvn_log_add_unbind_logger(bound.logger.get()), 0);
-  EXPECT_EQ(qvn_log_add_unbind_logger(bound.logger.get()), 0) << "not bound: no error";
-  EXPECT_EQ(qvn_log_bind_logger_set_level(bound.logger.get(), 3), 0) << "not bound: no error";
-  QVN_LOG(kLogError, "none\n");
-  EXPECT_THAT(bound.arrived(), IsEmpty());
+  EXPECT_THAT(twice.arrived(), ElementsAre("[DEBUG] m:1 debug"));
+  EXPECT_EQ(qvn_log_add_unbind_logger(twice.logger.get()), 0);
+  EXPECT_EQ(qvn_log_add_unbind_logger(twice.logger.get()), 0) << "not bound: no error";
+  EXPECT_EQ(qvn_log_bind_logger_set_level(twice.logger.get(), 3), 0) << "not bound: no error";
 }
 
 TEST_F(Log, WrongParametersOfBoundLoggersAreLogged) {
@@ -552,18 +394,11 @@ TEST_F(Log, WrongParametersOfBoundLoggersAreLogged) {
   EXPECT_EQ(qvn_log_add_unbind_logger(-1), -1);
   EXPECT_EQ(qvn_log_bind_logger_set_level(-1, kLogDebug), -1);
   EXPECT_EQ(qvn_log_bind_logger_set_level(5, 8), -1);
-  fail_nothrow_new(1);
-  EXPECT_EQ(qvn_log_add_bind_logger(5, kLogDebug), -1);
-  EXPECT_TRUE(nothrow_new_has_failed());
-  std::vector<std::string> messages;
-  for (const std::string& line : lines()) {
-    EXPECT_THAT(line, MatchesRegex(R"(\[ERROR\] qvn_log:[0-9]+ .*)"));
-    messages.push_back(line.substr(line.find(' ', line.find(':')) + 1));
-  }
-  EXPECT_THAT(messages, ElementsAre("Invalid input parameter", "Invalid input parameter",
-                                    "Invalid input parameter", "Invalid log level or invalid fd",
-                                    "Invalid log level or invalid fd",
-                                    "Alloc memory for log bind logger fail"));
+  EXPECT_THAT(
+      lines(),
+      ElementsAre(EndsWith("Invalid input parameter"), EndsWith("Invalid input parameter"),
+                  EndsWith("Invalid input parameter"), EndsWith("Invalid log level or invalid fd"),
+                  EndsWith("Invalid log level or invalid fd")));
 }
 
 TEST_F(Log, ALoggerThatNeverReadsOrIsGoneStopsNobody) {

@@ -1,5 +1,4 @@
 // The console's client: against a peer that follows a script, and against the daemon.
-#include <arpa/inet.h>
 #include <chrono>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,7 +12,9 @@
 #include <unistd.h>
 #include <utility>
 
+#include "base/qvn_socket.h"
 #include "support/daemon_harness.h"
+#include "support/test_cluster.h"
 
 namespace {
 
@@ -27,30 +28,10 @@ constexpr int kPatience = 60'000;  // milliseconds
 
 constexpr const char* kOrderlyEnd = "The CLI connection has performed an orderly shutdown\n";
 
-/// An owned descriptor.
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() { reset(); }
-  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Fd& operator=(Fd&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  void reset() {
-    if (fd_ >= 0)
-      close(std::exchange(fd_, -1));
-  }
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
-std::pair<Fd, Fd> pipe_pair() {
+std::pair<qvn_fd, qvn_fd> pipe_pair() {
   int ends[2] = {-1, -1};
   EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  return {Fd(ends[0]), Fd(ends[1])};
+  return {qvn_fd(ends[0]), qvn_fd(ends[1])};
 }
 
 /// Adds to `text` what can be read without waiting; at most so much that others have their turn.
@@ -68,19 +49,12 @@ void read_more(int fd, std::string& text) {
 /// The console's place, taken by the test: one client at a time, on a port of its own.
 class Peer {
  public:
-  Peer() : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  Peer()
+      : port_(support::free_port()),
+        listener_(qvn_tcp_socket_and_listen("127.0.0.1", static_cast<uint16_t>(port_), 1)) {
     // Fixed room, so that a client is soon held up by a peer that does not read.
     const int size = 65536;
     setsockopt(listener_.get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-    sockaddr_in place{};
-    place.sin_family = AF_INET;
-    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof place;
-    auto* const address = reinterpret_cast<sockaddr*>(&place);
-    EXPECT_EQ(bind(listener_.get(), address, length), 0);
-    EXPECT_EQ(listen(listener_.get(), 1), 0);
-    EXPECT_EQ(getsockname(listener_.get(), address, &length), 0);
-    port_ = ntohs(place.sin_port);
   }
   int port() const { return port_; }
 
@@ -88,7 +62,7 @@ class Peer {
   std::string accept_login() {
     pollfd entry{.fd = listener_.get(), .events = POLLIN, .revents = 0};
     EXPECT_EQ(poll(&entry, 1, kPatience), 1) << "no client";
-    connection_ = Fd(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    connection_ = qvn_fd(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     return line();
   }
   /// The next line without its end; waits for it.
@@ -140,9 +114,9 @@ class Peer {
     return recv(connection_.get(), &byte, 1, MSG_PEEK) <= 0;
   }
 
-  Fd listener_;
-  int port_ = 0;
-  Fd connection_;
+  const int port_;
+  qvn_fd listener_;
+  qvn_fd connection_;
   std::string received_;
 };
 
@@ -152,8 +126,8 @@ class Client {
   explicit Client(const DaemonHarness& installation) {
     int ends[2] = {-1, -1};
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    const Fd in(ends[0]);
-    keyboard_ = Fd(ends[1]);
+    const qvn_fd in(ends[0]);
+    keyboard_ = qvn_fd(ends[1]);
     start(installation, in.get());
   }
   /// What is typed comes from `in`.
@@ -211,8 +185,8 @@ class Client {
     out_ = std::move(out);
   }
 
-  Fd keyboard_;
-  Fd out_;
+  qvn_fd keyboard_;
+  qvn_fd out_;
   std::string said_;
   pid_t process_ = -1;
   rusage usage_{};
@@ -262,49 +236,9 @@ TEST_F(ConsoleClient, SendsWhatIsTypedAndNothingForAnEmptyLine) {
     EXPECT_EQ(peer_.line(), line);
   EXPECT_EQ(peer_.line(), longest);
   EXPECT_EQ(peer_.line(), "rest");
-  EXPECT_EQ(client.leave(), "Goodbye!\n");
-}
-
-TEST_F(ConsoleClient, LeavesWithAFarewellInAnyCase) {
-  configure("cli_connection_expires=3600\n");
-  for (const char* word : {"exit", "QUIT\r", "...", "Exit"}) {
-    Client client(home_);
-    peer_.accept_login();
-    client.type(word + std::string("\nnot sent\n"));
-    EXPECT_EQ(client.end(), "Goodbye!\n");
-    EXPECT_FALSE(peer_.has_line());
-  }
-}
-
-TEST_F(ConsoleClient, PrintsRepliesLineByLineHoweverTheyArrive) {
-  Client client(home_);
-  peer_.accept_login();
-  peer_.say("one\r\n\r\ntwo\nlines\r\nthr");
-  EXPECT_TRUE(client.says("one\n\ntwo\nlines\n"));
-  peer_.say("ee\r");
-  peer_.say("\nfour\r\n");
-  EXPECT_TRUE(client.says("four\n"));
-  EXPECT_EQ(client.leave(), "one\n\ntwo\nlines\nthree\nfour\nGoodbye!\n");
-}
-
-TEST_F(ConsoleClient, ReportsLinesThatAreTooLong) {
-  Client client(home_);
-  peer_.accept_login();
-  const std::string longest(2047, 'x');
-  peer_.say(longest + "\r\n");
-  EXPECT_TRUE(client.says(longest + "\n"));
-  peer_.say(longest + "y\r\nafter\r\n");
-  EXPECT_TRUE(client.says("after\n"));
-  EXPECT_THAT(client.leave(), HasSubstr("\nReceive invalid msg [" + longest + "y]\n"));
-}
-
-TEST_F(ConsoleClient, SendsHeartbeatsWhileItIsSilent) {
-  configure("cli_connection_expires=10\n");
-  Client client(home_);
-  peer_.accept_login();
-  EXPECT_EQ(peer_.line(), "heartbeat");
-  EXPECT_EQ(peer_.line(), "heartbeat");
-  EXPECT_EQ(client.leave(), "Goodbye!\n");
+  client.type("QUIT\r\nnot sent\n");
+  EXPECT_EQ(client.end(), "Goodbye!\n");
+  EXPECT_FALSE(peer_.has_line());
 }
 
 TEST_F(ConsoleClient, AServerThatStreamsWithoutEndDoesNotStopHeartbeatsOrTheEnd) {
@@ -327,7 +261,7 @@ TEST_F(ConsoleClient, AServerThatStreamsWithoutEndDoesNotStopHeartbeatsOrTheEnd)
 // Two threads that wait for each other's reader would wait for ever, and a heartbeat in the middle
 // of a line would spoil both.
 TEST_F(ConsoleClient, AServerThatDoesNotReadIsListenedToAndGetsWholeLinesLater) {
-  Fd file(open((home_.path() / "typed").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+  qvn_fd file(open((home_.path() / "typed").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
   const std::string typed(1000, 't');
   constexpr int kLines = 8000;  // more than all buffers between the two hold
   std::string content;
@@ -383,20 +317,6 @@ TEST_F(ConsoleClient, EndOfInputDoesNotEndItAndCostsNothing) {
   EXPECT_EQ(client.end(), std::string("still here\n") + kOrderlyEnd);
   const auto seconds = std::chrono::duration<double>(Clock::now() - start).count();
   EXPECT_LT(static_cast<double>(client.waits()), 100 * seconds);
-}
-
-TEST_F(ConsoleClient, ATerminalGoesOnBehindItsEndMark) {
-  Fd terminal(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  ASSERT_EQ(grantpt(terminal.get()), 0);
-  ASSERT_EQ(unlockpt(terminal.get()), 0);
-  Fd keyboard(open(ptsname(terminal.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
-  Client client(home_, keyboard.get());
-  peer_.accept_login();
-  for (const std::string typed : {"help\n", "\x04", "get_conf\n", "quit\n"})
-    EXPECT_EQ(write(terminal.get(), typed.data(), typed.size()), ssize(typed));
-  EXPECT_EQ(peer_.typed_line(), "help");
-  EXPECT_EQ(peer_.typed_line(), "get_conf");
-  EXPECT_EQ(client.end(), "Goodbye!\n");
 }
 
 TEST(ConsoleClientProcess, ReportsThatNobodyListens) {

@@ -6,13 +6,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/qvn_socket.h"
 #include "e2e/import_world.h"
 
 namespace {
 
 using e2e::Columns;
 using e2e::day;
-using support::DaemonHarness;
 using support::Row;
 using support::Session;
 using testing::ElementsAre;
@@ -20,15 +20,14 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 
 struct Scenario {
-  std::string name;  ///< also the database's
-  Columns columns;   ///< of the job
+  std::string name;     ///< also the database's
+  std::string columns;  ///< of the job: "name=value ..."
   std::string deck;
   std::string outcome;        ///< "status progress"
-  std::string rates;          ///< of rate table 7 afterwards; unless `any_rates`
+  std::string rates = "";     ///< of rate table 7 afterwards
+  std::string before = "";    ///< SQL run before the job is submitted
   std::string log = "";       ///< rate_import.log
   std::string reimport = "";  ///< rate_reimport.csv
-  std::string before = "";    ///< SQL run before the job is submitted
-  bool any_rates = false;
 };
 
 std::string result_file(Session& portal, const std::string& name) {
@@ -44,7 +43,8 @@ void run_scenarios(const std::vector<Scenario>& scenarios) {
     if (!s.before.empty())
       portal.query(s.before);
     std::filesystem::create_directory(daemon->path() / s.name);
-    ids.push_back(e2e::submit(portal, daemon->path() / s.name, s.deck, "7", s.columns));
+    ids.push_back(
+        e2e::submit(portal, daemon->path() / s.name, s.deck, "7", e2e::columns(s.columns)));
   }
   daemon->start();
   for (size_t i = 0; i < scenarios.size(); i++) {
@@ -52,9 +52,7 @@ void run_scenarios(const std::vector<Scenario>& scenarios) {
     SCOPED_TRACE(s.name);
     Session portal = e2e::cluster().connect(s.name);
     EXPECT_EQ(e2e::outcome(portal, ids[i]), s.outcome);
-    if (!s.any_rates) {
-      EXPECT_EQ(e2e::rates(portal, "7"), s.rates);
-    }
+    EXPECT_EQ(e2e::rates(portal, "7"), s.rates);
     EXPECT_EQ(result_file(portal, "rate_import.log"), s.log);
     EXPECT_EQ(result_file(portal, "rate_reimport.csv"), s.reimport);
   }
@@ -75,7 +73,7 @@ TEST(Import, EveryColumnReachesTheTableAndTheJobRow) {
       portal, daemon->path(),
       " Rate , CODE,code_name,country,effective_date,end_date,intra_rate,inter_rate,local_rate,"
       "setup_fee,grace_time,min_time,rate_type,seconds,interval,zone,ocn,lata,remark\n"
-      "0.1,44, UK ,\"Great Britain\",2024-03-01,2024-04-30,0.2,0.3,0.4,0.5,1,2,3,30,10,4,x,y,z\n"
+      "0.1,44, UK ,\"Great Britain\",2024-03-01,2024-04-30,0.2,0.3,0.4,0.5,1,2,3,65566,10,4,x,y,z\n"
       ",49,,,2024-03-02,,,,,,,,,0,0,,,,\n",
       "7", {{"upload_file_path", "'" + daemon->path().string() + "/  '"}});
   daemon->start();
@@ -120,81 +118,28 @@ TEST(Import, EveryColumnReachesTheTableAndTheJobRow) {
 
 TEST(Import, EveryFailingCheckHasItsTextAndLeavesTheRatesAlone) {
   const std::string good = "code,rate,effective_date\n44,0.1,2024-03-01\n";
-  const std::string header_invalid = "5 Import header invalid";
-  const std::string old = stored("44", "9", "2020-01-01");
-  const std::string kept = "44|9|2020-01-01|\n";
+  const std::string header = "5 Import header invalid", format = "5 Unsupported rate date format";
+  const std::string old = stored("44", "9", "2020-01-01"), kept = "44|9|2020-01-01|\n";
   run_scenarios({
-      {"f_format",
-       {{"rate_date_format", "'YYYYMMDD'"}, {"upload_file_path", "''"}},
-       good,
-       "5 Unsupported rate date format",
-       ""},
-      {"f_no_format", {{"rate_date_format", "NULL"}}, good, "5 Unsupported rate date format", ""},
-      {"f_no_path",
-       {{"upload_file_path", "NULL"}, {"rate_table_id", "NULL"}},
-       good,
-       "5 missing souce rate file",
-       ""},
-      {"f_no_file", {{"upload_format_file", "''"}}, good, "5 missing souce rate file", ""},
-      {"f_no_table",
-       {{"rate_table_id", "NULL"}, {"use_ocn_lata_code", "1"}},
-       good,
-       "5 Not assign rate table id",
-       ""},
-      {"f_ocn", {{"use_ocn_lata_code", "1"}}, good, "5 Unsupported OCN LATA code import", ""},
-      {"f_absent",
-       {{"upload_format_file", "'absent.csv'"}},
-       good,
-       "5 Open rate file failed",
-       kept,
-       "",
-       "",
-       old},
-      {"f_no_code", {}, "rate,effective_date\n0.1,2024-03-01\n", header_invalid, ""},
-      {"f_no_date", {}, "code,rate\n44,0.1\n", header_invalid, ""},
-      {"f_empty", {}, "", header_invalid, ""},
-      {"f_blank", {}, "\n\r\n\n", header_invalid, kept, "", "", old},
-      {"f_load_rates",
-       {},
-       good,
-       "5 Load rate data failed",
-       "",
-       "",
-       "",
-       "ALTER TABLE rate RENAME COLUMN end_date TO gone",
-       true},
-      {"f_load_deck",
-       {{"code_deck_flag", "1"}},
-       good,
-       "5 Load code deck failed",
-       kept,
-       "",
-       "",
+      {"f_format", "rate_date_format='YYYYMMDD' upload_file_path=''", good, format},
+      {"f_no_format", "rate_date_format=NULL", good, format},
+      {"f_no_path", "upload_file_path=NULL rate_table_id=NULL", good, "5 missing souce rate file"},
+      {"f_no_file", "upload_format_file=''", good, "5 missing souce rate file"},
+      {"f_no_table", "rate_table_id=NULL use_ocn_lata_code=1", good, "5 Not assign rate table id"},
+      {"f_ocn", "use_ocn_lata_code=1", good, "5 Unsupported OCN LATA code import"},
+      {"f_absent", "upload_format_file='x.csv'", good, "5 Open rate file failed", kept, old},
+      {"f_no_code", "", "rate,effective_date\n0.1,2024-03-01\n", header},
+      {"f_no_date", "", "code,rate\n44,0.1\n", header},
+      {"f_blank", "", "\n\r\n\n", header, kept, old},
+      {"f_load_rates", "", good, "5 Load rate data failed", "",
+       "ALTER TABLE rate ALTER effective_date TYPE text"},
+      {"f_load_deck", "code_deck_flag=1", good, "5 Load code deck failed", kept,
        old + "DROP TABLE code"},
-      {"f_copy_header",
-       {},
-       good,
-       "5 Copy rate header failed",
-       kept,
-       "",
-       "",
+      {"f_copy_header", "", good, "5 Copy rate header failed", kept,
        old + "ALTER TABLE rate DROP COLUMN zone"},
       // The server knows the calendar; the line checks do not.
-      {"f_calendar",
-       {},
-       "code,effective_date\n44,2024-02-31\n",
-       "5 Copy rate failed",
-       kept,
-       "",
-       "",
-       old},
-      {"f_copy",
-       {},
-       good,
-       "5 Copy rate failed",
-       kept,
-       "",
-       "",
+      {"f_calendar", "", "code,effective_date\n44,2024-02-31\n", "5 Copy rate failed", kept, old},
+      {"f_copy", "", good, "5 Copy rate failed", kept,
        old + "ALTER TABLE rate ADD CHECK (rate > 1)"},
   });
 }
@@ -224,71 +169,38 @@ TEST(Import, ResultFilesThatCannotBeMadeFailTheJob) {
 TEST(Import, StoredRatesAreEndedOrDeletedByTheirDates) {
   const std::string deck = "code,rate,effective_date\n44,0.5,2024-03-01\n";
   const std::string added = "44|0.5|2024-03-01|\n";
-  const std::string same = stored("44", "9", "2024-03-01");
-  const std::string older = stored("44", "8", "2020-01-01");
-  const Columns remove{{"reduplicate_rate_action", "1"}}, end{{"reduplicate_rate_action", "2"}};
+  const std::string one = "4 Insert: 1, Delete: 0, Update: 0, Error: 0";
+  const std::string updated = "4 Insert: 1, Delete: 0, Update: 1, Error: 0";
+  const std::string same = stored("44", "9", "2024-03-01"), older = stored("44", "8", "2020-01-01");
+  const std::string remove = "reduplicate_rate_action=1", end = "reduplicate_rate_action=2";
+  const std::string closed = "44|8|2020-01-01|2024-02-29 23:59:59\n";
+  const std::string later = "44|6|2022-01-01|2024-02-29 23:59:59\n";
   run_scenarios({
-      {"r_same_0",
-       {},
-       deck,
-       "4 Insert: 1, Delete: 0, Update: 0, Error: 0",
-       "44|9|2024-03-01|\n" + added,
-       "",
-       "",
-       same},
-      {"r_same_1", remove, deck, "4 Insert: 1, Delete: 1, Update: 0, Error: 0", added, "", "",
-       same},
-      {"r_same_2", end, deck, "4 Insert: 1, Delete: 0, Update: 1, Error: 0",
-       "44|9|2024-03-01|now\n" + added, "", "", same},
-      {"r_older", remove, deck, "4 Insert: 1, Delete: 0, Update: 1, Error: 0",
-       "44|8|2020-01-01|2024-02-29 23:59:59\n" + added, "", "", older},
-      {"r_older_end",
-       {{"rate_end_date", "'2023-12-31 12:00:00+00'"}},
-       deck,
-       "4 Insert: 1, Delete: 0, Update: 1, Error: 0",
-       "44|8|2020-01-01|2023-12-31 12:00:00\n" + added,
-       "",
-       "",
-       older},
-      {"r_later", remove, deck, "4 Insert: 1, Delete: 0, Update: 0, Error: 0",
-       added + "44|7|2024-03-02|\n", "", "", stored("44", "7", "2024-03-02")},
+      {"r_same_0", "", deck, one, "44|9|2024-03-01|\n" + added, same},
+      {"r_same_1", remove, deck, "4 Insert: 1, Delete: 1, Update: 0, Error: 0", added, same},
+      {"r_same_2", end, deck, updated, "44|9|2024-03-01|now\n" + added, same},
+      {"r_older", remove, deck, updated, closed + added, older},
+      {"r_older_end", "rate_end_date='2023-12-31T12:00:00Z'", deck, updated,
+       "44|8|2020-01-01|2023-12-31 12:00:00\n" + added, older},
+      {"r_later", remove, deck, one, added + "44|7|2024-03-02|\n", stored("44", "7", "2024-03-02")},
       // Of two rates in force only the later one counts; the other was superseded before.
-      {"r_superseded",
-       {},
-       deck,
-       "4 Insert: 1, Delete: 0, Update: 1, Error: 0",
-       "44|8|2020-01-01|\n44|6|2022-01-01|2024-02-29 23:59:59\n" + added,
-       "",
-       "",
+      {"r_superseded", "", deck, updated, "44|8|2020-01-01|\n" + later + added,
        older + stored("44", "6", "2022-01-01")},
       // A rate that has ended is not touched, one that will end is ended again; other codes and
       // tables stay.
-      {"r_ended",
-       {},
-       deck,
-       "4 Insert: 1, Delete: 0, Update: 1, Error: 0",
-       "4|2|2020-01-01|\n44|8|2020-01-01|2021-01-01 00:00:00\n44|6|2022-01-01|2024-02-29 "
-       "23:59:59\n" +
-           added + "441|3|2020-01-01|\n",
-       "",
-       "",
+      {"r_ended", "", deck, updated,
+       "4|2|2020-01-01|\n44|8|2020-01-01|2021-01-01 00:00:00\n" + later + added +
+           "441|3|2020-01-01|\n",
        stored("44", "8", "2020-01-01", "'2021-01-01 00:00:00+00'") +
            stored("44", "6", "2022-01-01", "now() + interval '1 day'") +
            stored("4", "2", "2020-01-01") + stored("441", "3", "2020-01-01") +
            "INSERT INTO rate (rate_table_id, code, effective_date) VALUES (77, '44', "
            "'2020-01-01')"},
       // An old rate that follows the new one and one that precedes it.
-      {"r_around", end, deck, "4 Insert: 1, Delete: 0, Update: 1, Error: 0",
-       "44|8|2020-01-01|2024-02-29 23:59:59\n" + added + "44|5|" + day(30) + "|\n", "", "",
+      {"r_around", end, deck, updated, closed + added + "44|5|" + day(30) + "|\n",
        older + stored("44", "5", day(30))},
-      {"r_nothing",
-       {},
-       "code,effective_date\n",
-       "4 Insert: 0, Delete: 0, Update: 0, Error: 0",
-       "44|8|2020-01-01|\n",
-       "",
-       "",
-       older},
+      {"r_nothing", "", "code,effective_date\n", "4 Insert: 0, Delete: 0, Update: 0, Error: 0",
+       "44|8|2020-01-01|\n", older},
   });
 }
 
@@ -342,41 +254,22 @@ TEST(Import, RefusedLinesAreReportedAndKeptByteForByte) {
   deck += "4,1.,2024-02-28" + commas + "\n5,1," + day(89) + "," + day(178) + commas.substr(1);
   const std::string errors = std::to_string(refusals.size());
   run_scenarios(
-      {{"refused",
-        {},
-        deck,
-        "4 Insert: 3, Delete: 0, Update: 0, Error: " + errors,
-        "3|0.2|2024-03-01|\n4|1|2024-02-28|\n5|1|" + day(89) + "|" + day(178) + " 23:59:59\n",
-        log,
-        reimport}});
+      {{"refused", "", deck, "4 Insert: 3, Delete: 0, Update: 0, Error: " + errors,
+        "3|0.2|2024-03-01|\n4|1|2024-02-28|\n5|1|" + day(89) + "|" + day(178) + " 23:59:59\n", "",
+        log, reimport}});
 }
 
 TEST(Import, EachDateFormatReadsItsOwnOrder) {
-  const auto deck = [](const std::string& date) {
-    return "code,effective_date\n44," + date + "\n";
-  };
-  const std::string ok = "4 Insert: 1, Delete: 0, Update: 0, Error: 0", rate = "44||2023-12-31|\n";
-  const std::string refused = "4 Insert: 0, Delete: 0, Update: 0, Error: 1";
-  const auto scenario = [&](const std::string& name, const std::string& format,
-                            const std::string& date) {
-    return Scenario{name, {{"rate_date_format", "'" + format + "'"}}, deck(date), ok, rate};
-  };
-  std::vector<Scenario> scenarios = {
-      scenario("d_mdy_slash", "MM/DD/YYYY", "12/31/2023"),
-      scenario("d_ymd", "yyyy-mm-dd", "2023-12-31"),
-      scenario("d_dmy", "DD-MM-YYYY", "31-12-2023"),
-      scenario("d_mdy", "MM-DD-YYYY", "12-31-2023"),
-      scenario("d_dmy_slash", "DD/MM/YYYY", " 31/12/2023 "),
-      scenario("d_ymd_slash", "YYYY/MM/DD", "2023/12/31"),
-  };
-  Scenario wrong{"d_wrong",
-                 {{"rate_date_format", "'DD/MM/YYYY'"}},
-                 deck("12/31/2023"),
-                 refused,
-                 "",
-                 "Line 2 : Effective date month invalid, 12/31/2023\n",
-                 "44,12/31/2023\n"};
-  scenarios.push_back(wrong);
+  const char* const formats[][2] = {{"MM/DD/YYYY", "12/31/2023"},   {"yyyy-mm-dd", "2023-12-31"},
+                                    {"DD-MM-YYYY", "31-12-2023"},   {"MM-DD-YYYY", "12-31-2023"},
+                                    {"DD/MM/YYYY", " 31/12/2023 "}, {"YYYY/MM/DD", "2023/12/31"}};
+  std::vector<Scenario> scenarios;
+  for (const auto& [format, date] : formats)
+    scenarios.push_back({"date" + std::to_string(scenarios.size()),
+                         std::string("rate_date_format='") + format + "'",
+                         std::string("code,effective_date\n44,") + date + "\n44,2/2\n",
+                         "4 Insert: 1, Delete: 0, Update: 0, Error: 1", "44||2023-12-31|\n", "",
+                         "Line 3 : Effective date format invalid, 2/2\n", "44,2/2\n"});
   run_scenarios(scenarios);
 }
 
@@ -439,22 +332,13 @@ TEST(Import, AHostileDeckEndsItsJobAndNothingElse) {
     noise += static_cast<char>((state = state * 1103515245 + 12345) >> 16);
   const std::vector<std::pair<std::string, std::string>> decks = {
       {"h_nul", header + "44,a\0b,2024-03-01\n45,c,2024-03-01\n"s},
-      {"h_nul_first", "\0"s + header + "\0\n44,a,2024-03-01\n"s},
-      {"h_control", header + "44,\x01\x1b[2J\x7f,2024-03-01\n"},
-      {"h_utf8", header + "44,\xff\xfe\xc3,2024-03-01\n"},
+      {"h_bytes", header + "44,\xff\xfe\xc3,2024-03-01\n45,\x01\x1b[2J\x7f,2024-03-01\n"},
       {"h_backslash", header + "44,\\,2024-03-01\n45,\\.,2024-03-01\n46,\\N,2024-03-01\n"},
       {"h_format", header + "44%s%n,%s%s%s%n,2024-03-01\n%n%n%n\n"},
-      {"h_quote", header + "44,\"it's,2024-03-01\n44',x,2024-03-01\n"},
       {"h_long_line", header + "44," + std::string(1 << 20, 'x') + ",2024-03-01\n"},
-      {"h_long_code", header + std::string(255, '4') + ",a,2024-03-01\n" + std::string(256, '4') +
-                          ",a,2024-03-01\n" + std::string(900, '5') + ",a,2024-03-01\n"},
-      {"h_commas",
-       "code,effective_date" + std::string(100000, ',') + "\n" + std::string(1 << 20, ',') + "\n"},
-      {"h_dates", header + "1,a,9999999999-1-1\n2,a,2024-99999999999999999999-1\n"
-                           "3,a,2147483647-12-31\n4,a,2024--5-1\n5,a,----\n6,a,-2024-1-1\n"},
-      {"h_cr_only", "code,effective_date\r44,2024-03-01\r"},
+      {"h_long_code", header + std::string(900, '5') + ",a,2024-03-01\n"},
+      {"h_commas", "code,effective_date" + std::string(100000, ',') + "\n"},
       {"h_noise", noise},
-      {"h_noise_lines", header + noise},
       {"h_directory", ""},
       {"h_device", ""},
   };
@@ -526,6 +410,25 @@ TEST(Import, ARateTableInWorkIsNotTakenTwice) {
   locker.query("ROLLBACK");
   EXPECT_EQ(e2e::outcome(portal, first), "4 Insert: 1, Delete: 0, Update: 0, Error: 0");
   EXPECT_EQ(e2e::outcome(portal, second), "4 Insert: 1, Delete: 0, Update: 0, Error: 0");
+}
+
+TEST(Import, DatabasesThatDoNotAnswerAreSkippedAndTheOthersServed) {
+  const int silent = support::free_port();
+  const qvn_fd never_answers(
+      qvn_tcp_socket_and_listen("127.0.0.1", static_cast<uint16_t>(silent), 100));
+  auto daemon = e2e::daemon_for({"served"});
+  daemon->write_database_list(
+      support::database_section("a", silent, "silent") +
+      support::database_section("b", e2e::cluster().port(), "served") +
+      support::database_section("c", e2e::cluster().port(), "no_such_database"));
+  daemon->start();
+  Session portal = e2e::cluster().connect("served");
+  const std::string deck = "code,effective_date\n44,2024-03-01\n";
+  EXPECT_EQ(e2e::outcome(portal, e2e::submit(portal, daemon->path(), deck, "8")),
+            "4 Insert: 1, Delete: 0, Update: 0, Error: 0");
+  // Both broken ones are tried again in the next cycles.
+  EXPECT_TRUE(daemon->wait_log("WEB task DB connect failed, PQstatus:1, ", 4));
+  EXPECT_THAT(daemon->log(), HasSubstr("database \"no_such_database\" does not exist"));
 }
 
 }  // namespace

@@ -11,7 +11,6 @@ namespace {
 
 using support::DaemonHarness;
 using support::Ending;
-using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
@@ -122,17 +121,6 @@ TEST(Process, BadSettingsAreReportedAndTheDaemonStartsAllTheSame) {
                                  "The max concurrent rerate task MUST be in 5 - 100\n",
                                  "The max concurrent rate upload task MUST be in 5 - 300\n",
                                  "Start running...\n"});
-}
-
-TEST(Process, LinesHaveTimeLevelModuleAndLine) {
-  DaemonHarness daemon;
-  daemon.start();
-  EXPECT_THAT(daemon.log(),
-              ContainsRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}  \\[NOTICE\\] "
-                            "main:[0-9]+ Read configuration\\.\\.\\.\n"));
-  EXPECT_TRUE(daemon.wait_log("Changed log level to [DEBUG]\n"));
-  EXPECT_EQ(daemon.run({"-kill"}).status, 0);
-  daemon.wait_end();
 }
 
 TEST(Process, ASecondInstanceLeavesTheFirstAlone) {

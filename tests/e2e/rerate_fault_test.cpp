@@ -11,12 +11,9 @@ namespace fs = std::filesystem;
 
 using e2e::Call;
 using e2e::Side;
-using e2e::waiting;
-using support::DaemonHarness;
 using support::Session;
 
 const char* const kMinute = "0.100000|0.100000|60|1.000000|5|44|UK|Britain|3|1772323200";
-const char* const kTrunks = "1,1,1,0";
 
 /// Stores trunk, rates and a call on each of the first three days of March.
 void store_world(Session& portal) {
@@ -48,10 +45,6 @@ void expect_next_jobs_work(const Scenarios& scenarios) {
                      e2e::lines({e2e::priced(call, Side::ingress, kMinute),
                                  e2e::priced(call, Side::egress, kMinute)}));
   }
-}
-
-std::string removed(const std::string& database) {
-  return "127.0.0.1-" + database + " remove rerate task, current task count 0\n";
 }
 
 /// A fault that ends a day's work, the rest of the job going on.
@@ -139,13 +132,6 @@ std::vector<Fault> faults() {
       {"no_file", "",
        [](const fs::path& folder) { fs::create_directories(folder / "1-1-2026-03-02.cdr"); },
        day_files({"01", "03"}), "no_file/1/1-1-2026-03-02.cdr failed, error:21(Is a directory)\n"},
-      {"full_disk", "",
-       [](const fs::path& folder) {
-         fs::create_directories(folder);
-         fs::create_symlink("/dev/full", folder / "1-1-2026-03-02.cdr");
-       },
-       day_files({"01", "03"}),
-       "full_disk/1/1-1-2026-03-02.cdr failed, error:28(No space left on device)\n"},
       {"full_disk_early", many,
        [](const fs::path& folder) {
          fs::create_directories(folder);
@@ -194,109 +180,6 @@ TEST(RerateFault, AFailedLoadOrFileEndsItsDayAndNothingElse) {
   EXPECT_FALSE(written("27", "2026-03-02"));
   EXPECT_TRUE(written("69", "2026-03-03"));
   EXPECT_FALSE(written("68", "2026-03-03"));
-}
-
-/// What holds a job up in one phase, and how it ends when it goes no further.
-struct Phase {
-  const char* name;       ///< also the database's
-  const char* table;      ///< locked by another session
-  const char* waits_for;  ///< beginning of the daemon's statement that waits for the lock
-  const char* trunks;
-  const char* failure;    ///< end of the job's last log line when its connection is gone
-  const char* cancelled;  ///< outcome when the statement alone is cancelled
-  const char* listed;     ///< file list then
-};
-
-const Phase kPhases[] = {
-    {"in_profiles", "time_profile", "copy time_profile", kTrunks,
-     "Rerate task 1 execution failed, error_code 3, Get ingress rate table 1 failed\n", "0 4 ",
-     "1-1-2026-03-01.cdr,1-1-2026-03-01.cdr,1-1-2026-03-02.cdr,1-1-2026-03-02.cdr"},
-    {"in_fixed", "rate", "copy (select code, rate_id", "1,1,1,1772323200",
-     "Rerate task 1 execution failed, error_code 3, Get ingress t rate failed\n",
-     "3 5 Get ingress t rate failed", ""},
-    {"in_rates", "rate", "copy (select code, rate_id", kTrunks,
-     "Rerate task 1 have been completed, cdr count 0, elapsed ", "0 4 ",
-     "1-1-2026-03-02.cdr,1-1-2026-03-02.cdr"},
-    {"in_calls", "client_cdr20260301", "copy (select connection_type", kTrunks,
-     "Rerate task 1 have been completed, cdr count 0, elapsed ", "0 4 ",
-     "1-1-2026-03-02.cdr,1-1-2026-03-02.cdr"},
-};
-
-/// Starts a daemon with a job of two days in each phase's database and waits until each is held up
-/// in its phase.
-std::unique_ptr<DaemonHarness> hold_up_jobs(std::vector<Session>& lockers) {
-  for (const Phase& phase : kPhases)
-    e2e::drop_database(phase.name);
-  auto daemon = e2e::daemon_for_each(kPhases);
-  for (const Phase& phase : kPhases) {
-    Session portal = e2e::cluster().connect(phase.name);
-    store_world(portal);
-    submit(portal, std::string("to_time=1772495999 ingress_trunk='") + phase.trunks + "'");
-    lockers.push_back(e2e::cluster().connect(phase.name));
-    lockers.back().query("BEGIN; LOCK TABLE " + std::string(phase.table) +
-                         " IN ACCESS EXCLUSIVE MODE");
-  }
-  daemon->start();
-  for (const Phase& phase : kPhases) {
-    Session portal = e2e::cluster().connect(phase.name);
-    EXPECT_TRUE(e2e::wait_waiting(portal, phase.waits_for)) << phase.name;
-  }
-  return daemon;
-}
-
-TEST(RerateFault, ABackendThatDiesInAnyPhaseEndsItsJob) {
-  std::vector<Session> lockers;
-  auto daemon = hold_up_jobs(lockers);
-  for (size_t i = 0; i < std::size(kPhases); i++) {
-    SCOPED_TRACE(kPhases[i].name);
-    Session portal = e2e::cluster().connect(kPhases[i].name);
-    EXPECT_EQ(waiting(portal, kPhases[i].waits_for, "pg_terminate_backend(pid)"), "1");
-    EXPECT_TRUE(daemon->wait_log(removed(kPhases[i].name))) << daemon->log();
-    EXPECT_THAT(daemon->log(), testing::HasSubstr(kPhases[i].failure));
-    // Nobody could write the end into the row.
-    EXPECT_EQ(portal.value("SELECT status BETWEEN 1 AND 2 FROM rerate_cdr_task"), "t");
-    lockers[i].query("ROLLBACK");
-  }
-  expect_next_jobs_work(kPhases);
-}
-
-TEST(RerateFault, ACancelledStatementCostsTheDayOrTheJob) {
-  std::vector<Session> lockers;
-  auto daemon = hold_up_jobs(lockers);
-  for (size_t i = 0; i < std::size(kPhases); i++) {
-    SCOPED_TRACE(kPhases[i].name);
-    Session portal = e2e::cluster().connect(kPhases[i].name);
-    EXPECT_EQ(waiting(portal, kPhases[i].waits_for, "pg_cancel_backend(pid)"), "1");
-    EXPECT_TRUE(daemon->wait_log("canceling statement due to user request\n", int(i) + 1));
-    lockers[i].query("ROLLBACK");
-    EXPECT_EQ(e2e::rerated(portal, "1"), kPhases[i].cancelled);
-    EXPECT_EQ(e2e::listed_files(portal, "1"), kPhases[i].listed);
-  }
-  expect_next_jobs_work(kPhases);
-}
-
-TEST(RerateFault, SigtermEndsTheDaemonInOrderWhileJobsAreHeldUp) {
-  std::vector<Session> lockers;
-  auto daemon = hold_up_jobs(lockers);
-  e2e::end_by_sigterm(*daemon);
-}
-
-TEST(RerateFault, SigtermEndsTheDaemonInOrderWhileCallsAreRated) {
-  auto daemon = e2e::daemon_for({"busy1", "busy2"});
-  daemon->write_main_conf("[rerate]\ncdr_directory=" + (daemon->path() / "cdr").string() + "\n");
-  for (const char* database : {"busy1", "busy2"}) {
-    Session portal = e2e::cluster().connect(database);
-    store_world(portal);
-    portal.query(
-        "INSERT INTO client_cdr20260301 SELECT c.* FROM client_cdr20260301 c,"
-        " generate_series(1, 200000)");
-    submit(portal);
-  }
-  daemon->start();
-  EXPECT_TRUE(daemon->wait_log("Rerate task 1 rerate ingress t 2026-03-01 CDRs\n"));
-  e2e::end_by_sigterm(*daemon);
-  EXPECT_TRUE(fs::exists(e2e::output_folder(daemon->path() / "cdr", "busy1")) ||
-              fs::exists(e2e::output_folder(daemon->path() / "cdr", "busy2")));
 }
 
 }  // namespace

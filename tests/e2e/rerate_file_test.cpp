@@ -1,7 +1,8 @@
 // What reratings charge: every call of these tables has a trunk and a rate table of its own and is
 // rated twice, as a call that came from the trunk and as one that went to it.
 //
-// All figures are worked out by hand. Columns of a price: rate, cost, seconds and minutes billed.
+// scripts/money prices all that is regular once more; here are the odd cases, with figures worked
+// out by hand. Columns of a price: rate, cost, seconds and minutes billed.
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -41,23 +42,11 @@ const char* const kNothing = "0.100000|0.000000|0|0.000000";
 std::vector<Price> arithmetic() {
   return {
       {"a minute", "", "", kMinute},
-      {"a started interval", "", "call_duration=61", "0.100000|0.110000|66|1.100000"},
       {"the minimum is no multiple of the interval", "min_time=31", "call_duration=7",
        "0.100000|0.051667|31|0.516667"},
-      {"as long as the minimum", "min_time=30", "call_duration=30",
-       "0.100000|0.050000|30|0.500000"},
-      {"above the minimum", "min_time=30", "call_duration=31", "0.100000|0.060000|36|0.600000"},
       {"grace is free of the fee too but has minutes", "grace_time=10 setup_fee=0.25",
        "call_duration=9", "0.100000|0.000000|12|0.200000"},
-      {"as long as the grace", "grace_time=10", "call_duration=10",
-       "0.100000|0.020000|12|0.200000"},
-      {"one fee", "setup_fee=0.25", "call_duration=120", "0.100000|0.450000|120|2.000000"},
-      {"a rate of half a minute", "seconds=30", "", "0.100000|0.200000|60|2.000000"},
-      {"256 seconds are none", "seconds=256 setup_fee=0.25", "", kNothing},
-      {"316 seconds are 60", "seconds=316", "", kMinute},
       {"no seconds", "seconds=NULL", "", kNothing},
-      {"no interval", "interval=0 setup_fee=0.25", "", kNothing},
-      {"an interval of 256 is none", "interval=256", "", kNothing},
       {"an interval of 300 is 44", "interval=300", "", "0.100000|0.146667|88|1.466667"},
       {"billed seconds have 16 bits", "", "call_duration=65537", "0.100000|0.003333|2|0.033333"},
       {"at the tolerance", "rate=0.000001", "", "0.000001|0.000001|60|1.000000"},
@@ -74,20 +63,12 @@ struct Rounding {
 };
 
 const Rounding kRoundings[] = {
-    {"0.123456", "4", "0", "0.123456|0.123500"},
-    {"0.123456", "4", "1", "0.123456|0.123400"},
-    {"0.123456", "4", "2", "0.123456|0.123500"},
     {"0.123446", "4", "0", "0.123446|0.123500"},
     {"0.123446", "4", "2", "0.123446|0.123400"},
     {"0.123456", "4", "3", "0.123456|0.123400"},
-    {"0.1234", "4", "0", "0.123400|0.123400"},
-    {"0.123456", "5", "0", "0.123456|0.123460"},
-    {"0.123456", "1", "0", "0.123456|0.200000"},
     {"0.99999", "2", "0", "0.999990|1.000000"},
     {"1.9", "0", "0", "1.900000|1.000000"},
-    {"1.9", "0", "2", "1.900000|1.000000"},
     {"1.9", "", "", "1.900000|1.000000"},
-    {"0.123456", "6", "0", "0.123456|0.123456"},
     {"0.123456", "7", "2", "0.123456|0.123456"},
     {"0.123456", "258", "257", "0.123456|0.120000"},
     // Single precision holds 16.7 as 16.700001, whose last digit rounds it up.
@@ -111,32 +92,23 @@ Group roundings() {
 std::vector<Price> record_choice() {
   return {
       {"the oldest", "effective_date='2025-01-01';effective_date='2026-02-01'", "", kMinute, 0},
-      {"the oldest, loaded last", "effective_date='2026-02-01';effective_date='2025-01-01'", "",
-       kMinute, 1},
       {"of equal dates the one loaded last", ";", "", kMinute, 1},
-      {"in force from now on", "effective_date='2026-03-01T12:00:00Z';code='4'", "", kMinute, 0},
       {"in force a second later", "effective_date='2026-03-01T12:00:01Z';code='4'", "", kMinute, 1},
       {"microseconds are cut", "effective_date='2026-03-01T12:00:00Z';code='4'",
        "start_time_of_date=1772366399999999", kMinute, 1},
       {"in force until now", "end_date='2026-03-01T12:00:00Z';code='4'", "", kMinute, 0},
-      {"ended a second ago", "end_date='2026-03-01T11:59:59Z';code='4'", "", kMinute, 1},
       {"ended at the requested date", "end_date='2026-03-01T00:00:00Z';code='4'",
        "start_time_of_date=1772323200000000", kMinute, 1},
-      {"the longest code, however new", ";code='4420' effective_date='2026-02-28'", "", kMinute, 1},
-      {"the whole number", ";code='442012345678'", "", kMinute, 1},
       {"more than the number", ";code='4420123456789'", "", kMinute, 0},
       {"over a gap of many digits", "code='44201234' end_date='2026-03-01T06:00:00Z';code='4'", "",
        kMinute, 1},
       {"no names", "code_name=NULL country=''", "", kMinute},
       {"a country with a comma keeps its quotes", "country='Britain,Great'", "", kMinute},
-      {"routed number", ";code='33'", "lrn_dnis=3312345", kMinute, 0},
       {"routed number by type 0", ";code='33'", "ingress_dnis_type=0 lrn_dnis=3312345", kMinute, 0},
-      {"ported number", ";code='33'", "ingress_dnis_type=1 lrn_dnis=3312345", kMinute, 1},
       {"the egress side's own type is not looked at", ";code='33'",
        "egress_dnis_type=1 lrn_dnis=3312345", kMinute, 0},
       {"no ported number", "", "ingress_dnis_type=1", "-1 noted"},
       {"no number", "", "routing_digits=", "-1 noted"},
-      {"another number", "", "routing_digits=33", "-1 noted"},
       {"a rate without a code is no default", "code=''", "", "-1 noted"},
       {"not yet in force", "effective_date='2026-03-01T12:00:01Z'", "", "-1 noted"},
   };
@@ -151,32 +123,19 @@ struct Profile {
 };
 
 const Profile kProfiles[] = {
-    {"every weekday", "1,1,7,'00:00:00','23:59:59',''", 12, 0, 0, true},
-    {"working days", "1,1,5,'00:00:00','23:59:59',''", 12, 0, 0, false},
     {"Sunday is 7", "1,7,7,'00:00:00','23:59:59',''", 12, 0, 0, true},
     {"Sunday is not 0", "1,0,6,'00:00:00','23:59:59',NULL", 12, 0, 0, false},
     {"east, already Monday", "1,1,1,'00:00:00','02:00:00','+0200'", 23, 0, 0, true},
-    {"east, no more Sunday", "1,7,7,'00:00:00','02:00:00','+0200'", 23, 0, 0, false},
     {"east, still Sunday", "1,7,7,'23:00:00','23:59:59','+0200'", 21, 30, 0, true},
     {"west, still Saturday", "1,6,6,'22:00:00','23:30:00','-0200'", 1, 0, 0, true},
-    {"west, already Sunday", "1,7,7,'00:00:00','00:30:00','-0200'", 2, 0, 0, true},
     {"minus four hours are none", "2,1,1,'12:00:00','12:30:00','-0400'", 12, 0, 0, true},
     {"half hours are none", "2,1,1,'12:00:00','12:30:00','+0530'", 12, 0, 0, true},
-    {"type 2 knows no weekday", "2,1,1,'11:00:00','13:00:00',''", 12, 0, 0, true},
-    {"type 2 knows zones", "2,1,1,'11:00:00','13:00:00','+0100'", 12, 30, 0, false},
     {"no wrap, before midnight", "2,1,7,'22:00:00','06:30:00',''", 23, 0, 0, false},
     {"no wrap, after midnight", "2,1,7,'22:00:00','06:30:00',''", 3, 0, 0, false},
     {"but the last hour", "2,1,7,'22:00:00','06:30:00',''", 6, 30, 0, true},
     {"and not beyond", "2,1,7,'22:00:00','06:30:00',''", 6, 30, 1, false},
-    {"from its minute on", "2,1,7,'12:30:00','14:00:00',''", 12, 30, 0, true},
-    {"not before", "2,1,7,'12:30:00','14:00:00',''", 12, 29, 59, false},
-    {"up to its end", "2,1,7,'12:30:00','14:00:00',''", 14, 0, 0, true},
-    {"not after", "2,1,7,'12:30:00','14:00:00',''", 14, 0, 1, false},
-    {"within one hour", "2,1,7,'12:30:00','12:45:00',''", 12, 45, 0, true},
-    {"too early within one hour", "2,1,7,'12:30:00','12:45:00',''", 12, 29, 59, false},
     {"too late within one hour", "2,1,7,'12:30:00','12:45:00',''", 12, 45, 1, false},
     {"no hours", "2,1,7,NULL,NULL,''", 12, 0, 0, false},
-    {"another type always applies", "3,1,1,'00:00:00','01:00:00',''", 12, 0, 0, true},
 };
 
 Group time_profiles() {
@@ -218,28 +177,20 @@ std::vector<StateCall> states() {
       "jurisdiction_country_id=1 jurisdiction_prefix='1' prefix_min_length=11 prefix_max_length=267"
       " noprefix_min_length=10 noprefix_max_length=10";
   return {
-      {"within a state", kHome, kThere, kIntra, "2", kUs},
       {"both numbers without their 1", "2125550001", "2125550002", kIntra, "2", kUs},
       {"between states", "12135550001", kThere, kInter, "1", kUs},
-      {"caller unknown", "9995550001", kThere, kMinute, "3", kUs},
       {"caller empty", "", kThere, kMinute, "3", kUs},
-      {"called unknown", kHome, "13335550001", kMinute, "3", kUs},
       {"billed by the ported number", kHome, kThere, kInter, "1", kUs, "",
        "ingress_dnis_type=2 lrn_dnis=12135550002"},
       {"no rate", "12135550001", kThere, "-1 noted", "", kUs, "inter_rate=NULL"},
       {"a zero rate", "12135550001", kThere, "-1", "", kUs, "inter_rate=0"},
-      {"no country", kHome, kThere, kMinute, "3"},
       {"another country's prefixes", kHome, kThere, kIntra, "2", "jurisdiction_country_id=2"},
       {"the empty prefix counts as found", "9995550001", kThere, kInter, "1",
        "jurisdiction_country_id=3"},
       {"of one prefix the first id in byte order", "12145550001", "12146660001", kIntra, "2", kUs},
       {"local", kHome, kThere, kLocal, "5", kUs, "", kLocalCall},
       {"no local rate", kHome, kThere, kIntra, "2", kUs, "local_rate=NULL", kLocalCall},
-      {"a zero local rate", kHome, kThere, "-1", "", kUs, "local_rate=0", kLocalCall},
-      {"length within the bounds", kHome, kThere, kIntra, "2", lengths},
       {"too long", "121255500011", kThere, kMinute, "3", lengths},
-      {"too short", "1212555", kThere, kMinute, "3", lengths},
-      {"without prefix, within", "2125550001", kThere, kIntra, "2", lengths},
       {"without prefix, too long", "21255500011", kThere, kMinute, "3", lengths},
       {"a wrong length outranks local", "1212555", kThere, kMinute, "3", lengths, "", kLocalCall},
       {"one bound only", "1212555", kThere, kIntra, "2", lengths + " prefix_max_length=0"},

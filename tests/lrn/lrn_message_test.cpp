@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
 
 namespace {
@@ -33,23 +32,6 @@ TEST(lrn_request, is_written_to_the_letter) {
                "Content-Type: application/sdp\r\n"
                "Content-Length: 0\r\n\r\n");
   EXPECT_EQ(length, std::strlen(text.data()));
-}
-
-TEST(lrn_request, is_cut_at_its_room) {
-  const std::string number(1000, '5');
-  lrn_request_text text;
-  EXPECT_EQ(lrn_request_write(text, {.number = number.c_str(),
-                                     .from_user = "",
-                                     .server_host = "",
-                                     .server_port = 0,
-                                     .local_host = "",
-                                     .local_port = 0,
-                                     .call_id = "",
-                                     .branch = 0,
-                                     .tag = 0,
-                                     .cseq = 0}),
-            611U);
-  EXPECT_EQ(std::strlen(text.data()), 611U);
 }
 
 /// "accepted RESULT LOCATION LRN", "-" for what the response does not tell, or another verdict.
@@ -95,7 +77,6 @@ TEST(lrn_response, class_comes_from_the_status_line) {
           {response("  \r\n SIP/2.0 302"), "accepted 2 - -"},
           {response("SIP/2.0 503 Service Unavailable"), "accepted 5 - -"},
           {response("SIP/2.0 503 Service unavailable"), "accepted 6 - -"},
-          {response("SIP/2.0 503 S"), "accepted 6 - -"},
           {response("SIP/2.0 503"), "accepted 6 - -"},
           {response("SIP/2.0 404 Not Found"), "accepted 7 - -"},
           {response("SIP/2.0 30"), "accepted 7 - -"},
@@ -141,30 +122,6 @@ TEST(lrn_response, headers_are_told_by_the_beginning_of_their_line) {
           {ok + "To:\nTo:\nTo:\nFrom:\nFrom:\nCSeq: INVITE\nCall-ID: 7-5060\n", "headers missing"},
           {"", "headers missing"},
           {std::string("SIP/2.0 302\r\nTo:\0\r\nFrom:\r\n", 26), "headers missing"}});
-}
-
-/// The address sanitizer watches; the text ends where the datagram does.
-TEST(lrn_response, is_read_within_its_bounds_wherever_it_is_cut_or_changed) {
-  const std::string whole = response("SIP/2.0 503 Service Unavailable",
-                                     "Contact: <sip:1;rn=+5@h>\r\nLocation-Info: N\r\n");
-  const auto seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
-  for (std::size_t length = 0; length <= whole.size(); ++length) {
-    const std::unique_ptr<char[]> exact(new char[length]);
-    std::copy_n(whole.data(), length, exact.get());
-    lrn_answer answer;
-    (void)lrn_response_read({exact.get(), length}, kCallId, answer);
-    for (int change = 0; change < 20 && length > 0; ++change) {
-      exact[random() % length] = "\0\r\n ;@=rn+To:"[random() % 13];
-      (void)lrn_response_read({exact.get(), length}, kCallId, answer);
-    }
-  }
-  std::string many = "SIP/2.0 302\r\n";
-  while (many.size() < 60'000) {
-    many += "X: y\r\n";
-  }
-  EXPECT_EQ(read(many), "headers missing");
 }
 
 }  // namespace

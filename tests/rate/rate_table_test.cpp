@@ -27,35 +27,6 @@ std::vector<std::string> ids(const rp_hash_node* node) {
 
 using id_list = std::vector<std::string>;
 
-TEST(rate_list, is_kept_by_effective_date_and_of_equal_dates_the_newest_comes_first) {
-  rp_hash_node node{};
-  rate_node_link(&node, make_rate("a", 10));
-  rate_node_link(&node, make_rate("b", 30));
-  rate_node_link(&node, make_rate("c", 20));
-  rate_node_link(&node, make_rate("d", 20));
-  rate_node_link(&node, make_rate("e", 10));
-  rate_node_link(&node, make_rate("f", 30));
-  EXPECT_EQ(ids(&node), (id_list{"e", "a", "d", "c", "f", "b"}));
-  EXPECT_EQ(delete_rate_node(&node, nullptr), 1);
-  EXPECT_EQ(node.items, nullptr);
-  EXPECT_EQ(node.item_count, 0U);
-}
-
-TEST(rate_list, removing_one_rate_keeps_the_others_linked) {
-  rp_hash_node node{};
-  for (const char* const id : {"c", "b", "a"}) {
-    rate_node_link(&node, make_rate(id, 10));
-  }
-  EXPECT_EQ(delete_rate_node(&node, "x"), 0);
-  EXPECT_EQ(delete_rate_node(&node, "b"), 1);
-  EXPECT_EQ(ids(&node), (id_list{"a", "c"}));
-  EXPECT_EQ(delete_rate_node(&node, "a"), 1);
-  EXPECT_EQ(ids(&node), (id_list{"c"}));
-  EXPECT_EQ(delete_rate_node(&node, "c"), 1);
-  EXPECT_EQ(node.items, nullptr);
-  EXPECT_EQ(delete_rate_node(&node, "c"), 0);
-}
-
 /// A tree of rate table 7 that is loaded rate by rate at kNow.
 class loading : public testing::Test {
  protected:
@@ -110,52 +81,6 @@ TEST_F(loading, removing_the_last_rate_never_frees_the_callers_first_node) {
   EXPECT_EQ(code(), nullptr);
   load("1", 100);
   EXPECT_EQ(ids(code()), (id_list{"1"}));
-}
-
-TEST(code_deck, keeps_the_entry_that_stands_first_by_code_id) {
-  rp_hash_node node{};
-  for (const char* const id : {"5", "12", "7", "12"}) {
-    code_deck_node_link(&node, code_deck_node_create(id, "44", "1", "UK", "London"));
-    EXPECT_EQ(node.item_count, 1U);
-  }
-  const auto* const entry = static_cast<const code_deck_node*>(node.items);
-  ASSERT_NE(entry, nullptr);
-  EXPECT_STREQ(entry->code_id, "12") << "ids are compared as texts";
-  EXPECT_STREQ(entry->name, "London");
-  EXPECT_EQ(delete_code_deck_node(&node, "5"), 0);
-  EXPECT_EQ(delete_code_deck_node(&node, nullptr), 1);
-  EXPECT_EQ(node.item_count, 0U);
-}
-
-TEST(jurisdiction_prefixes, are_sorted_by_id_in_byte_order_and_removed_by_id) {
-  rp_hash_node node{};
-  for (const char* const id : {"20", "1", "3", "1"}) {
-    jurisdiction_prefix_node_link(&node, jurisdiction_prefix_node_create(id, "9"));
-  }
-  const auto texts = [&] {
-    id_list list;
-    const auto* prefix = static_cast<const jurisdiction_prefix_node*>(node.items);
-    for (uint64_t i = 0; i < node.item_count; ++i, prefix = prefix->next) {
-      list.emplace_back(prefix->id);
-    }
-    return list;
-  };
-  EXPECT_EQ(texts(), (id_list{"1", "1", "20", "3"}));
-  EXPECT_EQ(delete_jurisdiction_prefix_node(&node, "20"), 1);
-  EXPECT_EQ(texts(), (id_list{"1", "1", "3"}));
-  EXPECT_EQ(delete_jurisdiction_prefix_node(&node, nullptr), 1);
-}
-
-TEST(time_profiles, a_node_holds_the_latest_record) {
-  rp_hash_node node{};
-  time_profile_node_link(&node, time_profile_node_create("3"));
-  time_profile_node* const latest = time_profile_node_create("3");
-  time_profile_node_link(&node, latest);
-  EXPECT_EQ(node.items, latest);
-  EXPECT_EQ(node.item_count, 1U);
-  EXPECT_EQ(delete_time_profile_node(&node, nullptr), 1);
-  node.items = nullptr;
-  EXPECT_EQ(delete_time_profile_node(&node, nullptr), 0);
 }
 
 TEST(time_zone_text, only_the_tables_whole_hours_count) {

@@ -35,26 +35,6 @@ class rerate_days_test : public testing::Test {
   }
 };
 
-TEST_F(rerate_days_test, bounds_stand_at_the_ends_of_the_range_only) {
-  zone("UTC");
-  EXPECT_EQ(walk(kMidnight + 5, kMidnight + 10), "2026-03-01 01 00:00:05 01 00:00:10\n");
-  EXPECT_EQ(walk(kMidnight, kMidnight + kDay - 1), "2026-03-01 - 01 23:59:59\n");
-  EXPECT_EQ(walk(kMidnight - kDay + kHour, kMidnight + kDay + kHour),
-            "2026-02-28 28 01:00:00 -\n2026-03-01 - -\n2026-03-02 - 02 01:00:00\n");
-  // Midnight is the first second of the next day.
-  EXPECT_EQ(walk(kMidnight, kMidnight + kDay), "2026-03-01 - -\n2026-03-02 - 02 00:00:00\n");
-}
-
-TEST_F(rerate_days_test, texts_name_table_and_moments_in_utc) {
-  zone("UTC");
-  const std::optional<rerate_day> day = rerate_days(kMidnight + 1, kMidnight + 2).next();
-  ASSERT_TRUE(day);
-  EXPECT_EQ(day->table, "client_cdr20260301");
-  EXPECT_EQ(day->lower, "2026-03-01 00:00:01+00");
-  EXPECT_EQ(day->upper, "2026-03-01 00:00:02+00");
-  EXPECT_EQ(day->start, kMidnight);
-}
-
 // The fault: east of UTC the local day's end lies in the middle of the date, and the walk stayed on
 // it for ever.
 TEST_F(rerate_days_test, advance_east_and_west_of_utc) {

@@ -83,15 +83,6 @@ bool Console::closes(int seconds) const {
   return false;
 }
 
-std::string Console::received() const {
-  std::string text;
-  char bytes[4096];
-  ssize_t count;
-  while ((count = recv(fd_, bytes, sizeof bytes, MSG_DONTWAIT)) > 0)
-    text.append(bytes, static_cast<size_t>(count));
-  return text;
-}
-
 bool Console::log_in(std::string_view arguments) const {
   send("login" + (arguments.empty() ? "" : " " + std::string(arguments)) + "\r\n");
   return read(23) == "Welcome to web helper\r\n";

@@ -28,9 +28,6 @@ class Console {
   /// Whether the daemon has closed the connection, or does so before long; what comes before that
   /// is thrown away.
   bool closes(int seconds = 20) const;
-  /// What has come so far.
-  std::string received() const;
-
   /// Sends the login line and reads the welcome; whether it came.
   bool log_in(std::string_view arguments = "") const;
   /// Resets the connection instead of closing it.

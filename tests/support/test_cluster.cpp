@@ -108,16 +108,6 @@ std::string Session::value(const std::string& sql) {
   return rows.empty() ? "" : rows[0][0];
 }
 
-void Session::copy(const std::string& statement, const std::string& data) {
-  PQclear(PQexec(connection_.get(), statement.c_str()));
-  EXPECT_EQ(PQputCopyData(connection_.get(), data.data(), static_cast<int>(data.size())), 1);
-  EXPECT_EQ(PQputCopyEnd(connection_.get(), nullptr), 1);
-  while (PGresult* result = PQgetResult(connection_.get())) {
-    EXPECT_EQ(PQresultStatus(result), PGRES_COMMAND_OK) << PQresultErrorMessage(result);
-    PQclear(result);
-  }
-}
-
 TestCluster::TestCluster() : folder_("data/postmaster.pid") {
   const std::string folder = folder_.path().string();
   if (geteuid() == 0) {

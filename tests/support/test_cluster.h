@@ -26,8 +26,6 @@ class Session {
   std::vector<Row> query(const std::string& sql);
   /// The first column of the first row, an empty text without rows.
   std::string value(const std::string& sql);
-  /// Sends COPY ... FROM STDIN and its data.
-  void copy(const std::string& statement, const std::string& data);
 
  private:
   struct Close {

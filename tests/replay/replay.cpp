@@ -1,0 +1,98 @@
+// A fuzz target as a plain program: runs its seeds, and texts mixed from them at random, against
+// the target's models. What libFuzzer learns by coverage is beyond it, but it needs no clang and
+// runs in every build.
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/rounds.h"
+
+extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size);
+
+namespace {
+
+constexpr int kRounds = 20'000;
+constexpr std::size_t kMostBytes = 4096;
+
+std::vector<std::string> seeds() {
+  std::vector<std::string> texts;
+  for (const auto& file : std::filesystem::directory_iterator(QVN_FUZZ_SEEDS)) {
+    std::FILE* const stream = std::fopen(file.path().c_str(), "re");
+    std::string text(kMostBytes, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), stream));
+    texts.push_back(text);
+    (void)std::fclose(stream);
+  }
+  return texts;
+}
+
+class mixer {
+ public:
+  explicit mixer(std::vector<std::string> texts) : texts_(std::move(texts)) {}
+
+  std::string next() {
+    std::string text = texts_[below(texts_.size())];
+    for (std::size_t changes = below(8); changes > 0; --changes) {
+      change(text);
+    }
+    return text.substr(0, kMostBytes);
+  }
+
+ private:
+  std::size_t below(std::size_t limit) { return random_() % limit; }
+
+  std::string piece_of(const std::string& text) {
+    const std::size_t at = below(text.size() + 1);
+    return text.substr(at, below(below(8) == 0 ? 400 : 20));
+  }
+
+  void change(std::string& text) {
+    static constexpr char kTelling[] = "\r\n,;:=.-/+#[]<>@\"$ \t\0~019axNidskuf\x80\xff";
+    const std::size_t at = below(text.size() + 1);
+    switch (below(5)) {
+      case 0:
+        text.insert(at, piece_of(text));
+        break;
+      case 1:
+        text.insert(at, piece_of(texts_[below(texts_.size())]));
+        break;
+      case 2:
+        text.erase(at, piece_of(text).size());
+        break;
+      case 3:
+        text.insert(at, 1 + (below(50) == 0 ? below(300) : 0), kTelling[below(sizeof kTelling)]);
+        break;
+      default:
+        text.replace(at, 1, 1, kTelling[below(sizeof kTelling)]);
+    }
+  }
+
+  std::vector<std::string> texts_;
+  std::mt19937 random_{[] {
+    const unsigned seed = support::seed();
+    std::printf("QVN_SEED=%u\n", seed);
+    (void)std::fflush(stdout);
+    return seed;
+  }()};
+};
+
+void run(const std::string& text) {
+  (void)LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  (void)LLVMFuzzerInitialize(&count, &arguments);
+  const std::vector<std::string> texts = seeds();
+  for (const std::string& text : texts) {
+    run(text);
+  }
+  mixer mixed(texts);
+  for (int round = support::rounds_or(kRounds); round > 0; --round) {
+    run(mixed.next());
+  }
+  return 0;
+}
