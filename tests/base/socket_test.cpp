@@ -10,6 +10,7 @@
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
+#include <thread>
 #include <vector>
 
 #include "base/qvn_log.h"
@@ -123,6 +124,21 @@ TEST_F(socket_test, failures_are_reported_with_their_reason) {
                                    "[WARNING] Connect 127.0.0.1:1 error, Connection refused"));
 }
 
+TEST_F(socket_test, a_slow_reader_gets_everything_in_order) {
+  const auto [sender, reader] = stream_pair();
+  std::string sent;
+  for (int number = 0; sent.size() < 2'000'000; ++number) {
+    sent += std::to_string(number) + ",";
+  }
+  std::string received(sent.size(), '\0');
+  std::thread reading([&, fd = reader.get()] {
+    EXPECT_EQ(recv(fd, received.data(), received.size(), MSG_WAITALL), std::ssize(sent));
+  });
+  EXPECT_EQ(qvn_tcp_reliable_send(sender.get(), sent.data(), sent.size()), std::ssize(sent));
+  reading.join();
+  EXPECT_TRUE(received == sent);
+}
+
 TEST_F(socket_test, sending_to_a_peer_that_has_closed_says_how_much_was_sent) {
   auto [sender, reader] = stream_pair();
   const std::string shown = "[NOTICE] The socket " + std::to_string(sender.get()) +
@@ -160,6 +176,16 @@ TEST_F(socket_test, the_search_for_a_port_ends_at_the_last_one) {
   const qvn_fd taken(qvn_nonblock_udp_socket(kLoopback, kLast));  // by us or by somebody else
   uint16_t port = 0;
   EXPECT_EQ(qvn_nonblock_udp_socket_multi_trybind(kLoopback, kLast, 3, &port), -1);
+}
+
+TEST_F(socket_test, a_datagram_that_is_too_long_is_not_sent) {
+  const qvn_fd sender(qvn_nonblock_udp_socket(kLoopback, 0));
+  const std::string too_long(70'000, 'x');
+  EXPECT_EQ(qvn_udp_reliable_send(sender.get(), too_long.data(), too_long.size(),
+                                  local_address(sender.get())),
+            0);
+  EXPECT_THAT(lines(), ElementsAre("[NOTICE] The socket " + std::to_string(sender.get()) +
+                                   " may be shutdown"));
 }
 
 TEST(socket_address, private_networks_are_told_by_the_beginning_of_the_text) {

@@ -83,6 +83,31 @@ TEST_F(loading, removing_the_last_rate_never_frees_the_callers_first_node) {
   EXPECT_EQ(ids(code()), (id_list{"1"}));
 }
 
+TEST(record_lists, give_up_one_record_by_id_or_all) {
+  rp_hash_node prefixes{};
+  for (const char* const id : {"20", "1", "3"}) {
+    jurisdiction_prefix_node_link(&prefixes, jurisdiction_prefix_node_create(id, "9"));
+  }
+  EXPECT_EQ(delete_jurisdiction_prefix_node(&prefixes, "20"), 1);
+  EXPECT_EQ(prefixes.item_count, 2U);
+  EXPECT_EQ(delete_jurisdiction_prefix_node(&prefixes, nullptr), 1);
+  rp_hash_node deck{};
+  for (const char* const id : {"5", "12", "7"}) {
+    code_deck_node_link(&deck, code_deck_node_create(id, "44", "1", "UK", "London"));
+  }
+  EXPECT_STREQ(static_cast<const code_deck_node*>(deck.items)->code_id, "12") << "as texts";
+  EXPECT_EQ(delete_code_deck_node(&deck, "5"), 0);
+  EXPECT_EQ(delete_code_deck_node(&deck, nullptr), 1);
+  rp_hash_node rates{};
+  for (const char* const id : {"c", "b", "a"}) {
+    rate_node_link(&rates, make_rate(id, 10));
+  }
+  EXPECT_EQ(delete_rate_node(&rates, "x"), 0);
+  EXPECT_EQ(delete_rate_node(&rates, "b"), 1);
+  EXPECT_EQ(ids(&rates), (id_list{"a", "c"}));
+  EXPECT_EQ(delete_rate_node(&rates, nullptr), 1);
+}
+
 TEST(time_zone_text, only_the_tables_whole_hours_count) {
   struct zone_case {
     const char* text;

@@ -1,25 +1,17 @@
-// Memory runs out: every allocation of a job, a reload, a console session and a start fails, once
-// or with all that follow. The short form takes one number of many; scripts/endure takes each.
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
+// Memory runs out in a job's worker or in the visits that find the jobs: every allocation fails,
+// once or with all that follow. The short form takes one number of many; scripts/endure takes each.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "e2e/import_world.h"
 #include "e2e/rerate_world.h"
-#include "faults/memory_faults.h"
-#include "support/console.h"
-#include "support/rounds.h"
+#include "faults/memory_table.h"
 
 namespace {
 
-using support::Console;
+using faults::FaultTable;
+using faults::stride;
+using faults::Sweep;
 using support::count_of;
 using support::DaemonHarness;
 using support::Session;
@@ -27,108 +19,7 @@ using support::wait_until;
 using testing::AnyOf;
 using testing::HasSubstr;
 
-/// The table of failures; every daemon started in its life has the library that reads it.
-class FaultTable {
- public:
-  FaultTable() : folder_("") {
-    // The server starts without it, and lets the daemon in without the many thousand allocations by
-    // which it would prove its password.
-    e2e::cluster()
-        .connect("postgres")
-        .query(
-            "DO $$ BEGIN EXECUTE format('COPY (SELECT ''host all all 127.0.0.1/32 trust'') TO %L',"
-            " current_setting('hba_file')); END $$; SELECT pg_reload_conf()");
-    const std::string path = folder_.path() / "faults";
-    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    EXPECT_EQ(ftruncate(file, sizeof(MemoryFaults)), 0);
-    table_ = static_cast<MemoryFaults*>(
-        mmap(nullptr, sizeof(MemoryFaults), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
-    close(file);
-    setenv("QVN_MEMORY_FAULTS", path.c_str(), 1);
-    setenv("LD_PRELOAD", QVN_MEMORY_FAULTS, 1);
-  }
-  ~FaultTable() {
-    unsetenv("LD_PRELOAD");
-    munmap(table_, sizeof(MemoryFaults));
-  }
-  FaultTable(const FaultTable&) = delete;
-  FaultTable& operator=(const FaultTable&) = delete;
-
-  MemoryFaults* operator->() const { return table_; }
-
-  /// Gives the thread a place of the table, in which nothing is counted yet and nothing fails.
-  MemoryTarget& watch(size_t place, const std::string& thread) {
-    MemoryTarget& target = table_->targets[place];
-    target.thread[thread.copy(target.thread, sizeof target.thread - 1)] = '\0';
-    target.fail_at = target.step = target.seen = target.failed = 0;
-    target.begun = target.ended = 0;
-    target.from_then_on = false;
-    table_->version++;
-    return target;
-  }
-
-  /// Remembers how little the daemon holds between the visits of the poller.
-  void remember_rest() {
-    resting_blocks_ = table_->live_blocks;
-    resting_bytes_ = table_->live_bytes;
-    wait_until(
-        [&] {
-          resting_blocks_ = std::min<int64_t>(resting_blocks_, table_->live_blocks);
-          resting_bytes_ = std::min<int64_t>(resting_bytes_, table_->live_bytes);
-          return false;
-        },
-        kOneVisit);
-  }
-  /// Waits until it holds no more than that; blocks of one size differ by a few bytes.
-  void expect_rest() const {
-    EXPECT_TRUE(wait_until([&] {
-      return table_->live_blocks <= resting_blocks_ &&
-             table_->live_bytes <= resting_bytes_ + kDifferences;
-    })) << table_->live_blocks - resting_blocks_
-        << " blocks, " << table_->live_bytes - resting_bytes_ << " bytes are kept";
-  }
-
- private:
-  static constexpr int kOneVisit = 6;  // seconds
-  static constexpr int64_t kDifferences = 16384;
-
-  support::TempDir folder_;
-  MemoryFaults* table_;
-  int64_t resting_blocks_ = 0;
-  int64_t resting_bytes_ = 0;
-};
-
-/// One failure in the short form stands for so many.
-uint32_t stride() {
-  return static_cast<uint32_t>(support::rounds_or(14));
-}
-
-/// What a sweep has come to.
-struct Sweep {
-  const char* name;
-  bool from_then_on;
-  uint32_t numbers = 0;   ///< of allocations that were to fail
-  uint32_t failures = 0;  ///< allocations that failed
-  uint32_t last = 0;      ///< the last number that was reached
-
-  /// Takes the result of one number; whether it was reached.
-  bool count(uint32_t number, const MemoryTarget& target) {
-    numbers++;
-    failures += target.failed;
-    if (target.failed > 0)
-      last = std::max(last, number);
-    return target.failed > 0;
-  }
-  void print() const {
-    printf("memory_%s_%s %u numbers, last %u, %u failures\n", name, from_then_on ? "all" : "once",
-           numbers, last, failures);
-  }
-};
-
 constexpr const char* kAlias = "a_trunk_with_a_name_that_takes_memory";
-
-// --- an import
-// ------------------------------------------------------------------------------------------
 
 void store_import_world(Session& portal) {
   portal.query(
@@ -176,9 +67,6 @@ void expect_imported(Session& portal, const std::string& id, bool undisturbed,
   }
 }
 
-// --- a rerating
-// -----------------------------------------------------------------------------------------
-
 /// Two days of calls, whose price hangs on trunk, time profile and jurisdiction.
 void store_rerate_world(Session& portal) {
   portal.query(e2e::rate_table("1", "jurisdiction_country_id=1 jurisdiction_prefix='1'") +
@@ -224,9 +112,6 @@ void expect_rerated(Session& portal, const std::string& id, bool undisturbed,
     }
   }
 }
-
-// --- jobs
-// -----------------------------------------------------------------------------------------------
 
 struct JobKind {
   const char* name;
@@ -471,154 +356,6 @@ TEST(Memory, EveryJobIsTakenAfterAllWhicheverAllocationOfTheVisitsFails) {
     served.expect_no_jobs(kImport.counted);
     served.expect_no_jobs(kRerate.counted);
     sweep.print();
-  }
-}
-
-// --- the console and the start
-// --------------------------------------------------------------------------
-
-const char* const kLogin = "an_operator_of_the_daemon its_password_takes_memory";
-
-/// A daemon that a console asks.
-class ConsoleSweep {
- public:
-  ConsoleSweep() {
-    const std::vector<std::string> databases = {"console_1", "console_2"};
-    for (const std::string& database : databases)
-      e2e::drop_database(database);
-    daemon_ = e2e::daemon_for(databases);
-    daemon_->set_console(
-        "cli_login_user=an_operator_of_the_daemon\ncli_login_pwd=its_password_takes_memory\n");
-    daemon_->write_main_conf("[general]\nlog_level=7\n");
-  }
-
-  FaultTable& memory() { return memory_; }
-  DaemonHarness& daemon() { return *daemon_; }
-
-  /// One session with these commands and a logout; all that was answered. The failures are those of
-  /// the thread named, from the login on or before.
-  std::string session(const std::string& commands, const std::string& thread = "", uint32_t n = 0,
-                      bool from_then_on = false, bool after_login = false) {
-    MemoryTarget& listener = memory_.watch(0, "qvn_console");
-    MemoryTarget& served = memory_.watch(1, "console");
-    target_ = thread == "console" ? &served : &listener;
-    target_->from_then_on = from_then_on;
-    target_->fail_at = after_login ? 0 : n;
-    const Console console(daemon_->console_port());
-    const bool welcome = console.log_in(kLogin);
-    if (after_login) {
-      target_->seen = 0;
-      target_->fail_at = n;
-    }
-    console.send(commands + "logout\r\n");
-    const std::string answers = console.read(1 << 20);
-    target_->fail_at = 0;
-    EXPECT_TRUE(wait_until([&] { return served.begun == served.ended; }));
-    return (welcome ? "" : "no welcome") + answers;
-  }
-
-  /// Lets one allocation of the thread fail after the other; `look` sees the answers.
-  template <class Look>
-  void sweep(const char* name, const std::string& commands, const std::string& thread,
-             bool after_login, Look look) {
-    const std::string whole = session(commands);
-    memory_.remember_rest();
-    for (const bool from_then_on : {false, true}) {
-      Sweep figures{name, from_then_on};
-      bool reached = true;
-      for (uint32_t n = 1; reached && !testing::Test::HasFailure(); n++) {
-        SCOPED_TRACE(std::string(name) + (from_then_on ? " all from " : " ") + std::to_string(n));
-        const std::string answers = session(commands, thread, n, from_then_on, after_login);
-        reached = figures.count(n, *target_);
-        look(answers, whole);
-        EXPECT_EQ(session(commands), whole);
-      }
-      figures.print();
-    }
-    EXPECT_TRUE(daemon_->runs());
-    memory_.expect_rest();
-  }
-
- private:
-  FaultTable memory_;
-  std::unique_ptr<DaemonHarness> daemon_;
-  MemoryTarget* target_ = nullptr;
-};
-
-constexpr const char* kReloaded = "DB configuration file is reloaded successfully\r\n";
-
-TEST(Memory, AReloadSaysWhetherAllDatabasesAreServedWhicheverAllocationFails) {
-  ConsoleSweep console;
-  console.daemon().start();
-  console.sweep(
-      "reload", "reload_conf\r\n", "console", true,
-      [&](const std::string& answers, const std::string& whole) {
-        EXPECT_THAT(whole, HasSubstr(kReloaded));
-        // A database that found no memory is left out, and the log says so.
-        if (answers.find(kReloaded) != std::string::npos && answers != whole) {
-          EXPECT_TRUE(console.daemon().wait_log("Alloc memory for db info 127.0.0.1-console_"));
-        }
-        EXPECT_THAT(console.session("reload_conf\r\n"), HasSubstr(kReloaded));
-      });
-}
-
-TEST(Memory, AConsoleSessionEndsInOrderWhicheverAllocationFails) {
-  ConsoleSweep console;
-  console.daemon().start();
-  for (const char* thread : {"qvn_console", "console"}) {
-    console.sweep(thread, "get_conf\r\nhelp\r\nheartbeat\r\nnonsense\r\n", thread, false,
-                  [](const std::string& answers, const std::string& whole) {
-                    EXPECT_TRUE(answers == whole || answers.size() < whole.size()) << answers;
-                  });
-  }
-}
-
-TEST(Memory, AStartEndsWithALineOrServesWhicheverAllocationFails) {
-  if (QVN_COVERAGE)
-    GTEST_SKIP() << "What counts the coverage does not survive an end without memory";
-  ConsoleSweep world;
-  FaultTable& memory = world.memory();
-  const std::string output = world.daemon().path() / "start";
-  for (const bool from_then_on : {false, true}) {
-    Sweep figures{"start", from_then_on};
-    bool reached = true;
-    for (uint32_t n = 1; reached && !testing::Test::HasFailure(); n++) {
-      SCOPED_TRACE("start " + std::to_string(n));
-      MemoryTarget& target = memory.watch(2, "main");
-      MemoryTarget& listener = memory.watch(0, "qvn_console");
-      target.from_then_on = from_then_on;
-      target.fail_at = n;
-      memory->running = false;
-      const int file =
-          open(output.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-      const pid_t process = world.daemon().start_with({"-nf"}, file, file, file);
-      close(file);
-      int status = 0;
-      bool ended = false;
-      EXPECT_TRUE(wait_until([&] {
-        return memory->running || (ended = waitpid(process, &status, WNOHANG) == process);
-      }));
-      target.fail_at = 0;
-      reached = figures.count(n, target);
-      if (ended) {
-        EXPECT_TRUE(WIFEXITED(status) && reached) << status << support::read_file(output);
-        EXPECT_TRUE(from_then_on || !support::read_file(output).empty());
-        continue;
-      }
-      // It is nobody's who does not know the password.
-      if (listener.begun > 0) {
-        EXPECT_FALSE(Console(world.daemon().console_port()).log_in(""));
-        // A database that found no memory is left out, and the log says so.
-        EXPECT_TRUE(world.session("get_conf\r\n").find("(2 rows)") != std::string::npos ||
-                    support::read_file(output).find("Alloc memory for db info") !=
-                        std::string::npos)
-            << support::read_file(output);
-      }
-      EXPECT_EQ(waitpid(process, &status, WNOHANG), 0) << status << support::read_file(output);
-      kill(process, SIGKILL);
-      waitpid(process, &status, 0);
-    }
-    figures.print();
   }
 }
 
