@@ -40,6 +40,8 @@ class Job {
   virtual void expect_allowed(bool alive) const = 0;
   /// What the undisturbed run made, and nothing else.
   virtual void expect_whole() const = 0;
+  /// Whether the job has begun and nobody works on it.
+  bool is_nobodys() const;
   /// Does what docs/operation.md tells, when nobody works on the job.
   void recover() const;
 

@@ -90,8 +90,11 @@ TEST(Kill, LosesNothingAndTheOperationManualBringsEveryJobToItsEnd) {
       const std::string row = job->row();
       SCOPED_TRACE(job->database() + " at " + row);
       hits[job->database() + " " + row.substr(0, row.find(':'))]++;
-      job->expect_allowed(false);
-      job->recover();
+      // One that had not begun may be the new daemon's by now.
+      if (job->is_nobodys()) {
+        job->expect_allowed(false);
+        job->recover();
+      }
     }
     for (const auto& job : jobs)
       wait_end(*job);
