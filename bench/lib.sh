@@ -17,7 +17,7 @@ ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f\n", a / b }'; }
 # that keep each change of a job's row in table step.
 bench_setup() {
   install_packages "${BUILD_PACKAGES[@]}"
-  { configure release && build release qvn_web_helper; } >/dev/null
+  { configure release && build release programs; } >/dev/null
   make_work
   cluster_start
   create_database portal
