@@ -42,7 +42,7 @@ class Job {
   virtual void expect_whole() const = 0;
   /// Whether the job has begun and nobody works on it.
   bool is_nobodys() const;
-  /// Does what docs/operation.md tells, when nobody works on the job.
+  /// Does what docs/operation.md tells; nobody may work on the job.
   void recover() const;
 
  protected:
