@@ -44,7 +44,12 @@ bool in_copy(const PGresult* result) {
 /// Reads twice: the first read of a long TLS record leaves a rest in the TLS library, unseen by
 /// poll.
 bool read_arrived(PGconn* connection) {
-  return PQconsumeInput(connection) == 1 && PQconsumeInput(connection) == 1;
+  constexpr int kReads = 2;
+  int good = 0;
+  while (good < kReads && PQconsumeInput(connection) == 1) {
+    ++good;
+  }
+  return good == kReads;
 }
 
 /// Fetches every result that is left and hands it to `look`.

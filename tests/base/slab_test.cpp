@@ -19,7 +19,7 @@ TEST(slab, pieces_are_zeroed_aligned_and_apart) {
   const auto holds_only = [](std::span<unsigned char> piece, unsigned char mark) {
     return std::ranges::all_of(piece, [mark](unsigned char byte) { return byte == mark; });
   };
-  for (unsigned step = 0; step < 1000; ++step) {
+  for (std::size_t step = 0; step < 1000; ++step) {
     const std::size_t size = kSizes[step % (step % 20 == 7 ? std::size(kSizes) : 4)];
     const std::span piece(static_cast<unsigned char*>(slab.alloc(size)), size);
     ASSERT_NE(piece.data(), nullptr);
