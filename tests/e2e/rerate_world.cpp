@@ -163,9 +163,16 @@ std::filesystem::path cdr_file(Session& portal, const std::string& id, const std
 
 std::filesystem::path output_folder(const std::filesystem::path& cdr_directory,
                                     const std::string& database, const std::string& id) {
-  std::string today = day(0);
-  std::erase(today, '-');
-  return cdr_directory / today / ("127.0.0.1-" + database) / id;
+  std::filesystem::path folder;
+  // A job that began before midnight lies under yesterday.
+  for (const int days : {-1, 0}) {
+    std::string date = day(days);
+    std::erase(date, '-');
+    folder = cdr_directory / date / ("127.0.0.1-" + database) / id;
+    if (std::filesystem::exists(folder))
+      break;
+  }
+  return folder;
 }
 
 }  // namespace e2e
