@@ -285,6 +285,9 @@ TEST(ConsoleHardships, a_thousand_connections_at_once_leave_nothing_behind) {
   for (const int fd : inherited)
     close(fd);
   expect_service(*daemon);
+  // Once at the log's beginning, and once more when all modules have been started.
+  EXPECT_TRUE(support::wait_until(
+      [&] { return support::count_of(daemon->log(), "Changed log level to") == 2; }));
   // At most: the connection just served may still be on its way out.
   const long descriptors = descriptors_of(daemon->pid());
   const long threads = status_of(daemon->pid(), "Threads");
