@@ -71,13 +71,14 @@ constexpr qvn_number_setting kLogLevel = {
 
 constexpr uint32_t kBytesPerKilobyte = 1024;
 constexpr qvn_number_setting kMaxLogSize = {
-    nullptr,
-    1024,
-    1024U * 1024U * 1024U,
-    "The max log file size item MUST be configurate\n",
-    "The max log file size MUST be in 1024 - 1024*1024(KB)\n",
-    &qvn_core_ctrl::max_log_size,
-    kBytesPerKilobyte};
+    .field = nullptr,
+    .lowest = 1024,
+    .highest = 1024U * 1024U * 1024U,
+    .when_empty = "The max log file size item MUST be configurate\n",
+    .when_out_of_range = "The max log file size MUST be in 1024 - 1024*1024(KB)\n",
+    .wide_field = &qvn_core_ctrl::max_log_size,
+    .factor = kBytesPerKilobyte,
+    .zero_is_unset = true};
 
 constexpr qvn_number_setting kListenPort = {&qvn_core_ctrl::cli_listen_port, 1024, 65534,
                                             "The CLI server listen port item MUST be configurate\n",

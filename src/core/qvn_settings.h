@@ -41,8 +41,9 @@ struct qvn_number_setting {
   const char* when_empty;
   const char* when_out_of_range;
   uint32_t qvn_core_ctrl::*wide_field = nullptr;
-  uint32_t factor = 1;    ///< what is stored is the number times this
-  bool tolerant = false;  ///< a bad value is told at INFO and does not stop its section
+  uint32_t factor = 1;         ///< what is stored is the number times this
+  bool tolerant = false;       ///< a bad value is told at INFO and does not stop its section
+  bool zero_is_unset = false;  ///< a stored 0 leaves the default in use
 };
 
 /// What is stored for the value: base-10, times the factor, cut to the field's width.

@@ -186,8 +186,10 @@ void section_check::check_number(const recorded_line& line, const qvn_number_set
   if (stored >= number.lowest && stored <= number.highest) {
     return;
   }
+  const bool unset = number.zero_is_unset && stored == 0;
   add(line, used + " is not in " + std::to_string(number.lowest / number.factor) + " to " +
-                std::to_string(number.highest / number.factor) + " and is used all the same" +
+                std::to_string(number.highest / number.factor) +
+                (unset ? " and leaves the default" : " and is used all the same") +
                 (line.fate == conf_fate::stopped
                      ? "; the rest of section [" + reading_.section + "] is not read"
                      : ""));

@@ -127,6 +127,10 @@ TEST_F(ConfCheck, TellsWhatTheMainFileLoses) {
        "[rerate] is not read\n"
        ":13: max_rate_upload_task: 301 is not in 5 to 300 and is used all the same; the rest of "
        "section [rate_upload] is not read\n"},
+      {"[general]\nmax_log_size=4194304\n", 1,
+       ":2: max_log_size: 4194304 does not fit: taken as 0\n"
+       ":2: max_log_size: 0 is not in 1 to 1048576 and leaves the default; the rest of section "
+       "[general] is not read\n"},
       {"log_level=1\n[ cli ]\n[general\n[]\n[general]\nlog_level=1\n[general]\nlog_level=2\n"
        "[other]\nkey=1\n",
        1,
