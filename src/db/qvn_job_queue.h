@@ -59,6 +59,9 @@ class qvn_job_queue {
   /// Compares a new job with the first waiting and the first running one, each of which may be
   /// null. Runs under the queue's mutex. 0 admits; the meaning of any other value is the module's
   /// own.
+  ///
+  /// With no others: that knows a row which a poll offers again while it is being started, however
+  /// many jobs there are. A row that stays at 0 while later jobs begin is admitted once more.
   using admission_fn = int32_t (*)(const qvn_job& fresh, const qvn_job* first_waiting,
                                    const qvn_job* first_running);
 

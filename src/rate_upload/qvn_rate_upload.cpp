@@ -114,8 +114,6 @@ bool same_rate_table(const qvn_job& fresh, const qvn_job* other) {
   return !table.empty() && static_cast<const rate_upload_task*>(other)->rate_table_id == table;
 }
 
-/// Looks at the first waiting and the first running job only: enough for the row that a poll offers
-/// again while it is being started, and cheap however many jobs there are.
 int32_t judge(const qvn_job& fresh, const qvn_job* first_waiting, const qvn_job* first_running) {
   if (fresh.is_same_as(first_waiting) || fresh.is_same_as(first_running)) {
     return kSameJob;

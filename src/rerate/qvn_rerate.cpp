@@ -98,8 +98,6 @@ std::unique_ptr<rerate_task> make_task(const PGresult* result, int row, const db
 // --- admission
 // ---------------------------------------------------------------------------------------
 
-/// Looks at the first waiting and the first running job only: enough for the row that a poll offers
-/// again while it is being started, and cheap however many jobs there are.
 int32_t judge(const qvn_job& fresh, const qvn_job* first_waiting, const qvn_job* first_running) {
   return fresh.is_same_as(first_waiting) || fresh.is_same_as(first_running) ? 1 : 0;
 }
