@@ -12,7 +12,7 @@ namespace {
 std::string* const g_printed = new std::string;
 int g_server = -1;  ///< the other end of the client's socket
 
-void keep_printed(const char* /*path*/, std::string_view piece) {
+void keep_printed(std::string_view piece) {
   *g_printed += piece;
 }
 
@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const std::vector<std::string> sends = checked_reads(input, kSessionLimits, kSessionReadSize);
 
   g_printed->clear();
-  std::FILE* const terminal = std::exchange(stdout, fuzz_open_writer("", keep_printed));
+  std::FILE* const terminal = std::exchange(stdout, fuzz_open_writer(keep_printed));
   g_cli_client_ctrl->buffer.clear();
   for (const std::string& bytes : sends) {
     FUZZ_CHECK(send(g_server, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()));

@@ -1,6 +1,9 @@
 /// A whole rate deck: a byte for the date format, a byte for the code deck, then the file.
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
@@ -13,12 +16,19 @@ namespace {
 
 int g_deck = -1;  ///< a file in memory
 
-/// What was written, by the last word of the file's name.
+/// The folder of the result files, with a trailing "/", and what was written into them.
+std::string* const g_folder = new std::string;
 std::string* const g_log = new std::string;
 std::string* const g_reimport = new std::string;
 
-void keep_written(const char* path, std::string_view piece) {
-  *(std::strstr(path, "reimport") ? g_reimport : g_log) += piece;
+void take_written(const char* name, std::string& content) {
+  std::ifstream file(*g_folder + name, std::ios::binary);
+  content.assign(std::istreambuf_iterator<char>(file), {});
+}
+
+void remove_folder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(*g_folder, ignored);
 }
 
 /// The deck's lines as they are read: pieces of 1,023 bytes, without their ends, none empty.
@@ -91,7 +101,10 @@ void check_accepted(rate_upload_task& task) {
 }  // namespace
 
 void fuzz_prepare() {
-  fuzz_set_writer(keep_written);
+  char name[] = "/dev/shm/qvn-fuzz.XXXXXX";
+  FUZZ_CHECK(mkdtemp(name));
+  *g_folder = std::string(name) + "/";
+  (void)std::atexit(remove_folder);
   g_deck = memfd_create("deck", MFD_CLOEXEC);
   FUZZ_CHECK(g_deck >= 0);
 }
@@ -106,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   FUZZ_CHECK(pwrite(g_deck, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
   task.upload_file_path = "/proc/self/fd";
   task.upload_format_file = std::to_string(g_deck);
-  task.result_path = kFuzzFolder;
+  task.folder = qvn_job_folder(*g_folder);
   task.codes = std::make_unique<seen_codes>();
   task.code_deck_flag = code_deck & 1;
   if (task.code_deck_flag == 1) {
@@ -115,9 +128,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     add_deck_code(task, "442");
   }
 
-  g_log->clear();
-  g_reimport->clear();
   const bool whole = rate_upload_process_file(task);
+  take_written("rate_import.log", *g_log);
+  take_written("rate_reimport.csv", *g_reimport);
   FUZZ_CHECK(whole == !task.failed);
   if (whole) {
     check_reimport(task, lines_of(deck));

@@ -9,10 +9,8 @@
 namespace {
 
 std::string_view g_content;
-fuzz_write_fn g_writer = nullptr;
 
 struct open_file {
-  std::string path;
   std::string_view left;
   fuzz_write_fn writer;
 };
@@ -26,9 +24,7 @@ ssize_t read_some(void* cookie, char* out, std::size_t size) {
 
 ssize_t write_some(void* cookie, const char* bytes, std::size_t size) {
   const auto* const file = static_cast<open_file*>(cookie);
-  if (file->writer) {
-    file->writer(file->path.c_str(), {bytes, size});
-  }
+  file->writer({bytes, size});
   return static_cast<ssize_t>(size);
 }
 
@@ -69,10 +65,7 @@ std::FILE* __wrap_fopen(const char* path, const char* mode) {
   if (std::strncmp(path, kFuzzFolder, std::strlen(kFuzzFolder)) != 0) {
     return __real_fopen(path, mode);
   }
-  if (*mode == 'w') {
-    return fuzz_open_writer(path, g_writer);
-  }
-  return fopencookie(new open_file{path, g_content, nullptr}, "r",
+  return fopencookie(new open_file{g_content, nullptr}, "r",
                      {.read = read_some, .write = nullptr, .seek = nullptr, .close = close_file});
 }
 
@@ -129,11 +122,7 @@ void fuzz_set_content(std::string_view content) {
   g_content = content;
 }
 
-void fuzz_set_writer(fuzz_write_fn writer) {
-  g_writer = writer;
-}
-
-std::FILE* fuzz_open_writer(const char* path, fuzz_write_fn writer) {
-  return fopencookie(new open_file{path, {}, writer}, "w",
+std::FILE* fuzz_open_writer(fuzz_write_fn writer) {
+  return fopencookie(new open_file{{}, writer}, "w",
                      {.read = nullptr, .write = write_some, .seek = nullptr, .close = close_file});
 }

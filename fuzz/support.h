@@ -61,9 +61,6 @@ inline constexpr const char* kFuzzFolder = "fuzz:";
 /// What every file of the folder holds when it is read; the bytes stay the caller's.
 void fuzz_set_content(std::string_view content);
 
-/// Called with what is written to a file of the folder, piece by piece.
-using fuzz_write_fn = void (*)(const char* path, std::string_view piece);
-void fuzz_set_writer(fuzz_write_fn writer);
-
-/// A stream whose bytes go to the function.
-[[nodiscard]] std::FILE* fuzz_open_writer(const char* path, fuzz_write_fn writer);
+/// A stream whose bytes go to the function, piece by piece.
+using fuzz_write_fn = void (*)(std::string_view piece);
+[[nodiscard]] std::FILE* fuzz_open_writer(fuzz_write_fn writer);

@@ -11,7 +11,6 @@
 #include <poll.h>
 #include <string_view>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
@@ -101,13 +100,6 @@ bool prepare_listener(int fd, const char* address, uint16_t port, int backlog) {
 }
 
 }  // namespace
-
-void qvn_fd::reset(int fd) {
-  if (fd_ >= 0) {
-    (void)close(fd_);
-  }
-  fd_ = fd;
-}
 
 int32_t qvn_tcp_socket_and_listen(const char* address, uint16_t port, int backlog) {
   const char* const shown = qvn_or_empty(address);

@@ -9,33 +9,10 @@
 #include <cstdint>
 #include <netinet/in.h>
 
+#include "base/qvn_fd.h"
+
 /// What qvn_tcp_accept gives when nobody waits to be accepted.
 inline constexpr int32_t kAcceptWouldBlock = -100;
-
-/// An owned descriptor, or -1 for none.
-class qvn_fd {
- public:
-  constexpr qvn_fd() = default;
-  explicit constexpr qvn_fd(int fd) : fd_(fd) {}
-  ~qvn_fd() { reset(); }
-  qvn_fd(qvn_fd&& other) noexcept : fd_(other.release()) {}
-  qvn_fd& operator=(qvn_fd&& other) noexcept {
-    reset(other.release());
-    return *this;
-  }
-
-  [[nodiscard]] int get() const { return fd_; }
-  [[nodiscard]] bool is_open() const { return fd_ >= 0; }
-  void reset(int fd = -1);
-  [[nodiscard]] int release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-
- private:
-  int fd_ = -1;
-};
 
 /// A listening stream socket, non-blocking and without delay. -1, with a WARNING, when any step
 /// fails.

@@ -256,6 +256,12 @@ void qvn_lock_running() {
   (void)dprintf(g_lock_fd, "%d\n", g_pid);  // on a full disk only -kill misses it
 }
 
+bool qvn_is_pid_file(const struct stat& status) {
+  struct stat own {};
+  return g_lock_fd >= 0 && fstat(g_lock_fd, &own) == 0 && own.st_dev == status.st_dev &&
+         own.st_ino == status.st_ino;
+}
+
 void qvn_core_kill() {
   const qvn_file file(std::fopen(make_pid_file_path().text, "re"));
   char line[256] = {};

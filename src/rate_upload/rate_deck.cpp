@@ -8,9 +8,10 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include "base/qvn_fd.h"
 #include "base/qvn_text.h"
+#include "core/qvn_process.h"
 
 namespace {
 
@@ -21,6 +22,11 @@ void put(std::FILE* file, std::string_view text) {
   if (file) {
     (void)std::fwrite(text.data(), 1, text.size(), file);
   }
+}
+
+/// Closing the pid file would drop the daemon's lock on it.
+bool may_be_deck(const struct stat& status) {
+  return (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) && !qvn_is_pid_file(status);
 }
 
 /// Reads one deck line by line.
@@ -149,18 +155,17 @@ void deck_reader::refuse() {
 }  // namespace
 
 qvn_file rate_deck_open(const char* path) {
-  const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) {
+  const qvn_fd seen = qvn_fd_look_at(AT_FDCWD, path);
+  struct stat status {};
+  if (!seen.is_open() || fstat(seen.get(), &status) != 0 || !may_be_deck(status)) {
     return nullptr;
   }
-  struct stat status {};
-  if (fstat(descriptor, &status) == 0 && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))) {
-    if (std::FILE* const file = fdopen(descriptor, "r")) {
-      return qvn_file(file);
-    }
+  qvn_fd deck = qvn_fd_open_seen(seen, O_RDONLY);
+  std::FILE* const file = deck.is_open() ? fdopen(deck.get(), "r") : nullptr;
+  if (file) {
+    (void)deck.release();
   }
-  (void)close(descriptor);
-  return nullptr;
+  return qvn_file(file);
 }
 
 rate_deck_end rate_deck_validate(const rate_deck_request& request, rate_deck_listener& listener) {

@@ -44,7 +44,8 @@ inline constexpr const char* kDateFormatUnsupported = "Unsupported rate date for
 enum class rate_deck_end { whole, no_header, unreadable, no_memory };
 
 /// Opens a deck for reading. Anything but a file is refused where reading it could block or never
-/// end: a pipe, a terminal, a device. A directory opens and then holds no line.
+/// end: a pipe, a terminal, a device; and so is the daemon's own pid file. A directory opens and
+/// then holds no line. Waits some seconds for a file that another process holds a lease on.
 [[nodiscard]] qvn_file rate_deck_open(const char* path);
 
 /// Reads the deck to its end, or to what keeps it from being read. Whether log and reimport file

@@ -1,6 +1,5 @@
 /// The validation of a job's rate deck: its files, its counts and its failures.
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -14,19 +13,20 @@ namespace {
 
 constexpr const char* kLogSource = "qvn_rate_upload";
 
+constexpr const char* kImportLog = "rate_import.log";
+constexpr const char* kReimportFile = "rate_reimport.csv";
+
 /// The files of one import.
 struct import_files {
   qvn_file deck;
-  qvn_file log;
-  qvn_file reimport;
+  qvn_job_file log;
+  qvn_job_file reimport;
 };
 
 /// Opens the three files in the order in which their failures are reported; false, logged, at the
 /// first.
 bool open_files(rate_upload_task& task, import_files& files) {
   const std::string deck_path = task.upload_file_path + "/" + task.upload_format_file;
-  const std::string log_path = task.result_path + "rate_import.log";
-  const std::string reimport_path = task.result_path + "rate_reimport.csv";
   files.deck = rate_deck_open(deck_path.c_str());
   if (!files.deck) {
     QVN_LOG(kLogWarning, "%s rate upload task %u open %s file failed\n", task.label.c_str(),
@@ -34,14 +34,14 @@ bool open_files(rate_upload_task& task, import_files& files) {
     task.fail(kDeckNotOpened);
     return false;
   }
-  files.log.reset(std::fopen(log_path.c_str(), "we"));
+  files.log = task.folder.create(kImportLog);
   if (!files.log) {
     QVN_LOG(kLogWarning, "%s rate upload task %u open import log file failed\n", task.label.c_str(),
             task.id);
     task.fail("Create rate import log file failed");
     return false;
   }
-  files.reimport.reset(std::fopen(reimport_path.c_str(), "we"));
+  files.reimport = task.folder.create(kReimportFile);
   if (!files.reimport) {
     QVN_LOG(kLogWarning, "%s rate upload task %u open reimport rate file failed\n",
             task.label.c_str(), task.id);
@@ -52,12 +52,10 @@ bool open_files(rate_upload_task& task, import_files& files) {
 }
 
 /// Closes a result file; a full disk is told to the operator, as refused lines are missing then.
-void close_result_file(const rate_upload_task& task, qvn_file file, const char* name) {
-  const bool failed = std::ferror(file.get()) != 0;
-  errno = 0;
-  if (std::fclose(file.release()) != 0 || failed) {
+void close_result_file(const rate_upload_task& task, qvn_job_file file, const char* name) {
+  if (const int error = qvn_job_file_finish(std::move(file))) {
     QVN_LOG(kLogWarning, "%s rate upload task %u writing %s failed, %s\n", task.label.c_str(),
-            task.id, name, std::strerror(errno != 0 ? errno : EIO));
+            task.id, name, std::strerror(error));
   }
 }
 
@@ -128,7 +126,7 @@ bool rate_upload_process_file(rate_upload_task& task) {
     return false;
   }
   const bool whole = validate(task, files);
-  close_result_file(task, std::move(files.log), "rate_import.log");
-  close_result_file(task, std::move(files.reimport), "rate_reimport.csv");
+  close_result_file(task, std::move(files.log), kImportLog);
+  close_result_file(task, std::move(files.reimport), kReimportFile);
   return whole;
 }

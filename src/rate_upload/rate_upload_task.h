@@ -9,6 +9,7 @@
 #include <string>
 
 #include "db/qvn_db.h"
+#include "db/qvn_job_folder.h"
 #include "db/qvn_job_queue.h"
 #include "rate/qvn_rate_table.h"
 #include "rate_upload/import_record.h"
@@ -80,7 +81,7 @@ struct rate_upload_task final : qvn_job {
 
   std::string upload_file_path;    ///< directory of the deck, without a trailing "/"
   std::string upload_format_file;  ///< name of the deck's file
-  std::string result_path;         ///< directory of the result files, with a trailing "/"
+  qvn_job_folder folder;           ///< of the result files
   std::string rate_table_id;
   std::string rate_table_code_deck_id;  ///< empty: any deck
   std::string

@@ -7,7 +7,6 @@
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
-#include "db/qvn_job_folder.h"
 #include "rate_upload/qvn_rate_upload.h"
 #include "rate_upload/rate_deck.h"
 #include "rate_upload/rate_reconcile.h"
@@ -32,8 +31,8 @@ bool connect(rate_upload_task& task) {
 }
 
 bool make_result_directory(rate_upload_task& task) {
-  task.result_path = qvn_job_folder_make(qvn_rate_upload_result_directory(), task);
-  return !task.result_path.empty() ||
+  task.folder = qvn_job_folder::make(qvn_rate_upload_result_directory(), task);
+  return !task.folder.path().empty() ||
          refuse(task, "%s rate upload task %u mkdir result path failed, wait for restart\n", "");
 }
 
@@ -140,7 +139,7 @@ void write_final_row(rate_upload_task& task) {
       "update rate_upload_task set progress='%s',status=%d,start_time=%ld,end_time=%ld,"
       "expense_detail='%s',result_file_path='%s' where id=%d",
       task.progress, static_cast<int>(task.status), task.start_time, task.end_time, detail.c_str(),
-      task.result_path.c_str(), static_cast<int>(task.id));
+      task.folder.path().c_str(), static_cast<int>(task.id));
   (void)qvn_db_update(task.connection.get(), sql.c_str(), kRateUploadLabel);  // logged there
   task.connection.reset();
 }
@@ -177,10 +176,10 @@ void rate_upload_task::run() noexcept {
   }
   try {
     write_final_row(*this);
-    qvn_job_folder_open(result_path);
   } catch (const std::bad_alloc&) {
     report_memory_shortage(*this);
   }
+  folder.open_to_all();
   log_outcome(*this);
   release_data();
 }

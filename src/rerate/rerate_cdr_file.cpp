@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/qvn_file.h"
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 #include "rerate/rerate_task.h"
@@ -76,8 +75,9 @@ bool write_calls(const rerate_task& task, call_side side, rerate_trunk& trunk, s
 }
 
 bool write_file(rerate_task& task, call_side side, rerate_trunk& trunk, const std::string& date,
-                const std::string& path) {
-  const qvn_file file(std::fopen(path.c_str(), "a+e"));
+                const std::string& name) {
+  const std::string path = task.folder.path() + name;
+  const qvn_job_file file = task.folder.append(name.c_str());
   if (!file) {
     QVN_LOG(kLogWarning, "Create a cdr file %s failed, error:%d(%s)\n", path.c_str(), errno,
             std::strerror(errno));
@@ -117,7 +117,7 @@ int32_t execute_rerating(rerate_task& task, call_side side, rerate_trunk& trunk,
                          const std::string& date) {
   const std::string name =
       qvn_format("%d-%s-%s.cdr", static_cast<int>(task.id), trunk.id.c_str(), date.c_str());
-  const bool written = write_file(task, side, trunk, date, task.output_directory + name);
+  const bool written = write_file(task, side, trunk, date, name);
   trunk.cdrs.clear();
   return written && list_file(task, side, trunk, date, name) ? 0 : -1;
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "db/qvn_db.h"
+#include "db/qvn_job_folder.h"
 #include "db/qvn_job_queue.h"
 #include "rerate/cdr_columns.h"
 #include "rerate/cdr_rater.h"
@@ -66,8 +67,8 @@ struct rerate_task final : qvn_job {
     return include_q850 == 1 ? kCdrColumnsWithQ850 : kCdrColumns;
   }
 
-  pg_connection connection;      ///< null until the worker has connected
-  std::string output_directory;  ///< of the CDR files, with a trailing "/"; empty until made
+  pg_connection connection;  ///< null until the worker has connected
+  qvn_job_folder folder;     ///< of the CDR files
   rerate_error error = rerate_error::none;
   rerate_status status = rerate_status::waiting;  ///< to be written at the end
   char error_text[200] = {};

@@ -7,7 +7,6 @@
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
-#include "db/qvn_job_folder.h"
 #include "rate/qvn_rate_table.h"
 #include "rerate/qvn_rerate.h"
 #include "rerate/rerate_task.h"
@@ -29,8 +28,8 @@ bool connect(rerate_task& task) {
 }
 
 bool make_output_directory(rerate_task& task) {
-  task.output_directory = qvn_job_folder_make(qvn_rerate_cdr_directory(), task);
-  if (!task.output_directory.empty()) {
+  task.folder = qvn_job_folder::make(qvn_rerate_cdr_directory(), task);
+  if (!task.folder.path().empty()) {
     return true;
   }
   QVN_LOG(kLogWarning, "%s rerate task %u mkdir CDR path failed, wait for restart\n",
@@ -172,8 +171,7 @@ void write_final_row(rerate_task& task) {
       "cdr_file_path='%s' where id=%d",
       static_cast<int>(task.error), task.error_text, static_cast<int>(task.status),
       task.cdr_load_seconds, task.rate_load_seconds, task.rerate_seconds, task.start_time,
-      task.end_time, task.cdr_files.c_str(), task.output_directory.c_str(),
-      static_cast<int>(task.id));
+      task.end_time, task.cdr_files.c_str(), task.folder.path().c_str(), static_cast<int>(task.id));
   (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);  // logged there
   task.connection.reset();
 }
@@ -209,7 +207,7 @@ void rerate_task::run() noexcept {
   QVN_LOG(kLogNotice, "Start %s rerate task %u process\n", label.c_str(), id);
   guarded(*this, rerate);
   guarded(*this, write_final_row);
-  guarded(*this, [](rerate_task& task) { qvn_job_folder_open(task.output_directory); });
+  folder.open_to_all();
   log_outcome(*this);
   release_data();
 }

@@ -2,6 +2,7 @@
 // die, the daemon's end.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "e2e/rerate_world.h"
 
@@ -132,13 +133,29 @@ std::vector<Fault> faults() {
       {"no_file", "",
        [](const fs::path& folder) { fs::create_directories(folder / "1-1-2026-03-02.cdr"); },
        day_files({"01", "03"}), "no_file/1/1-1-2026-03-02.cdr failed, error:21(Is a directory)\n"},
-      {"full_disk_early", many,
+      // What a local user may have put where the file will be.
+      {"link", many,
        [](const fs::path& folder) {
          fs::create_directories(folder);
          fs::create_symlink("/dev/full", folder / "1-1-2026-03-02.cdr");
        },
        day_files({"01", "03"}),
-       "full_disk_early/1/1-1-2026-03-02.cdr failed, error:28(No space left on device)\n"},
+       "link/1/1-1-2026-03-02.cdr failed, error:40(Too many levels of symbolic links)\n"},
+      {"second_name", "",
+       [](const fs::path& folder) {
+         fs::create_directories(folder);
+         support::write_file(folder / "another file", "its content");
+         fs::create_hard_link(folder / "another file", folder / "1-1-2026-03-02.cdr");
+       },
+       day_files({"01", "03"}),
+       "second_name/1/1-1-2026-03-02.cdr failed, error:31(Too many links)\n"},
+      {"pipe", "",
+       [](const fs::path& folder) {
+         fs::create_directories(folder);
+         ASSERT_EQ(mkfifo((folder / "1-1-2026-03-02.cdr").c_str(), 0600), 0);
+       },
+       day_files({"01", "03"}),
+       "pipe/1/1-1-2026-03-02.cdr failed, error:1(Operation not permitted)\n"},
       {"full_list", "", nullptr, full_list(), "Rerate task 1 number of CDR file exceeds limits\n",
        "", "ingress_trunk='' egress_trunk=" + sixty_trunks()},
   };

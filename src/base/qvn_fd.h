@@ -1,0 +1,42 @@
+/// Owned descriptors, and the way to open a file that somebody else has named: look first, then
+/// open what was looked at. Any thread.
+///
+/// Looking has no effect on the file: it waits for no writer of a pipe, wakes no device, and drops
+/// none of the locks that this process holds on the file, as closing an ordinary descriptor does
+/// (fcntl(2)).
+#pragma once
+
+/// An owned descriptor, or -1 for none.
+class qvn_fd {
+ public:
+  constexpr qvn_fd() = default;
+  explicit constexpr qvn_fd(int fd) : fd_(fd) {}
+  ~qvn_fd() { reset(); }
+  qvn_fd(qvn_fd&& other) noexcept : fd_(other.release()) {}
+  qvn_fd& operator=(qvn_fd&& other) noexcept {
+    reset(other.release());
+    return *this;
+  }
+
+  [[nodiscard]] int get() const { return fd_; }
+  [[nodiscard]] bool is_open() const { return fd_ >= 0; }
+  void reset(int fd = -1);
+  [[nodiscard]] int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+/// Looks at the file of that name, below the open `folder` or, with AT_FDCWD, anywhere. `flags` may
+/// add O_NOFOLLOW. The descriptor is good for fstat and qvn_fd_open_seen alone; none, with errno,
+/// when there is no such file.
+[[nodiscard]] qvn_fd qvn_fd_look_at(int folder, const char* name, int flags = 0);
+
+/// Opens the file that was looked at, wherever its name leads by now, close-on-exec. A file that
+/// another process holds a lease on is waited for, ten seconds at most. None, with errno, on
+/// failure.
+[[nodiscard]] qvn_fd qvn_fd_open_seen(const qvn_fd& seen, int flags);
