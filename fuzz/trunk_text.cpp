@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "base/qvn_text.h"
 #include "rerate/rerate_trunk.h"
 #include "support.h"
 
@@ -25,12 +26,13 @@ bool read_item(fuzz_input item, trunk_model& trunk) {
   const std::string flag(item.field(','));
   const std::string table(item.field(','));
   const std::string date(item.rest());
-  trunk = {id.substr(0, 63), static_cast<uint8_t>(std::strtol(flag.c_str(), nullptr, 10)), "", 0};
+  trunk = {std::string(qvn_cut(id, 63)),
+           static_cast<uint8_t>(std::strtol(flag.c_str(), nullptr, 10)), "", 0};
   if (id.empty() || flag.empty() || (trunk.enabled == 1 && (table.empty() || date.empty()))) {
     return false;
   }
   if (trunk.enabled == 1) {
-    trunk.rate_table_id = table.substr(0, 63);
+    trunk.rate_table_id = qvn_cut(table, 63);
     trunk.rate_date = std::strtol(date.c_str(), nullptr, 10);
   }
   return true;

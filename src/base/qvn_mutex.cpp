@@ -12,16 +12,82 @@ bool qvn_condition::wait_for(qvn_mutex& mutex, std::chrono::nanoseconds timeout)
   return pthread_cond_clockwait(&handle_, &mutex.handle_, CLOCK_MONOTONIC, &deadline) == 0;
 }
 
+/// Takes a lock that nobody holds, or waits in line.
+bool qvn_fair_mutex::take_or_join(waiter& self) {
+  if (!held_) {
+    held_ = true;
+    return true;
+  }
+  waiter** link = &first_;
+  while (*link) {
+    link = &(*link)->next;
+  }
+  *link = &self;
+  return false;
+}
+
+/// Hands the lock to the first in line.
+void qvn_fair_mutex::serve_next() {
+  held_ = first_ != nullptr;
+  if (first_) {
+    first_->served = true;
+    first_ = first_->next;
+    served_.broadcast();
+  }
+}
+
+/// Takes a waiter out of the line, or hands on what it has been given meanwhile.
+void qvn_fair_mutex::leave(const waiter& self) {
+  if (self.served) {
+    serve_next();
+    return;
+  }
+  waiter** link = &first_;
+  while (*link != &self) {
+    link = &(*link)->next;
+  }
+  *link = self.next;
+}
+
 void qvn_fair_mutex::lock() QVN_NO_THREAD_SAFETY_ANALYSIS {
   const qvn_lock_guard guard(mutex_);
-  const unsigned long ticket = next_ticket_++;
-  while (turn_ != ticket) {
-    turn_changed_.wait(mutex_);
+  waiter self;
+  if (take_or_join(self)) {
+    return;
+  }
+  while (!self.served) {
+    served_.wait(mutex_);
+  }
+}
+
+bool qvn_fair_mutex::lock_while(const std::function<bool()>& still_wanted)
+    QVN_NO_THREAD_SAFETY_ANALYSIS {
+  constexpr std::chrono::seconds kAskAgain{1};
+  waiter self;
+  {
+    const qvn_lock_guard guard(mutex_);
+    if (take_or_join(self)) {
+      return true;
+    }
+  }
+  for (;;) {
+    {
+      const qvn_lock_guard guard(mutex_);
+      while (!self.served && served_.wait_for(mutex_, kAskAgain)) {
+      }
+      if (self.served) {
+        return true;
+      }
+    }
+    if (!still_wanted()) {
+      const qvn_lock_guard guard(mutex_);
+      leave(self);
+      return false;
+    }
   }
 }
 
 void qvn_fair_mutex::unlock() QVN_NO_THREAD_SAFETY_ANALYSIS {
   const qvn_lock_guard guard(mutex_);
-  ++turn_;
-  turn_changed_.broadcast();
+  serve_next();
 }

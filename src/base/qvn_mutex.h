@@ -7,6 +7,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <pthread.h>
 
 #if defined(__clang__)
@@ -22,6 +23,7 @@
 #define QVN_REQUIRES(...) QVN_ANNOTATE(requires_capability(__VA_ARGS__))
 #define QVN_EXCLUDES(...) QVN_ANNOTATE(locks_excluded(__VA_ARGS__))
 #define QVN_ACQUIRE(...) QVN_ANNOTATE(acquire_capability(__VA_ARGS__))
+#define QVN_TRY_ACQUIRE(...) QVN_ANNOTATE(try_acquire_capability(__VA_ARGS__))
 #define QVN_RELEASE(...) QVN_ANNOTATE(release_capability(__VA_ARGS__))
 #define QVN_NO_THREAD_SAFETY_ANALYSIS QVN_ANNOTATE(no_thread_safety_analysis)
 
@@ -71,18 +73,36 @@ class QVN_CAPABILITY("mutex") qvn_fair_mutex {
   void lock() QVN_ACQUIRE();
   void unlock() QVN_RELEASE();
 
+  /// As lock(), but asks `still_wanted` once a second while it waits, with nothing held. False,
+  /// without the lock, when the answer was no.
+  [[nodiscard]] bool lock_while(const std::function<bool()>& still_wanted) QVN_TRY_ACQUIRE(true);
+
  private:
+  /// One that waits, on its own stack.
+  struct waiter {
+    bool served = false;  ///< the lock is its own
+    waiter* next = nullptr;
+  };
+
+  bool take_or_join(waiter& self) QVN_REQUIRES(mutex_);
+  void serve_next() QVN_REQUIRES(mutex_);
+  void leave(const waiter& self) QVN_REQUIRES(mutex_);
+
   qvn_mutex mutex_;
-  qvn_condition turn_changed_;
-  unsigned long next_ticket_ = 0;  ///< the ticket that the next caller draws
-  unsigned long turn_ = 0;         ///< the ticket that holds, or may take, the lock
+  qvn_condition served_;
+  bool held_ QVN_GUARDED_BY(mutex_) = false;
+  waiter* first_ QVN_GUARDED_BY(mutex_) = nullptr;  ///< waits longest
 };
+
+struct qvn_is_held {};
 
 /// Holds a lock for the length of a scope.
 template <class Lock>
 class QVN_SCOPED_CAPABILITY qvn_lock_guard {
  public:
   explicit qvn_lock_guard(Lock& lock) QVN_ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
+  /// Takes over a lock that the caller holds.
+  qvn_lock_guard(Lock& lock, qvn_is_held /*held*/) QVN_REQUIRES(lock) : lock_(lock) {}
   ~qvn_lock_guard() QVN_RELEASE() { lock_.unlock(); }
   qvn_lock_guard(const qvn_lock_guard&) = delete;
   qvn_lock_guard& operator=(const qvn_lock_guard&) = delete;

@@ -139,6 +139,19 @@ std::string qvn_format(const char* format, ...) {
   return text;
 }
 
+std::string_view qvn_cut(std::string_view text, std::size_t most) {
+  constexpr std::size_t kMostFollowing = 3;
+  const auto follows = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; };
+  if (text.size() <= most) {
+    return text;
+  }
+  std::size_t length = most;
+  while (length > 0 && most - length < kMostFollowing && follows(text[length])) {
+    --length;
+  }
+  return text.substr(0, follows(text[length]) ? most : length);  // else it is no UTF-8
+}
+
 std::string_view qvn_money_text(std::span<char, kMoneyTextSize> out, float amount) {
   constexpr int kDecimals = 6;
   char* const begin = out.data();

@@ -43,6 +43,10 @@ using qvn_heap_text = std::unique_ptr<char, qvn_heap_text_free>;
 /// Formats into a text of any length. Throws std::bad_alloc when memory runs out.
 [[nodiscard, gnu::format(printf, 1, 2)]] std::string qvn_format(const char* format, ...);
 
+/// The text cut to at most `most` bytes, and not in the middle of a UTF-8 character: a database
+/// refuses half a one, and with it the whole statement.
+[[nodiscard]] std::string_view qvn_cut(std::string_view text, std::size_t most);
+
 /// Room for any amount of money as a text: a single has up to 39 digits before the point.
 inline constexpr std::size_t kMoneyTextSize = 64;
 

@@ -1,6 +1,7 @@
 /// What the console's commands answer.
 
 #include <new>
+#include <poll.h>
 #include <string>
 
 #include "base/qvn_hash.h"
@@ -14,30 +15,35 @@ namespace {
 
 constexpr const char* kLogSource = "qvn_cli_server";
 
-/// Forms an answer and sends it; without memory there is none. A send that fails is logged there,
-/// and the next read ends the connection.
+/// Forms a piece of an answer and sends it; false without memory or connection. A send that fails
+/// is logged there, and the next read ends the connection.
 template <class Form>
-void answer(const cli_connection& connection, Form form) {
+bool answer(const cli_connection& connection, Form form) {
   try {
     const std::string text = form();
-    (void)qvn_tcp_reliable_send(connection.fd.get(), text.data(), text.size());
+    return qvn_tcp_reliable_send(connection.fd.get(), text.data(), text.size()) >= 0;
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for CLI answer failed\n");
+    return false;
   }
+}
+
+constexpr std::string_view kSeparator =
+    "---------------------+-------+--------------------------------+--------------------------"
+    "------+--------------------------------\r\n";
+static_assert(kSeparator.size() == 130);
+
+std::string list_head() {
+  return qvn_format("%20s | %5s | %30s | %30s | %30s \r\n", "Host", "Port", "Dbname", "Username",
+                    "password") +
+         std::string(kSeparator);
 }
 
 /// The served databases, passwords included. Rows have a fixed length: a row whose fields are too
 /// wide is cut, its line end with it.
-std::string database_list() {
-  static constexpr std::string_view kSeparator =
-      "---------------------+-------+--------------------------------+--------------------------"
-      "------+--------------------------------\r\n";
-  static_assert(kSeparator.size() == 130);
-  std::string text = qvn_format("%20s | %5s | %30s | %30s | %30s \r\n", "Host", "Port", "Dbname",
-                                "Username", "password");
-  text += kSeparator;
+std::string list_rows() QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  std::string text;
   int rows = 0;
-  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
   for (const auto* element = g_core_ctrl->db_table->first; element; element = element->next) {
     const auto* const database = reinterpret_cast<const db_info*>(element->data);
     if (!database) {
@@ -52,10 +58,33 @@ std::string database_list() {
   return text + qvn_format("(%d rows)\r\n", rows);
 }
 
+/// Whether the client may still read an answer. One that has left says so once it is sent
+/// something; one that has only ended its own side is still there.
+bool is_there(const cli_connection& connection) {
+  pollfd entry{.fd = connection.fd.get(), .events = 0, .revents = 0};
+  return poll(&entry, 1, 0) == 0;
+}
+
+/// The rows, and `end` behind them; nothing when the client leaves while the poller holds the list:
+/// its place is free for another one then.
+std::string rows_for(const cli_connection& connection, const char* end) {
+  if (!g_core_ctrl->db_list_lock.lock_while([&] { return is_there(connection); })) {
+    return {};
+  }
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock, qvn_is_held{});
+  return list_rows() + end;
+}
+
+void send_list(const cli_connection& connection, const char* end) {
+  if (answer(connection, list_head)) {
+    (void)answer(connection, [&] { return rows_for(connection, end); });
+  }
+}
+
 }  // namespace
 
 void cmd_help_request_proc(const cli_connection& connection, std::string_view /*arguments*/) {
-  answer(connection, [] {
+  (void)answer(connection, [] {
     return qvn_format("\nCLI command list\n%20s\t%s\r\n", "----------Command",
                       "Description------------------------------") +
            qvn_format("%20s\t%s\r\n", "get_conf", "show current configuration") +
@@ -64,13 +93,11 @@ void cmd_help_request_proc(const cli_connection& connection, std::string_view /*
 }
 
 void get_conf_request_proc(const cli_connection& connection, std::string_view /*arguments*/) {
-  answer(connection, database_list);
+  send_list(connection, "");
 }
 
 void reload_conf_request_proc(const cli_connection& connection, std::string_view /*arguments*/) {
-  const bool reloaded = reload_db_info() == 0;
-  answer(connection, [&] {
-    return database_list() + qvn_format("\n\nDB configuration file is reloaded %s\r\n",
-                                        reloaded ? "successfully" : "failed");
-  });
+  send_list(connection, reload_db_info() == 0
+                            ? "\n\nDB configuration file is reloaded successfully\r\n"
+                            : "\n\nDB configuration file is reloaded failed\r\n");
 }

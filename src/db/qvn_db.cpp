@@ -6,12 +6,7 @@
 #include <cassert>
 #include <cstdlib>
 #include <cstring>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <new>
-#include <poll.h>
 #include <string>
-#include <sys/socket.h>
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
@@ -40,18 +35,6 @@ bool in_copy(const PGresult* result) {
   return status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH;
 }
 
-/// Takes in what has arrived; false when the connection broke, of which the next result tells.
-/// Reads twice: the first read of a long TLS record leaves a rest in the TLS library, unseen by
-/// poll.
-bool read_arrived(PGconn* connection) {
-  constexpr int kReads = 2;
-  int good = 0;
-  while (good < kReads && PQconsumeInput(connection) == 1) {
-    ++good;
-  }
-  return good == kReads;
-}
-
 /// Fetches every result that is left and hands it to `look`.
 template <class Look>
 void drain(PGconn* connection, Look look) {
@@ -61,24 +44,6 @@ void drain(PGconn* connection, Look look) {
       return;
     }
   }
-}
-
-void set_option(int socket, int level, int option, int value) {
-  (void)setsockopt(socket, level, option, &value, sizeof value);  // not on a Unix socket
-}
-
-/// A host that vanished must not keep a job for the two hours of the system's default.
-void limit_silence(const PGconn* connection) {
-  constexpr int kIdleSeconds = 30;
-  constexpr int kProbeSeconds = 10;
-  constexpr int kProbes = 3;
-  constexpr int kUnacknowledgedMilliseconds = 60'000;
-  const int socket = PQsocket(connection);
-  set_option(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
-  set_option(socket, IPPROTO_TCP, TCP_KEEPIDLE, kIdleSeconds);
-  set_option(socket, IPPROTO_TCP, TCP_KEEPINTVL, kProbeSeconds);
-  set_option(socket, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
-  set_option(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnacknowledgedMilliseconds);
 }
 
 /// Sends and drains; `on_send_failure` and `on_error` report. 0 or -1.
@@ -128,6 +93,16 @@ int32_t select_reported(PGconn* connection, const char* sql, OnRow on_row) {
             PQerrorMessage(connection));
   }
   return rows;
+}
+
+void log_progress_not_sent(const PGconn* connection, const char* source) {
+  (void)qvn_log_print(source, __LINE__, kLogNotice, 0, "PQsendQuery failed, %s",
+                      PQerrorMessage(connection));
+}
+
+void log_progress_failure(const PGresult* result, const char* source) {
+  (void)qvn_log_print(source, __LINE__, kLogNotice, 0, "PQsendQuery failed, status %s, %s",
+                      PQresStatus(PQresultStatus(result)), PQresultErrorMessage(result));
 }
 
 /// 0, kCopyRefused or kCopyLost, the latter two logged.
@@ -290,62 +265,7 @@ void split_row(char* row, std::span<Field> fields) {
   end_field(fields[last], begin, begin + std::strcspn(begin, "\n"));
 }
 
-bool is_open(const pg_connection& connection) {
-  return PQstatus(connection.get()) == CONNECTION_OK;
-}
-
-/// A connection in whatever state; a good one is ready for its first statement. Throws
-/// std::bad_alloc when memory runs out.
-pg_connection open_connection(const char* conninfo, const char* label) {
-  const std::string text =
-      qvn_format("%s fallback_application_name='%s'", qvn_or_empty(conninfo), qvn_or_empty(label));
-  pg_connection connection(PQconnectdb(text.c_str()));
-  if (is_open(connection)) {
-    limit_silence(connection.get());
-    drain(connection.get(), [](const PGresult*) {});
-  }
-  return connection;
-}
-
 }  // namespace
-
-pg_connection qvn_pg_conn(const char* conninfo, const char* label) {
-  try {
-    pg_connection connection = open_connection(conninfo, label);
-    if (is_open(connection)) {
-      return connection;
-    }
-    QVN_LOG(kLogWarning, "%s DB connect failed, PQstatus:%d, %s\n", qvn_or_empty(label),
-            PQstatus(connection.get()), PQerrorMessage(connection.get()));
-  } catch (const std::bad_alloc&) {
-    QVN_LOG(kLogError, "Alloc memory for %s DB connection failed\n", qvn_or_empty(label));
-  }
-  return nullptr;
-}
-
-pg_connection qvn_pg_try_conn(const char* conninfo, const char* label, std::string& failure) {
-  pg_connection connection = open_connection(conninfo, label);
-  if (!is_open(connection)) {
-    failure = PQerrorMessage(connection.get());
-    connection.reset();
-  }
-  return connection;
-}
-
-void qvn_db_set_connection_defaults() {
-  constexpr int kKeepExisting = 0;
-  (void)setenv("PGCONNECT_TIMEOUT", "5", kKeepExisting);
-  (void)setenv("PGGSSENCMODE", "disable", kKeepExisting);
-}
-
-pg_owned_result qvn_pg_next_result(PGconn* connection) {
-  constexpr int kLookAgainMilliseconds = 1000;
-  while (PQisBusy(connection) == 1 && read_arrived(connection) && PQisBusy(connection) == 1) {
-    pollfd entry{.fd = PQsocket(connection), .events = POLLIN, .revents = 0};
-    (void)poll(&entry, 1, kLookAgainMilliseconds);
-  }
-  return pg_owned_result(PQgetResult(connection));
-}
 
 pg_owned_result qvn_pg_start_copy(PGconn* connection, const char* sql) {
   if (PQsendQuery(connection, sql) != 1) {
@@ -378,15 +298,32 @@ int32_t qvn_db_try_update(PGconn* connection, const char* sql) {
 
 int32_t qvn_db_progress(PGconn* connection, const char* sql, const char* source) {
   return run(
-      connection, sql,
-      [&] {
-        (void)qvn_log_print(source, __LINE__, kLogNotice, 0, "PQsendQuery failed, %s",
-                            PQerrorMessage(connection));
-      },
+      connection, sql, [&] { log_progress_not_sent(connection, source); },
+      [&](const PGresult* result) { log_progress_failure(result, source); });
+}
+
+void qvn_db_first_progress(PGconn* connection, const char* sql, const char* source,
+                           std::string& refusal) {
+  refusal.clear();
+  (void)run(
+      connection, sql, [&] { log_progress_not_sent(connection, source); },
       [&](const PGresult* result) {
-        (void)qvn_log_print(source, __LINE__, kLogNotice, 0, "PQsendQuery failed, status %s, %s",
-                            PQresStatus(PQresultStatus(result)), PQresultErrorMessage(result));
+        if (is_lost(result)) {
+          log_progress_failure(result, source);
+        } else {
+          refusal = PQresultErrorMessage(result);
+          refusal.resize(std::min(refusal.size(), refusal.find('\n')));
+        }
       });
+}
+
+bool qvn_db_has_columns(const PGresult* result, int columns) {
+  if (PQnfields(result) >= columns) {
+    return true;
+  }
+  QVN_LOG(kLogWarning, "The server answered with %d columns instead of %d\n", PQnfields(result),
+          columns);
+  return false;
 }
 
 int32_t qvn_db_data_select(PGconn* connection, const char* sql, pg_row_fn on_row) {
@@ -402,7 +339,7 @@ int32_t qvn_db_data_select_p1(PGconn* connection, const char* sql, pg_row_contex
 
 int32_t qvn_get_max_record(PGconn* connection, const char* sql, int64_t* value, const char* label) {
   const int32_t rows = select(connection, sql, [&](int row, PGresult* result) {
-    *value = std::strtol(PQgetvalue(result, row, 0), nullptr, 10);
+    *value = qvn_pg_number<int64_t>(result, row, 0);
   });
   if (rows < 0) {
     QVN_LOG(kLogNotice, "Get %s max record id failed , PQstatus:%d, %s\n", qvn_or_empty(label),

@@ -1,5 +1,6 @@
-/// The thin layer over libpq that every database user of the daemon goes through: connect, run a
-/// statement, run a query row by row, and stream a COPY TO STDOUT into a callback.
+/// The thin layer over libpq that every database user of the daemon goes through: run a statement,
+/// run a query row by row, and stream a COPY TO STDOUT into a callback. Connections are those of
+/// qvn_pg_connection.h.
 ///
 /// No function keeps state between calls, retries or locks. A connection belongs to its caller and
 /// is used by one thread at a time. A label is a short text that names the caller in messages; it
@@ -8,22 +9,11 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
-#include <libpq-fe.h>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 
-struct pg_connection_close {
-  void operator()(PGconn* connection) const noexcept { PQfinish(connection); }
-};
-using pg_connection = std::unique_ptr<PGconn, pg_connection_close>;
-
-struct pg_result_clear {
-  void operator()(PGresult* result) const noexcept { PQclear(result); }
-};
-using pg_owned_result = std::unique_ptr<PGresult, pg_result_clear>;
+#include "db/qvn_pg_connection.h"
 
 /// One row of a query: its index within the result. Valid only during the call, as all that follow.
 using pg_row_fn = int32_t (*)(int row, PGresult* result);
@@ -43,27 +33,6 @@ inline constexpr int32_t kCopyLost = -2;
 /// Most columns that a splitting loader takes.
 inline constexpr std::size_t kMaxCopyColumns = 256;
 
-/// Opens a connection, which shows the label to the database's administrator as application name.
-/// Null, with a WARNING, when the server cannot be reached or refuses. How long that may take is
-/// PGCONNECT_TIMEOUT; a connection whose host dies breaks within a minute by TCP keep-alive.
-[[nodiscard]] pg_connection qvn_pg_conn(const char* conninfo, const char* label);
-
-/// As qvn_pg_conn, but nothing is logged: what keeps it from connecting is put into `failure`.
-/// Throws std::bad_alloc when memory runs out.
-[[nodiscard]] pg_connection qvn_pg_try_conn(const char* conninfo, const char* label,
-                                            std::string& failure);
-
-/// Sets what every connection of the process shares, unless the operator's environment says
-/// otherwise. A dead database server must cost the poller seconds, not minutes; and looking for a
-/// Kerberos ticket at every visit is work of an idle daemon for nothing. Before the first thread,
-/// as the environment is not to be changed under threads.
-void qvn_db_set_connection_defaults();
-
-/// The next result of what was sent; null when there is none left. When memory runs out over a
-/// message libpq waits for one more byte, which may never come: here it is made to look again every
-/// second, so that the caller goes on when there is memory again.
-[[nodiscard]] pg_owned_result qvn_pg_next_result(PGconn* connection);
-
 /// Sends a COPY statement. A result in a COPY state, or the failure with nothing left behind it;
 /// null when sending failed.
 [[nodiscard]] pg_owned_result qvn_pg_start_copy(PGconn* connection, const char* sql);
@@ -80,18 +49,22 @@ void qvn_db_set_connection_defaults();
 /// module's `source` word instead of a label.
 int32_t qvn_db_progress(PGconn* connection, const char* sql, const char* source);
 
+/// As qvn_db_progress, for the first progress of a job: what the server says when it refuses it is
+/// put into `refusal`, without its line end, and is not logged. Empty when all is well, and when
+/// the answer was lost. Throws std::bad_alloc when memory runs out.
+void qvn_db_first_progress(PGconn* connection, const char* sql, const char* source,
+                           std::string& refusal);
+
+/// Whether a row has as many columns as were asked for; otherwise the server is not what it should
+/// be, with a WARNING.
+[[nodiscard]] bool qvn_db_has_columns(const PGresult* result, int columns);
+
 /// Runs a query and hands each row over. The number of rows, or -1, with a NOTICE, when sending
 /// failed or the answer was lost, as when memory runs out. A query that fails on the server gives 0
 /// rows and a WARNING.
 [[nodiscard]] int32_t qvn_db_data_select(PGconn* connection, const char* sql, pg_row_fn on_row);
 [[nodiscard]] int32_t qvn_db_data_select_p1(PGconn* connection, const char* sql,
                                             pg_row_context_fn on_row, void* context);
-
-/// A column of a row as a base-10 number, cut to the width of T; 0 for a null and for other texts.
-template <class T>
-[[nodiscard]] T qvn_pg_number(const PGresult* result, int row, int column) {
-  return static_cast<T>(std::strtol(PQgetvalue(result, row, column), nullptr, 10));
-}
 
 /// Reads the first column of the last row as a number; untouched when there is no row. 0, or -1,
 /// with a NOTICE, when sending failed.

@@ -118,7 +118,7 @@ std::unique_ptr<db_info> make_entry(const std::string& host, uint16_t port, cons
                    name.c_str(), user.c_str(), password.c_str());
     conninfo.resize(std::min(conninfo.size(), kConninfoLength));
     return std::unique_ptr<db_info>(
-        new db_info{host, port, name, user, password, std::move(conninfo), 0, 0});
+        new db_info{host, port, name, user, password, std::move(conninfo), 0, 0, {}});
   } catch (const std::bad_alloc&) {
     return nullptr;
   }

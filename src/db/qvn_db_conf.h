@@ -11,6 +11,7 @@
 
 #include "core/qvn_core_ctrl.h"
 #include "core/qvn_settings.h"
+#include "db/qvn_poll_budget.h"
 
 /// One served database; owned by the database table. All texts are set and the port is above 1023.
 struct db_info {
@@ -22,6 +23,7 @@ struct db_info {
   std::string conninfo;        ///< libpq connection string made of the five
   uint16_t rerate_count;       ///< rerate jobs started and not yet finished
   uint16_t rate_upload_count;  ///< rate import jobs started and not yet finished
+  poll_record polling;         ///< how it has answered the poller
 };
 
 /// A database's port lies above this.

@@ -11,7 +11,6 @@
 #include "base/qvn_thread.h"
 #include "base/qvn_time.h"
 #include "core/qvn_core_ctrl.h"
-#include "db/qvn_db.h"
 #include "db/qvn_db_conf.h"
 #include "rate_upload/qvn_rate_upload.h"
 #include "rerate/qvn_rerate.h"
@@ -29,6 +28,7 @@ struct qvn_task_ctrl {
   bool started = false;                ///< main thread only
   std::atomic<uint8_t> exit_flag = 0;  ///< 1 asks the thread to stop
   int64_t next_poll_time = 0;          ///< when the next cycle may begin; poll thread only
+  uint64_t cycle = 0;                  ///< cycles so far; poll thread only
 };
 
 qvn_task_ctrl* g_task_ctrl = nullptr;
@@ -52,27 +52,65 @@ int64_t wait_for_next_poll() {
   return now;
 }
 
-/// Asks the job modules for work in one database. What they answered, OR-ed; 0 when it cannot be
-/// reached.
-int32_t visit(db_info* database) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  const pg_connection connection = qvn_pg_conn(database->conninfo.c_str(), kLabel);
+/// Asks the job modules for work. What they answered, OR-ed; 0 without a connection.
+int32_t ask(PGconn* connection, db_info* database) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
   if (!connection) {
     return 0;
   }
-  const int32_t reratings = qvn_rerate_task_get(connection.get(), database);
-  return reratings | qvn_rate_upload_task_get(connection.get(), database);
+  const int32_t reratings = qvn_rerate_task_get(connection, database);
+  return reratings | qvn_rate_upload_task_get(connection, database);
+}
+
+int32_t visit(db_info* database, const pg_visit_limits& limits, poll_budget& budget)
+    QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  poll_record& record = database->polling;
+  const pg_visit visit(database->conninfo.c_str(), kLabel, limits, record.limits_statements);
+  const int32_t found = ask(visit.connection(), database);
+  budget.note(record, visit.elapsed(), visit.ran_out(), std::chrono::steady_clock::now());
+  return found;
+}
+
+int32_t visit_trusted(poll_budget& budget) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  int32_t found = 0;
+  for (const auto* element = g_core_ctrl->db_table->first; element; element = element->next) {
+    auto* const database = reinterpret_cast<db_info*>(element->data);
+    if (database && !database->polling.suspected) {
+      found |= visit(database, budget.for_trusted(), budget);
+    }
+  }
+  return found;
+}
+
+/// The suspected database that has waited longest; null when all have been visited in this cycle.
+db_info* next_suspected(const poll_budget& budget) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  db_info* next = nullptr;
+  for (const auto* element = g_core_ctrl->db_table->first; element; element = element->next) {
+    auto* const database = reinterpret_cast<db_info*>(element->data);
+    if (database && database->polling.suspected && budget.is_due(database->polling) &&
+        (!next || database->polling.last_cycle < next->polling.last_cycle)) {
+      next = database;
+    }
+  }
+  return next;
+}
+
+int32_t visit_suspected(poll_budget& budget) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  int32_t found = 0;
+  while (db_info* const database = next_suspected(budget)) {
+    const auto limits = budget.for_suspected(database->polling, std::chrono::steady_clock::now());
+    if (!limits) {
+      break;
+    }
+    found |= visit(database, *limits, budget);
+  }
+  return found;
 }
 
 int32_t visit_all() {
   const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-  int32_t found = 0;
-  const qvn_hash_element* element = g_core_ctrl->db_table->first;
-  for (; element; element = element->next) {
-    if (auto* const database = reinterpret_cast<db_info*>(element->data)) {
-      found |= visit(database);
-    }
-  }
-  return found;
+  poll_budget budget(++g_task_ctrl->cycle, qvn_pg_connect_timeout());
+  const int32_t found = visit_trusted(budget);
+  return found | visit_suspected(budget);
 }
 
 void* task_threand_run(void* /*unused*/) noexcept {

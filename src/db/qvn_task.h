@@ -2,7 +2,8 @@
 /// modules to pick up waiting jobs there. It knows nothing of the job tables; it supplies
 /// connection, database and rhythm.
 ///
-/// The thread holds the database list lock for a whole cycle, connection attempts included. All
+/// The thread holds the database list lock for a whole cycle, connection attempts included. A
+/// database that does not answer keeps it there for a bounded time only (qvn_poll_budget.h). All
 /// functions are the main thread's and safe in any state.
 #pragma once
 

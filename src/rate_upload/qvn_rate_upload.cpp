@@ -66,6 +66,7 @@ enum job_column : int {
   kReduplicateRateAction,
   kCodeDeckFlag,
   kUseOcnLataCode,
+  kJobColumns,
 };
 
 /// Without trailing blanks and without one trailing slash, but "/" stays.
@@ -82,7 +83,7 @@ std::string trimmed_path(const char* column) {
 /// Throws std::bad_alloc when memory runs out.
 std::unique_ptr<rate_upload_task> make_task(const PGresult* result, int row,
                                             const db_info& database) {
-  const auto text_of = [&](job_column column) { return PQgetvalue(result, row, column); };
+  const auto text_of = [&](job_column column) { return qvn_pg_text(result, row, column); };
   auto task = std::make_unique<rate_upload_task>();
   task->id = qvn_pg_number<uint32_t>(result, row, kId);
   task->upload_file_path = trimmed_path(text_of(kUploadFilePath));
@@ -150,12 +151,15 @@ void enqueue(std::unique_ptr<rate_upload_task> task, db_info& database) {
 
 int32_t rate_upload_task_create(int row, PGresult* result, void* context) {
   auto& database = *static_cast<db_info*>(context);
+  if (!qvn_db_has_columns(result, kJobColumns)) {
+    return -1;
+  }
   try {
     enqueue(make_task(result, row, database), database);
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError,
             "Alloc memory for rate upload task failed, dbhost %s, dbname %s, task id %s\n",
-            database.host.c_str(), database.name.c_str(), PQgetvalue(result, row, kId));
+            database.host.c_str(), database.name.c_str(), qvn_pg_text(result, row, kId));
     return -1;
   }
   return 0;

@@ -108,8 +108,7 @@ bool load_rates(rate_upload_task& task) {
 }  // namespace
 
 bool rate_upload_load(rate_upload_task& task) {
-  rate_upload_task_progress_update(task, "Loading data", upload_status::loading);
-  if (!load_code_deck(task)) {
+  if (!rate_upload_show_begin(task) || !load_code_deck(task)) {
     return false;
   }
   QVN_LOG(kLogDebug, "%s rate upload task %u load rate data\n", task.label.c_str(), task.id);

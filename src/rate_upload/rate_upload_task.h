@@ -122,6 +122,11 @@ struct rate_upload_task final : qvn_job {
 void rate_upload_task_progress_update(rate_upload_task& task, const char* text,
                                       upload_status status);
 
+/// Writes the first progress into the row. A job whose row cannot be written would be done again at
+/// each poll: false, with the task failed and its connection closed, so that the row stays as it
+/// is, when the server refuses it. Throws std::bad_alloc when memory runs out.
+[[nodiscard]] bool rate_upload_show_begin(rate_upload_task& task);
+
 /// Loads the code deck and the rate table's rates that have not ended. False, with the task failed,
 /// when they cannot be loaded whole.
 [[nodiscard]] bool rate_upload_load(rate_upload_task& task);

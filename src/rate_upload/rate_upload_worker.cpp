@@ -24,6 +24,13 @@ constexpr const char* kLogSource = "qvn_rate_upload";
   return false;
 }
 
+/// Keeps the status in the task.
+std::string progress_statement(rate_upload_task& task, const char* text, upload_status status) {
+  task.status = status;
+  return qvn_format("UPDATE rate_upload_task SET progress = '%s',status=%d where id = %d", text,
+                    static_cast<int>(status), static_cast<int>(task.id));
+}
+
 bool connect(rate_upload_task& task) {
   task.connection = qvn_pg_conn(task.conninfo.c_str(), kRateUploadLabel);
   return task.connection ||
@@ -196,14 +203,23 @@ void rate_upload_task::release_data() {
 
 void rate_upload_task::fail(const char* progress_text) {
   failed = true;
-  (void)std::snprintf(progress, sizeof progress, "%s", progress_text);
+  progress[qvn_cut(progress_text, sizeof progress - 1).copy(progress, sizeof progress)] = '\0';
 }
 
 void rate_upload_task_progress_update(rate_upload_task& task, const char* text,
                                       upload_status status) {
-  task.status = status;
-  const std::string sql =
-      qvn_format("UPDATE rate_upload_task SET progress = '%s',status=%d where id = %d", text,
-                 static_cast<int>(status), static_cast<int>(task.id));
+  const std::string sql = progress_statement(task, text, status);
   (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);
+}
+
+bool rate_upload_show_begin(rate_upload_task& task) {
+  std::string refusal;
+  const std::string sql = progress_statement(task, "Loading data", upload_status::loading);
+  qvn_db_first_progress(task.connection.get(), sql.c_str(), kLogSource, refusal);
+  if (refusal.empty()) {
+    return true;
+  }
+  task.connection.reset();
+  task.fail(("job row can't be written, " + refusal).c_str());
+  return false;
 }

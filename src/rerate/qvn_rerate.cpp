@@ -67,12 +67,13 @@ enum job_column : int {
   kLrnServerIp,
   kLrnServerPort,
   kIncludeQ850,
+  kJobColumns,
 };
 
 /// Throws std::bad_alloc when memory runs out.
 std::unique_ptr<rerate_task> make_task(const PGresult* result, int row, const db_info& database) {
   constexpr std::size_t kMostAddressCharacters = 15;
-  const auto text_of = [&](job_column column) { return PQgetvalue(result, row, column); };
+  const auto text_of = [&](job_column column) { return qvn_pg_text(result, row, column); };
   const auto flag_of = [&](job_column column) {
     return qvn_pg_number<uint8_t>(result, row, column);
   };
@@ -117,11 +118,14 @@ void enqueue(std::unique_ptr<rerate_task> task, db_info& database) {
 
 int32_t rerate_task_create(int row, PGresult* result, void* context) {
   auto& database = *static_cast<db_info*>(context);
+  if (!qvn_db_has_columns(result, kJobColumns)) {
+    return -1;
+  }
   try {
     enqueue(make_task(result, row, database), database);
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for rerate task failed, dbhost %s, dbname %s, task id %s\n",
-            database.host.c_str(), database.name.c_str(), PQgetvalue(result, row, kId));
+            database.host.c_str(), database.name.c_str(), qvn_pg_text(result, row, kId));
     return -1;
   }
   return 0;

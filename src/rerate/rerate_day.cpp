@@ -87,7 +87,8 @@ std::optional<rerate_day> rerate_days::next() {
   if (first && from_ != day.start) {
     day.lower = qvn_utc_timestamp(from_);
   }
-  if (to_ <= day_end_) {
+  // East of UTC the last date goes on after its local end; calls behind `to_` are nobody's.
+  if (to_ <= day_end_ || !is_later(last_date, date_)) {
     day.upper = qvn_utc_timestamp(to_);
     finished_ = true;
   }

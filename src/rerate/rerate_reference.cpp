@@ -137,13 +137,23 @@ bool load_jurisdictions(rerate_task& task) {
 // --- settings of trunks and rate tables
 // --------------------------------------------------------------
 
+/// What the row handler of a trunk's settings works on.
+struct resource_load {
+  rerate_task& task;
+  rerate_trunk& trunk;
+};
+
 int32_t rerate_resource_create(int row, PGresult* result, void* context) {
   constexpr std::size_t kMostAliasCharacters = 99;
-  auto& trunk = *static_cast<rerate_trunk*>(context);
+  constexpr int kColumns = 4;
+  auto& [task, trunk] = *static_cast<resource_load*>(context);
+  if (!qvn_db_has_columns(result, kColumns)) {
+    return lost(task);
+  }
   trunk.rate_decimal = qvn_pg_number<uint8_t>(result, row, 2);
   trunk.rate_rounding = qvn_pg_number<uint8_t>(result, row, 3);
   try {
-    trunk.alias = std::string_view(PQgetvalue(result, row, 1)).substr(0, kMostAliasCharacters);
+    trunk.alias = qvn_cut(qvn_pg_text(result, row, 1), kMostAliasCharacters);
   } catch (const std::bad_alloc&) {
     return kNoMemory;  // the alias is for texts only
   }
@@ -151,7 +161,7 @@ int32_t rerate_resource_create(int row, PGresult* result, void* context) {
 }
 
 std::unique_ptr<rate_table_settings> make_rate_table(int row, const PGresult* result) {
-  const auto text = [&](int column) { return PQgetvalue(result, row, column); };
+  const auto text = [&](int column) { return qvn_pg_text(result, row, column); };
   const auto number8 = [&](int column) { return qvn_pg_number<uint8_t>(result, row, column); };
   auto table = std::make_unique<rate_table_settings>();
   table->rate_table_id = text(0);
@@ -169,7 +179,11 @@ std::unique_ptr<rate_table_settings> make_rate_table(int row, const PGresult* re
 }
 
 int32_t rerate_rate_table_create(int row, PGresult* result, void* context) {
+  constexpr int kColumns = 11;
   auto& trunk = *static_cast<rerate_trunk*>(context);
+  if (!qvn_db_has_columns(result, kColumns)) {
+    return kSkipped;
+  }
   try {
     trunk.rate_table = make_rate_table(row, result);
   } catch (const std::bad_alloc&) {
@@ -185,7 +199,8 @@ void load_resource(rerate_task& task, rerate_trunk& trunk) {
       "SELECT resource_id,alias,rate_decimal,rate_rounding from resource where resource_id = '%s'",
       trunk.id.c_str());
   // Without a row the trunk has no alias and its costs no decimals.
-  if (qvn_db_data_select_p1(task.connection.get(), sql.c_str(), rerate_resource_create, &trunk) <
+  resource_load load{task, trunk};
+  if (qvn_db_data_select_p1(task.connection.get(), sql.c_str(), rerate_resource_create, &load) <
       0) {
     task.reference_data_lost = true;
   }
@@ -388,9 +403,13 @@ void forget_rates_of_last_day(rerate_task& task) {
 }
 
 /// Nobody prices calls with half of the reference data.
-bool check_memory(rerate_task& task) {
+bool check_whole(rerate_task& task) {
   if (!task.reference_data_lost) {
     return true;
+  }
+  if (PQstatus(task.connection.get()) != CONNECTION_OK) {
+    task.fail(rerate_error::connection);  // what broke it has been logged
+    return false;
   }
   QVN_LOG(kLogError, kRerateAllocFailed, task.id);
   task.fail(rerate_error::system, kRerateMemoryShortage);
@@ -411,11 +430,12 @@ bool rerate_load_reference_data(rerate_task& task) {
   load_time_profiles(task);
   return load_jurisdictions(task) && load_settings(task, call_side::ingress) &&
          load_settings(task, call_side::egress) && load_fixed_rates(task, call_side::ingress) &&
-         load_fixed_rates(task, call_side::egress) && check_memory(task);
+         load_fixed_rates(task, call_side::egress) && check_whole(task);
 }
 
 bool rerate_load_rates_of_day(rerate_task& task, const rerate_day& day) {
   forget_rates_of_last_day(task);
+  task.reference_data_lost = false;
   bool shown = false;
   for (const call_side side : {call_side::ingress, call_side::egress}) {
     for (rerate_trunk& trunk : task.trunks(side)) {
@@ -431,5 +451,5 @@ bool rerate_load_rates_of_day(rerate_task& task, const rerate_day& day) {
       }
     }
   }
-  return check_memory(task);
+  return check_whole(task);
 }

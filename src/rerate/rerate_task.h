@@ -90,7 +90,8 @@ struct rerate_task final : qvn_job {
   rp_hash_node* time_profiles = nullptr;  ///< by time profile id
   rp_hash_node* jurisdictions = nullptr;  ///< jurisdiction country id, then prefix
 
-  /// Some reference data found no memory; calls must not be priced without it.
+  /// Some reference data, of the job or of the day at hand, found no memory or came no more; calls
+  /// must not be priced without it.
   bool reference_data_lost = false;
 
   int64_t start_time = 0;  ///< when the row was read, later when its work began

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "base/qvn_text.h"
 #include "rate/qvn_rate_table.h"
 
 namespace {
@@ -37,10 +38,10 @@ bool parse_item(std::string_view item, rerate_trunk_list& trunks) {
     return false;
   }
   rerate_trunk& trunk = trunks.emplace_front();
-  trunk.id = id.substr(0, kMostIdCharacters);
+  trunk.id = qvn_cut(id, kMostIdCharacters);
   trunk.enabled = enabled;
   if (enabled == 1) {
-    trunk.rate_table_id = rate_table_id.substr(0, kMostIdCharacters);
+    trunk.rate_table_id = qvn_cut(rate_table_id, kMostIdCharacters);
     trunk.rate_date = number(rate_date);
   }
   return true;

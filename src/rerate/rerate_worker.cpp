@@ -16,6 +16,15 @@ namespace {
 constexpr const char* kLogSource = "qvn_rerate";
 constexpr const char* kLabel = "Rerate Rate";
 
+std::string progress_statement(const rerate_task& task, const char* text, rerate_status status) {
+  return qvn_format("UPDATE rerate_cdr_task SET progress = '%s',status=%d where id = %d", text,
+                    static_cast<int>(status), static_cast<int>(task.id));
+}
+
+bool is_connected(const rerate_task& task) {
+  return PQstatus(task.connection.get()) == CONNECTION_OK;
+}
+
 bool connect(rerate_task& task) {
   task.connection = qvn_pg_conn(task.conninfo.c_str(), kLabel);
   if (task.connection) {
@@ -126,10 +135,18 @@ void rerate_all_days(rerate_task& task) {
   task.to_time = moved_back(task.to_time, task.timezone);
   rerate_days days(task.from_time, task.to_time);
   while (const std::optional<rerate_day> day = days.next()) {
-    if (rerate_cdr(task, *day) != 0) {
-      QVN_LOG(kLogWarning, "Rerate task %u day %s failed, error_code %d, %s\n", task.id,
-              day->date.c_str(), static_cast<int>(task.error), task.error_text);
+    if (rerate_cdr(task, *day) == 0) {
+      continue;
     }
+    if (!is_connected(task)) {
+      QVN_LOG(kLogWarning,
+              "Rerate task %u lost its connection, the days from %s on are not rated\n", task.id,
+              day->date.c_str());
+      task.fail(rerate_error::connection);
+      return;
+    }
+    QVN_LOG(kLogWarning, "Rerate task %u day %s failed, error_code %d, %s\n", task.id,
+            day->date.c_str(), static_cast<int>(task.error), task.error_text);
   }
   if (days.failed()) {
     task.fail(rerate_error::system);
@@ -141,12 +158,29 @@ void rerate_all_days(rerate_task& task) {
 // --- beginning and end
 // -------------------------------------------------------------------------------
 
+/// A job whose row cannot be written would be done again at each poll: it ends here, before it has
+/// written a file, and its row stays as it is.
+bool show_begin(rerate_task& task) {
+  std::string refusal;
+  const std::string sql =
+      progress_statement(task, "Loading rate data", rerate_status::loading_rates);
+  qvn_db_first_progress(task.connection.get(), sql.c_str(), kLogSource, refusal);
+  if (refusal.empty()) {
+    return true;
+  }
+  task.connection.reset();
+  task.fail(rerate_error::system, "job row can't be written, %s", refusal.c_str());
+  return false;
+}
+
 /// The steps of a rerating, each with its own way of failing.
 void rerate(rerate_task& task) {
   if (!connect(task) || !make_output_directory(task)) {
     return;
   }
-  rerate_task_progress_update(task, "Loading rate data", rerate_status::loading_rates);
+  if (!show_begin(task)) {
+    return;
+  }
   task.start_time = std::time(nullptr);
   if (check_range(task) && check_trunks(task) && check_lrn_server(task) &&
       rerate_load_reference_data(task)) {
@@ -229,12 +263,14 @@ void rerate_task::succeed() {
 }
 
 void rerate_task::fail(rerate_error code, const char* format, ...) {
-  error = code;
+  char text[1024];
   va_list arguments;
   va_start(arguments, format);
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
-  (void)std::vsnprintf(error_text, sizeof error_text, format, arguments);
+  (void)std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
+  error = code;
+  error_text[qvn_cut(text, sizeof error_text - 1).copy(error_text, sizeof error_text)] = '\0';
 }
 
 const char* side_name(call_side side) {
@@ -242,9 +278,7 @@ const char* side_name(call_side side) {
 }
 
 void rerate_task_progress_update(rerate_task& task, const char* text, rerate_status status) {
-  const std::string sql =
-      qvn_format("UPDATE rerate_cdr_task SET progress = '%s',status=%d where id = %d", text,
-                 static_cast<int>(status), static_cast<int>(task.id));
+  const std::string sql = progress_statement(task, text, status);
   (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);
 }
 

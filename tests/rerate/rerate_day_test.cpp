@@ -35,12 +35,12 @@ class rerate_days_test : public testing::Test {
   }
 };
 
-// The fault: east of UTC the local day's end lies in the middle of the date, and the walk stayed on
-// it for ever.
+// The faults: east of UTC the local day's end lies in the middle of the date, and the walk stayed
+// on it for ever; the last date had no upper bound when `to` lay after that end.
 TEST_F(rerate_days_test, advance_east_and_west_of_utc) {
   zone("Test-5");  // five hours east
   EXPECT_EQ(walk(kMidnight, kMidnight + 2 * kDay - 1),
-            "2026-03-01 01 00:00:00 -\n2026-03-02 - -\n");
+            "2026-03-01 01 00:00:00 -\n2026-03-02 - 02 23:59:59\n");
   zone("Test+5");
   EXPECT_EQ(walk(kMidnight + 6 * kHour, kMidnight + 2 * kDay - 1),
             "2026-03-01 01 06:00:00 -\n2026-03-02 - 02 23:59:59\n");
