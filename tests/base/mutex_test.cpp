@@ -45,4 +45,30 @@ TEST(FairMutex, AWaitingThreadIsServedBeforeTheOwnerLocksAgain) {
   EXPECT_LT(overtaken, kTurns / 4);
 }
 
+// The fault: whoever left the line took his place in it with him, and the lock with it.
+TEST(FairMutex, WhoeverLeavesTheLineKeepsNobodyWaiting) {
+  qvn_fair_mutex mutex;
+  std::atomic<int> served{0};
+  std::atomic<bool> asked{false};
+  mutex.lock();
+  std::thread leaving([&] {
+    ASSERT_FALSE(mutex.lock_while([&] {
+      asked = true;
+      return false;
+    }));
+  });
+  std::thread staying([&] {
+    ASSERT_TRUE(mutex.lock_while([&] { return ++served > 0; }));
+    mutex.unlock();
+  });
+  while (!asked || served == 0) {
+    std::this_thread::yield();
+  }
+  leaving.join();
+  mutex.unlock();
+  staying.join();
+  ASSERT_TRUE(mutex.lock_while([] { return false; }));  // nobody holds it: nobody is asked
+  mutex.unlock();
+}
+
 }  // namespace

@@ -37,6 +37,18 @@ TEST(Text, FormattedCopiesHold2046Characters) {
   EXPECT_EQ(qvn_format("%s%d", longer.c_str(), 1), longer + "1");
 }
 
+// The fault: a database refused every text that was cut in the middle of a character.
+TEST(Text, CutsFallBetweenCharacters) {
+  EXPECT_EQ(qvn_cut("abc", 3), "abc");
+  EXPECT_EQ(qvn_cut("abcd", 3), "abc");
+  EXPECT_EQ(qvn_cut("ab\u00e4c", 4), "ab\u00e4");
+  EXPECT_EQ(qvn_cut("ab\u00e4c", 3), "ab");
+  EXPECT_EQ(qvn_cut("\U0001F4DEx", 4), "\U0001F4DE");
+  EXPECT_EQ(qvn_cut("a\U0001F4DE", 4), "a");
+  EXPECT_EQ(qvn_cut("ab\xe4\xe4\xe4", 4), "ab\xe4\xe4");              // not UTF-8
+  EXPECT_EQ(qvn_cut("\x80\x80\x80\x80\x80", 4), "\x80\x80\x80\x80");  // nor is this
+}
+
 // A byte above 127 is no blank, although it is negative as a char.
 TEST(Text, BlanksAreTheCodes1To32) {
   char text[] = "\x01\t\n \x80z  \xff";

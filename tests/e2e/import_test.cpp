@@ -416,18 +416,25 @@ TEST(Import, DatabasesThatDoNotAnswerAreSkippedAndTheOthersServed) {
   const int silent = support::free_port();
   const qvn_fd never_answers(
       qvn_tcp_socket_and_listen("127.0.0.1", static_cast<uint16_t>(silent), 100));
-  auto daemon = e2e::daemon_for({"served"});
-  daemon->write_database_list(
-      support::database_section("a", silent, "silent") +
-      support::database_section("b", e2e::cluster().port(), "served") +
-      support::database_section("c", e2e::cluster().port(), "no_such_database"));
+  auto daemon = e2e::daemon_for({"locked", "served"});
+  std::string list;
+  for (const char* name : {"silent", "silent2", "silent3", "silent4"})
+    list += support::database_section(name, silent, name);
+  for (const char* name : {"locked", "served", "no_such_database"})
+    list += support::database_section(name, e2e::cluster().port(), name);
+  daemon->write_database_list(list);
+  Session locker = e2e::cluster().connect("locked"), locked = e2e::cluster().connect("locked");
+  const std::string deck = "code,effective_date\n44,2024-03-01\n";
+  const std::string waiting = e2e::submit(locked, daemon->path(), deck, "8");
+  locker.query("BEGIN; LOCK TABLE rerate_cdr_task IN ACCESS EXCLUSIVE MODE");
   daemon->start();
   Session portal = e2e::cluster().connect("served");
-  const std::string deck = "code,effective_date\n44,2024-03-01\n";
   EXPECT_EQ(e2e::outcome(portal, e2e::submit(portal, daemon->path(), deck, "8")),
             "4 Insert: 1, Delete: 0, Update: 0, Error: 0");
-  // Both broken ones are tried again in the next cycles.
-  EXPECT_TRUE(daemon->wait_log("WEB task DB connect failed, PQstatus:1, ", 4));
+  // All broken ones are tried again in the next cycles.
+  EXPECT_TRUE(daemon->wait_log("WEB task DB connect failed, PQstatus:1, ", 10));
+  locker.query("ROLLBACK");
+  EXPECT_EQ(e2e::outcome(locked, waiting), "4 Insert: 1, Delete: 0, Update: 0, Error: 0");
   EXPECT_THAT(daemon->log(), HasSubstr("database \"no_such_database\" does not exist"));
 }
 
