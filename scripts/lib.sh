@@ -198,13 +198,16 @@ daemon_install() {
   sed -i "s/^cli_listen_port=.*/cli_listen_port=$CONSOLE_PORT/" "$1/conf/qvn_web_helper.conf"
 }
 
-# daemon_databases FOLDER NAME...: writes the list of the databases to serve.
+# daemon_databases FOLDER NAME[@PORT]...: writes the list of the databases to serve, the cluster's but for those with a
+# port of their own.
 daemon_databases() {
-  local folder=$1 name
+  local folder=$1 entry name port
   shift
-  for name in "$@"; do
+  for entry in "$@"; do
+    name=${entry%@*} port=$DB_PORT
+    [[ $entry != *@* ]] || port=${entry#*@}
     printf '[%s]\ndb_host=%s\ndb_listen_port=%s\ndb_name=%s\ndb_user=%s\ndb_user_password=%s\n' \
-      "$name" "$DB_HOST" "$DB_PORT" "$name" "$DB_USER" "$DB_PASSWORD"
+      "$name" "$DB_HOST" "$port" "$name" "$DB_USER" "$DB_PASSWORD"
   done >"$folder/conf/qvn_db_info.conf"
 }
 
