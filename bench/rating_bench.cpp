@@ -17,9 +17,9 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "db/qvn_db.h"
-#include "rerate/cdr_list.h"
 #include "rerate/cdr_rater.h"
 
 namespace {
@@ -101,30 +101,27 @@ std::string make_line(std::mt19937& random) {
   return line;
 }
 
-std::unique_ptr<cdr_list> make_calls(uint32_t count) {
-  auto calls = std::make_unique<cdr_list>();
+std::vector<std::string> make_calls(uint32_t count) {
+  std::vector<std::string> calls;
   std::mt19937 random(1);
   for (uint32_t i = 0; i < count; ++i) {
-    if (!calls->add(make_line(random))) {
-      std::abort();
-    }
+    calls.push_back(make_line(random));
   }
   return calls;
 }
 
 /// Splits and joins every record, with `rate` between; seconds.
 template <class Rate>
-double run(cdr_list& calls, Rate rate) {
+double run(std::vector<std::string> calls, Rate rate) {
   constexpr std::size_t kWriteSize = std::size_t{256} << 10;
   std::array<std::string_view, kCdrColumns> fields;
   std::string buffer;
   const double begin = cpu_seconds();
-  for (char* line = calls.first(); line; line = calls.first()) {
+  for (std::string& line : calls) {
     fields.fill("");
-    pg_row_csv_parse(line, cdr_columns(fields));
+    pg_row_csv_parse(line.data(), cdr_columns(fields));
     rate(cdr_columns(fields));
     cdr_line_append(buffer, fields);
-    calls.drop_first();
     if (buffer.size() >= kWriteSize) {
       asm volatile("" : : "r"(buffer.data()) : "memory");  // what a write would see
       buffer.clear();
@@ -145,9 +142,9 @@ int main(int argc, char** argv) {
   cdr_rater rater(call_side::ingress, terms, kDay);
 
   figure("rating_line_length", static_cast<double>(make_line(random).size()), "bytes");
-  const double frame = run(*make_calls(count), [](cdr_columns) {});
+  const double frame = run(make_calls(count), [](cdr_columns) {});
   uint32_t rated = 0;
-  const double whole = run(*make_calls(count), [&](cdr_columns columns) {
+  const double whole = run(make_calls(count), [&](cdr_columns columns) {
     rated += rater.rate(columns) == cdr_rater::outcome::rated ? 1 : 0;
   });
   figure("rated_calls_per_second", count / whole, "calls/s");

@@ -6,6 +6,8 @@
 /// (fcntl(2)).
 #pragma once
 
+#include <string_view>
+
 /// An owned descriptor, or -1 for none.
 class qvn_fd {
  public:
@@ -30,6 +32,13 @@ class qvn_fd {
  private:
   int fd_ = -1;
 };
+
+/// Writes all bytes where the descriptor stands. False, with errno, when not all of them got there.
+[[nodiscard]] bool qvn_fd_write(const qvn_fd& fd, std::string_view bytes);
+
+/// Writes all bytes of a file, from its beginning, where `to` stands. False, with errno, when not
+/// all of them got there.
+[[nodiscard]] bool qvn_fd_copy(const qvn_fd& from, const qvn_fd& to);
 
 /// Looks at the file of that name, below the open `folder` or, with AT_FDCWD, anywhere. `flags` may
 /// add O_NOFOLLOW. The descriptor is good for fstat and qvn_fd_open_seen alone; none, with errno,

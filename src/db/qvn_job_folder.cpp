@@ -1,6 +1,8 @@
 #include "db/qvn_job_folder.h"
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -28,20 +30,6 @@ int objection(const struct stat& status) {
     return EPERM;
   }
   return status.st_nlink == 1 ? 0 : EMLINK;
-}
-
-/// Opens a file that is there for appending; none, with errno, when it is not the daemon's alone.
-qvn_fd open_own(int folder, const char* name) {
-  const qvn_fd seen = qvn_fd_look_at(folder, name, O_NOFOLLOW);
-  struct stat status {};
-  if (!seen.is_open() || fstat(seen.get(), &status) != 0) {
-    return {};
-  }
-  if (const int error = objection(status)) {
-    errno = error;
-    return {};
-  }
-  return qvn_fd_open_seen(seen, O_WRONLY | O_APPEND);
 }
 
 /// The stream takes the descriptor over; null, with errno, when there is none or no memory.
@@ -104,15 +92,67 @@ qvn_job_file qvn_job_folder::create(const char* name) const {
   return stream_of(qvn_fd(openat(folder_.get(), name, kMake, kNewFile)), "w");
 }
 
-qvn_job_file qvn_job_folder::append(const char* name) const {
+qvn_fd qvn_job_folder::make_unnamed() const {
+  if (!may_hold(".")) {
+    return {};
+  }
+  qvn_fd file(openat(folder_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kNewFile));
+  if (file.is_open() || (errno != EOPNOTSUPP && errno != EISDIR)) {
+    return file;
+  }
+  // The file system knows no such files: one that loses its name at once.
+  char name[64];
+  (void)std::snprintf(name, sizeof name, ".spool-%d-%ld", gettid(), static_cast<long>(random()));
+  file.reset(openat(folder_.get(), name, (kMake & ~O_WRONLY) | O_RDWR, kNewFile));
+  if (file.is_open()) {
+    (void)unlinkat(folder_.get(), name, 0);
+  }
+  return file;
+}
+
+bool qvn_job_folder::give_name(const qvn_fd& unnamed, const char* name) const {
   if (!may_hold(name)) {
-    return nullptr;
+    return false;
   }
-  qvn_fd fd(openat(folder_.get(), name, kMake | O_APPEND, kNewFile));
-  if (!fd.is_open() && errno == EEXIST) {
-    fd = open_own(folder_.get(), name);
+  char path[64];
+  (void)std::snprintf(path, sizeof path, "/proc/self/fd/%d", unnamed.get());
+  if (linkat(AT_FDCWD, path, folder_.get(), name, AT_SYMLINK_FOLLOW) == 0) {
+    (void)fchmod(unnamed.get(), kForEveryone);
+    return true;
   }
-  return stream_of(std::move(fd), "a");
+  if (errno != ENOENT) {
+    return false;
+  }
+  // A file that has lost its name gets none again.
+  const qvn_fd file(openat(folder_.get(), name, kMake | O_APPEND, kNewFile));
+  if (!file.is_open()) {
+    return false;
+  }
+  (void)fchmod(file.get(), kForEveryone);
+  if (qvn_fd_copy(unnamed, file)) {
+    return true;
+  }
+  const int error = errno;
+  (void)unlinkat(folder_.get(), name, 0);
+  errno = error;
+  return false;
+}
+
+qvn_fd qvn_job_folder::open_own(const char* name) const {
+  const qvn_fd seen = may_hold(name) ? qvn_fd_look_at(folder_.get(), name, O_NOFOLLOW) : qvn_fd();
+  struct stat status {};
+  if (!seen.is_open() || fstat(seen.get(), &status) != 0) {
+    return {};
+  }
+  if (const int error = objection(status)) {
+    errno = error;
+    return {};
+  }
+  qvn_fd file = qvn_fd_open_seen(seen, O_WRONLY | O_APPEND);
+  if (file.is_open()) {
+    (void)fchmod(file.get(), kForEveryone);
+  }
+  return file;
 }
 
 void qvn_job_folder::open_to_all() const {

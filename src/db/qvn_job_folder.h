@@ -40,10 +40,18 @@ class qvn_job_folder {
   /// Makes an empty file in place of whatever has that name. Null, with errno, on failure.
   [[nodiscard]] qvn_job_file create(const char* name) const;
 
-  /// Opens a file for appending, or makes it. One that is there must be a plain file (else EPERM,
-  /// ELOOP, EISDIR) of the daemon's own user (else EPERM) without a second name (else EMLINK).
-  /// Null, with errno, on failure.
-  [[nodiscard]] qvn_job_file append(const char* name) const;
+  /// A file without a name, to be written and read; it is gone when it is closed. None, with errno,
+  /// on failure.
+  [[nodiscard]] qvn_fd make_unnamed() const;
+
+  /// Gives an unnamed file of the folder its name, so that it appears whole, and lets everyone
+  /// read, correct and remove it. False, with errno, on failure: EEXIST when the name is taken.
+  [[nodiscard]] bool give_name(const qvn_fd& unnamed, const char* name) const;
+
+  /// Opens the file of that name for appending, and for everyone. It must be a plain file (else
+  /// EPERM, ELOOP, EISDIR) of the daemon's own user (else EPERM) without a second name (else
+  /// EMLINK). None, with errno, on failure: ENOENT when there is none.
+  [[nodiscard]] qvn_fd open_own(const char* name) const;
 
   /// Lets everyone add and remove files; nothing without a folder, or when it is another user's.
   void open_to_all() const;

@@ -1,8 +1,7 @@
-/// Rating one trunk's calls of a day into its CDR file.
+/// The CDR file of one trunk and day.
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
+#include <chrono>
 #include <cstring>
 
 #include "base/qvn_log.h"
@@ -13,87 +12,80 @@ namespace {
 
 constexpr const char* kLogSource = "qvn_rerate";
 
-/// Lines gathered before they are written: few large writes.
-constexpr std::size_t kWriteSize = std::size_t{256} << 10;
+/// Calls without a rate may be all of a day's. A rest now and then lets the log's queue take them.
+class not_matched_log {
+ public:
+  explicit not_matched_log(const rerate_task& task) : id_(static_cast<int>(task.id)) {}
 
-/// The trees and switches of the task and the settings of the trunk, as they stand for all calls.
-pricing_terms terms_of(const rerate_task& task, const rerate_trunk& trunk) {
-  const rate_table_settings& table = *trunk.rate_table;
-  pricing_terms terms{
-      .time_profiles = task.time_profiles,
-      .jurisdiction = {.prefix = table.jurisdiction_prefix.c_str(),
-                       .prefix_min_length = table.prefix_min_length,
-                       .prefix_max_length = table.prefix_max_length,
-                       .noprefix_min_length = table.noprefix_min_length,
-                       .noprefix_max_length = table.noprefix_max_length},
-      .local_rates = task.update_local_rate == 1,
-      .rate_decimal = trunk.rate_decimal,
-      .rate_rounding = trunk.rate_rounding,
-  };
-  if (const auto* const rates = rp_hash_match_all(&trunk.rate_tree, trunk.rate_table_id.c_str())) {
-    terms.codes = rates->sub;
-  }
-  if (task.update_us_jurisdiction == 1 && !table.jurisdiction_country_id.empty()) {
-    const auto* const country =
-        rp_hash_match_all(&task.jurisdictions, table.jurisdiction_country_id.c_str());
-    terms.jurisdictions = country ? country->sub : nullptr;
-  }
-  return terms;
-}
-
-void log_not_matched(const rerate_task& task, cdr_columns columns) {
-  QVN_LOG(kLogNotice, "Rerate task %d session_id %s ani %s bill_dnis %s not match rate\n",
-          static_cast<int>(task.id), columns[kSessionId].data(), columns[kTranslationAni].data(),
-          cdr_rater::billed_number(columns).data());
-}
-
-/// Rates and writes all calls; stops at the first write that fails. Throws std::bad_alloc when
-/// memory runs out.
-bool write_calls(const rerate_task& task, call_side side, rerate_trunk& trunk, std::FILE* file) {
-  cdr_rater rater(side, terms_of(task, trunk), trunk.loaded_rate_date);
-  std::array<std::string_view, kCdrColumnsWithQ850> fields;
-  const cdr_columns columns(fields.data(), task.column_count());
-  std::string buffer;
-  const auto write = [&] {
-    const bool whole = std::fwrite(buffer.data(), 1, buffer.size(), file) == buffer.size();
-    buffer.clear();
-    return whole;
-  };
-  for (char* line = trunk.cdrs.first(); line; line = trunk.cdrs.first()) {
-    fields.fill("");
-    pg_row_csv_parse(line, columns);
-    if (rater.rate(columns) == cdr_rater::outcome::not_matched) {
-      log_not_matched(task, columns);
-    }
-    cdr_line_append(buffer, columns);
-    trunk.cdrs.drop_first();
-    if (buffer.size() >= kWriteSize && !write()) {
-      return false;
+  void tell(const char* session_id, const char* ani, const char* billed_number) {
+    constexpr uint32_t kLinesBetweenRests = 10'000;
+    constexpr std::chrono::milliseconds kLongestRest{500};
+    QVN_LOG(kLogNotice, "Rerate task %d session_id %s ani %s bill_dnis %s not match rate\n", id_,
+            session_id, ani, billed_number);
+    if (++told_ % kLinesBetweenRests == 0) {
+      (void)qvn_log_drain(kLongestRest);
     }
   }
-  return write();
+
+ private:
+  int id_;
+  uint32_t told_ = 0;
+};
+
+void log_not_matched(const rerate_task& task, const rerated_calls& calls) {
+  not_matched_log log(task);
+  calls.each_unmatched([&log](const char* session_id, const char* ani, const char* billed_number) {
+    log.tell(session_id, ani, billed_number);
+  });
 }
 
-bool write_file(rerate_task& task, call_side side, rerate_trunk& trunk, const std::string& date,
-                const std::string& name) {
+/// False, always.
+bool refuse(const char* what, const std::string& path, int error) {
+  QVN_LOG(kLogWarning, "%s cdr file %s failed, error:%d(%s)\n", what, path.c_str(), error,
+          std::strerror(error));
+  return false;
+}
+constexpr const char* kCreate = "Create a";
+constexpr const char* kWrite = "Write";
+
+/// Appends the calls to a file that is there.
+bool append(const rerated_calls& calls, const qvn_fd& file, const std::string& path) {
+  return qvn_fd_copy(calls.lines().file(), file) || refuse(kWrite, path, errno);
+}
+
+/// Gives the calls' file its name; what has that name meanwhile is appended to.
+bool publish(const rerate_task& task, const rerated_calls& calls, const std::string& name,
+             const std::string& path) {
+  if (task.folder.give_name(calls.lines().file(), name.c_str())) {
+    return true;
+  }
+  if (errno != EEXIST) {
+    return refuse(kCreate, path, errno);
+  }
+  const qvn_fd file = task.folder.open_own(name.c_str());
+  return file.is_open() ? append(calls, file, path) : refuse(kCreate, path, errno);
+}
+
+bool write_file(rerate_task& task, call_side side, const rerate_trunk& trunk,
+                const std::string& date, const std::string& name, const rerated_calls& calls) {
   const std::string path = task.folder.path() + name;
-  const qvn_job_file file = task.folder.append(name.c_str());
-  if (!file) {
-    QVN_LOG(kLogWarning, "Create a cdr file %s failed, error:%d(%s)\n", path.c_str(), errno,
-            std::strerror(errno));
-    return false;
+  if (calls.lines().make_error() != 0) {
+    return refuse(kCreate, path, calls.lines().make_error());
+  }
+  const qvn_fd file = task.folder.open_own(name.c_str());
+  if (!file.is_open() && errno != ENOENT) {
+    return refuse(kCreate, path, errno);
   }
   rerate_task_progress_update(
       task, qvn_format("Rerate %s %s CDRs", trunk.alias.c_str(), date.c_str()).c_str(),
       rerate_status::rating);
   QVN_LOG(kLogDebug, "Rerate task %d rerate %s %s %s CDRs\n", static_cast<int>(task.id),
           side_name(side), trunk.alias.c_str(), date.c_str());
-  if (!write_calls(task, side, trunk, file.get()) || std::fflush(file.get()) != 0) {
-    QVN_LOG(kLogWarning, "Write cdr file %s failed, error:%d(%s)\n", path.c_str(), errno,
-            std::strerror(errno));
-    return false;
+  log_not_matched(task, calls);
+  if (calls.lines().write_error() != 0) {
+    return refuse(kWrite, path, calls.lines().write_error());
   }
-  return true;
+  return file.is_open() ? append(calls, file, path) : publish(task, calls, name, path);
 }
 
 /// Names the file in the job row; false, logged, when the row's list is full.
@@ -113,11 +105,12 @@ bool list_file(rerate_task& task, call_side side, const rerate_trunk& trunk,
 
 }  // namespace
 
-int32_t execute_rerating(rerate_task& task, call_side side, rerate_trunk& trunk,
-                         const std::string& date) {
+int32_t execute_rerating(rerate_task& task, call_side side, const rerate_trunk& trunk,
+                         const std::string& date, const rerated_calls& calls) {
   const std::string name =
       qvn_format("%d-%s-%s.cdr", static_cast<int>(task.id), trunk.id.c_str(), date.c_str());
-  const bool written = write_file(task, side, trunk, date, name);
-  trunk.cdrs.clear();
-  return written && list_file(task, side, trunk, date, name) ? 0 : -1;
+  return write_file(task, side, trunk, date, name, calls) &&
+                 list_file(task, side, trunk, date, name)
+             ? 0
+             : -1;
 }

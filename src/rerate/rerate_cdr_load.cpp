@@ -1,7 +1,8 @@
-/// Loading one trunk's answered calls of a day.
+/// Loading one trunk's answered calls of a day, and pricing them as they come.
 
 #include <cstring>
 #include <ctime>
+#include <new>
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
@@ -14,18 +15,24 @@ constexpr const char* kLabel = "Rate CDR";
 
 /// What the row handler of a load shares with it.
 struct cdr_load {
-  rerate_trunk& trunk;
-  bool complete = true;  ///< false when a call was lost for lack of memory
+  const rerate_trunk& trunk;
+  rerated_calls& calls;
+  bool complete = true;  ///< false from the first call on that was lost for lack of memory
 };
 
 int32_t rerate_cdr_add(char* line, void* context) {
   auto& load = *static_cast<cdr_load*>(context);
-  if (load.trunk.cdrs.add(line)) {
-    return 0;
+  if (!load.complete) {
+    return -1;
   }
-  QVN_LOG(kLogError, "Alloc memory for trunk %s rerate cdr failed\n", load.trunk.id.c_str());
-  load.complete = false;
-  return -1;
+  try {
+    load.calls.add(line);
+    return 0;
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError, "Alloc memory for trunk %s rerate cdr failed\n", load.trunk.id.c_str());
+    load.complete = false;
+    return -1;
+  }
 }
 
 std::string time_condition(const rerate_day& day) {
@@ -56,12 +63,12 @@ void log_begin(const rerate_task& task, call_side side, const rerate_trunk& trun
   }
 }
 
-bool load_calls(rerate_task& task, rerate_trunk& trunk, const rerate_day& day,
-                const std::string& filter) {
+bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
+                const std::string& filter, rerated_calls& calls) {
   const std::string sql = qvn_format(
       "copy (select %s%s from %s %s) to stdout delimiter as ',' csv header", kCdrColumnList,
       task.include_q850 == 1 ? kCdrQ850ColumnList : "", day.table.c_str(), filter.c_str());
-  cdr_load load{trunk};
+  cdr_load load{trunk, calls};
   return qvn_db_data_copy_load_p1(task.connection.get(), sql.c_str(), rerate_cdr_add, &load,
                                   kLabel) == 0 &&
          load.complete;
@@ -69,16 +76,15 @@ bool load_calls(rerate_task& task, rerate_trunk& trunk, const rerate_day& day,
 
 }  // namespace
 
-int32_t get_rerate_cdr(rerate_task& task, call_side side, rerate_trunk& trunk,
-                       const rerate_day& day) {
+int32_t get_rerate_cdr(rerate_task& task, call_side side, const rerate_trunk& trunk,
+                       const rerate_day& day, rerated_calls& calls) {
   const int64_t start = std::time(nullptr);
   rerate_task_progress_update(
       task, qvn_format("Loading %s %s CDRs", trunk.alias.c_str(), day.date.c_str()).c_str(),
       rerate_status::loading_cdrs);
   const std::string condition = time_condition(day);
   log_begin(task, side, trunk, day, condition);
-  if (!load_calls(task, trunk, day, call_filter(condition, side, trunk))) {
-    trunk.cdrs.clear();
+  if (!load_calls(task, trunk, day, call_filter(condition, side, trunk), calls)) {
     QVN_LOG(kLogWarning, "Rerate task %d load %s %s cdr failed\n", static_cast<int>(task.id),
             trunk.alias.c_str(), day.date.c_str());
     return -1;
@@ -86,8 +92,8 @@ int32_t get_rerate_cdr(rerate_task& task, call_side side, rerate_trunk& trunk,
   const int64_t elapsed = std::time(nullptr) - start;
   QVN_LOG(kLogNotice, "Rerate task %d loading %s %s %s cdr done, elapsed %ld(s), cdr count %u\n",
           static_cast<int>(task.id), side_name(side), trunk.alias.c_str(), day.date.c_str(),
-          elapsed, trunk.cdrs.count());
+          elapsed, calls.count());
   task.cdr_load_seconds += static_cast<int32_t>(elapsed);
-  task.cdr_count += trunk.cdrs.count();
+  task.cdr_count += calls.count();
   return 0;
 }

@@ -12,6 +12,7 @@
 #include "rerate/cdr_rater.h"
 #include "rerate/rerate_day.h"
 #include "rerate/rerate_trunk.h"
+#include "rerate/rerated_calls.h"
 
 /// The texts of a shortage of memory: for the portal, and for the log with the id.
 inline constexpr const char* kRerateMemoryShortage = "System memory shortage";
@@ -124,12 +125,12 @@ void rerate_task_progress_update(rerate_task& task, const char* text, rerate_sta
 /// False, with the task failed, when one has none.
 [[nodiscard]] bool rerate_load_rates_of_day(rerate_task& task, const rerate_day& day);
 
-/// Loads the trunk's answered calls of the day into its list. 0, or -1, logged. The list is empty
-/// before.
-[[nodiscard]] int32_t get_rerate_cdr(rerate_task& task, call_side side, rerate_trunk& trunk,
-                                     const rerate_day& day);
+/// Loads the trunk's answered calls of the day, each of which is priced as it comes. 0, or -1,
+/// logged.
+[[nodiscard]] int32_t get_rerate_cdr(rerate_task& task, call_side side, const rerate_trunk& trunk,
+                                     const rerate_day& day, rerated_calls& calls);
 
-/// Rates the trunk's calls, emptying its list, and appends them to the trunk's CDR file of that
-/// day. 0, or -1, logged, when the file cannot be written or the list of files is full.
-[[nodiscard]] int32_t execute_rerating(rerate_task& task, call_side side, rerate_trunk& trunk,
-                                       const std::string& date);
+/// Makes the trunk's CDR file of that day of its calls, or appends them to it. 0, or -1, logged,
+/// when the file cannot be written or the list of files is full.
+[[nodiscard]] int32_t execute_rerating(rerate_task& task, call_side side, const rerate_trunk& trunk,
+                                       const std::string& date, const rerated_calls& calls);

@@ -1,5 +1,5 @@
-/// One trunk of a rerating: an item of the job row's trunk text, what is loaded for it, and its
-/// calls of the day at hand. Made and used by the job's worker thread.
+/// One trunk of a rerating: an item of the job row's trunk text, and what is loaded for it. Made
+/// and used by the job's worker thread.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "rate/rp_hash.h"
-#include "rerate/cdr_list.h"
 
 /// Settings of a rate table. The rating uses the jurisdiction's country and prefix and the four
 /// lengths of calling numbers.
@@ -54,7 +53,6 @@ struct rerate_trunk {
   std::string alias;                                ///< its name in texts, at most 99 characters
   uint8_t rate_decimal = 0;                         ///< decimals of a cost
   uint8_t rate_rounding = 0;                        ///< how the others are dropped
-  cdr_list cdrs;                                    ///< calls of the day, empty between days
 };
 
 /// In the reverse order of the trunk text.

@@ -86,19 +86,47 @@ bool check_lrn_server(rerate_task& task) {
 // --- the days
 // ----------------------------------------------------------------------------------------
 
+/// The trees and switches of the task and the settings of the trunk, as they stand for all calls.
+pricing_terms terms_of(const rerate_task& task, const rerate_trunk& trunk) {
+  const rate_table_settings& table = *trunk.rate_table;
+  pricing_terms terms{
+      .time_profiles = task.time_profiles,
+      .jurisdiction = {.prefix = table.jurisdiction_prefix.c_str(),
+                       .prefix_min_length = table.prefix_min_length,
+                       .prefix_max_length = table.prefix_max_length,
+                       .noprefix_min_length = table.noprefix_min_length,
+                       .noprefix_max_length = table.noprefix_max_length},
+      .local_rates = task.update_local_rate == 1,
+      .rate_decimal = trunk.rate_decimal,
+      .rate_rounding = trunk.rate_rounding,
+  };
+  if (const auto* const rates = rp_hash_match_all(&trunk.rate_tree, trunk.rate_table_id.c_str())) {
+    terms.codes = rates->sub;
+  }
+  if (task.update_us_jurisdiction == 1 && !table.jurisdiction_country_id.empty()) {
+    const auto* const country =
+        rp_hash_match_all(&task.jurisdictions, table.jurisdiction_country_id.c_str());
+    terms.jurisdictions = country ? country->sub : nullptr;
+  }
+  return terms;
+}
+
 /// Loads and rates the day's calls of one trunk; false, with the task failed, when either fails.
-bool rerate_trunk_calls(rerate_task& task, call_side side, rerate_trunk& trunk,
+bool rerate_trunk_calls(rerate_task& task, call_side side, const rerate_trunk& trunk,
                         const rerate_day& day) {
-  if (get_rerate_cdr(task, side, trunk, day) != 0) {
+  rerated_calls calls(task.folder, side, terms_of(task, trunk), trunk.loaded_rate_date,
+                      task.column_count());
+  if (get_rerate_cdr(task, side, trunk, day, calls) != 0) {
     task.fail(rerate_error::cdr_load, "Rerate task %u get %s %s CDR failed", task.id,
               trunk.alias.c_str(), day.date.c_str());
     return false;
   }
   // The other party's accounting expects a file for every day of an egress trunk, an empty one too.
-  if (side == call_side::ingress && trunk.cdrs.count() == 0) {
+  if (side == call_side::ingress && calls.count() == 0) {
     return true;
   }
-  if (execute_rerating(task, side, trunk, day.date) != 0) {
+  calls.finish();
+  if (execute_rerating(task, side, trunk, day.date, calls) != 0) {
     task.fail(rerate_error::rating, "Rerate task %u rerate %s %s CDR failed", task.id,
               trunk.alias.c_str(), day.date.c_str());
     return false;

@@ -35,9 +35,9 @@ class Job {
 
   /// Keeps what the job has made: nothing disturbed it.
   virtual void keep_result() = 0;
-  /// Nothing stored is lost or invented, whatever the job had come to. `alive`: the daemon is, so
-  /// that no file of it ends in the middle.
-  virtual void expect_allowed(bool alive) const = 0;
+  /// Nothing stored is lost or invented, whatever the job had come to, and a file is there whole or
+  /// not at all.
+  virtual void expect_allowed() const = 0;
   /// What the undisturbed run made, and nothing else.
   virtual void expect_whole() const = 0;
   /// Whether the job has begun and nobody works on it.

@@ -176,7 +176,7 @@ void Victims::check(const Victim& v, const Fault& fault) {
   const std::string row = v.job->row();
   hits[std::string(fault.name) + (v.import ? " import " : " rerating ") +
        row.substr(0, v.import ? row.find(':') : 1)]++;
-  v.job->expect_allowed(true);
+  v.job->expect_allowed();
   if (fault.ends_well)
     v.job->expect_whole();
   v.job->recover();
@@ -374,7 +374,7 @@ TEST(Server, AFullDiskOfTheDatabaseLosesNothing) {
     wait_ends();
     disk.empty();
     for (const auto& job : jobs) {
-      job->expect_allowed(true);
+      job->expect_allowed();
       outcomes[job->database() + " " + job->row()]++;
     }
   }
