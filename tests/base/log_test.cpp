@@ -232,6 +232,21 @@ TEST_F(Log, AFileIsRotatedAtTheLimitAndNotBelow) {
   EXPECT_THAT(lines_of(path_), ElementsAre(EndsWith("as 1500(1 KB), exceeded limit 1500(1 KB)")));
 }
 
+TEST_F(Log, AFileThatWasMovedIsMadeAgainAtTheSizeCheck) {
+  std::filesystem::rename(path_, directory_ + "moved");
+  std::filesystem::create_directory(path_);  // which cannot be opened: the old file stays
+  force_size_check();
+  QVN_LOG(kLogInfo, "first\n");
+  drain();
+  EXPECT_THAT(lines_of(directory_ + "moved").back(), EndsWith("first"));
+  std::filesystem::remove(path_);
+  force_size_check();
+  QVN_LOG(kLogInfo, "second\n");
+  drain();
+  EXPECT_THAT(lines_of(path_), ElementsAre(HasSubstr("opened it again"), EndsWith("second")));
+  EXPECT_THAT(lines_of(directory_ + "moved").back(), EndsWith("first"));
+}
+
 TEST_F(Log, SizeChecksKeepTheirRhythmWhenTheClockIsSteppedBack) {
   qvn_log_set_size(1);
   drain();
