@@ -42,10 +42,15 @@ pricing_terms terms_of(const rerate_task& task, const rerate_trunk& trunk) {
   return terms;
 }
 
+/// A caller's texts do not write lines of the log.
 void log_not_matched(const rerate_task& task, cdr_columns columns) {
-  QVN_LOG(kLogNotice, "Rerate task %d session_id %s ani %s bill_dnis %s not match rate\n",
-          static_cast<int>(task.id), columns[kSessionId].data(), columns[kTranslationAni].data(),
-          cdr_rater::billed_number(columns).data());
+  char text[2048];  // no line of the log is longer
+  (void)std::snprintf(text, sizeof text,
+                      "Rerate task %d session_id %s ani %s bill_dnis %s not match rate",
+                      static_cast<int>(task.id), columns[kSessionId].data(),
+                      columns[kTranslationAni].data(), cdr_rater::billed_number(columns).data());
+  qvn_mask_controls({text, std::strlen(text)});
+  QVN_LOG(kLogNotice, "%s\n", text);
 }
 
 /// Rates and writes all calls; stops at the first write that fails. Throws std::bad_alloc when

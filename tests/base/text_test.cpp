@@ -66,6 +66,31 @@ TEST(Text, DigitsTelephoneNumbersAndHostNames) {
   EXPECT_EQ(qvn_is_ipaddr(nullptr), -1);
 }
 
+TEST(Text, ControlCharactersAreMaskedAndLettersAreNot) {
+  const struct {
+    const char* text;
+    const char* masked;
+  } cases[] = {
+      {"\x01\x1b[2J\x1f\x7f\r\n\ta ~", "??[2J????\ta ~"},
+      {"\x9b"
+       "31m\xc2\x80\xc2\x9f\xc2\xa0",
+       "?31m????\xc2\xa0"},
+      // Letters whose bytes would be controls by themselves.
+      {"\xc5\x9b\xe2\x80\x9c\xf0\x9f\x92\x80", "\xc5\x9b\xe2\x80\x9c\xf0\x9f\x92\x80"},
+      // Longer than need be, a surrogate, above the last code, cut off.
+      {"\xe0\x82\x9b", "\xe0??"},
+      {"\xed\xa0\x9b", "\xed\xa0?"},
+      {"\xf0\x80\x82\x9b", "\xf0???"},
+      {"\xf4\x90\x80\x80\xf5\x80", "\xf4???\xf5?"},
+      {"\xc1\x9b\xe2\x80", "\xc1?\xe2?"},
+  };
+  for (const auto& c : cases) {
+    std::string text = c.text;
+    qvn_mask_controls(text);
+    EXPECT_EQ(text, c.masked);
+  }
+}
+
 TEST(Text, SixWordsAreTrue) {
   for (const char* word : {"t", "true", "y", "yes", "on", "1"}) {
     EXPECT_TRUE(qvn_booleam(word)) << word;
