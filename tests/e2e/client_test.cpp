@@ -284,11 +284,11 @@ TEST_F(ConsoleClient, AServerThatDoesNotReadIsListenedToAndGetsWholeLinesLater) 
 TEST_F(ConsoleClient, EndsAtTheNextLineWhenTheServerCloses) {
   Client client(home_);
   peer_.accept_login();
-  peer_.say("whole\r\npartial");
+  peer_.say("\nwhole\t\x1b[2J\xc2\x9b\xc5\x9b\r\npartial");  // which steers no terminal
   peer_.close_connection();
   EXPECT_TRUE(client.says(kOrderlyEnd));
   client.type("\n");
-  EXPECT_EQ(client.end(), std::string("whole\n") + kOrderlyEnd);
+  EXPECT_EQ(client.end(), std::string("\nwhole\t?[2J??\xc5\x9b\n") + kOrderlyEnd);
 }
 
 TEST_F(ConsoleClient, EndsWithoutASignalWhenTheConnectionBreaks) {
