@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "cli/qvn_cli_client.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 
