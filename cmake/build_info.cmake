@@ -18,15 +18,19 @@ elseif(GIT_FOUND)
     string(TIMESTAMP date "%B %d %Y %H:%M:%S")
   endif()
 endif()
+# As text of the source language: a branch may have a quote in its name.
+string(REPLACE "\\" "\\\\" revision "${revision}")
+string(REPLACE "\"" "\\\"" revision "${revision}")
+set(line "#define QVN_BUILD_REVISION \"${revision}\"\n")
 if(EXISTS ${OUTPUT})
-  file(STRINGS ${OUTPUT} written REGEX "QVN_BUILD_REVISION \"${revision}\"")
-  if(written)
+  file(READ ${OUTPUT} written)
+  string(FIND "${written}" "${line}" at)
+  if(NOT at EQUAL -1)
     return()
   endif()
 endif()
 # The day of the month stands without a leading zero.
 string(REGEX REPLACE " 0([0-9]) " " \\1 " date "${date}")
 file(WRITE ${OUTPUT} "#pragma once
-#define QVN_BUILD_REVISION \"${revision}\"
-#define QVN_BUILD_DATE \"${date}\"
+${line}#define QVN_BUILD_DATE \"${date}\"
 ")

@@ -4,8 +4,11 @@
 /// What the listener makes of received bytes is a function of its source file alone, so that
 /// is included.
 
+#include <memory>
 #include <strings.h>
+#include <unistd.h>
 
+#include "base/qvn_log_state.h"
 #include "cli/qvn_cli_server.cpp"  // NOLINT(bugprone-suspicious-include)
 #include "line_streams.h"
 #include "support.h"
@@ -25,6 +28,18 @@ bool opens(const line_event& event) {
 }
 
 }  // namespace
+
+/// A connection that cannot be waited for is told of and closed.
+void fuzz_prepare() {
+  const auto control = std::make_unique<cli_server_ctrl>();
+  g_cli_server_ctrl = control.get();
+  (void)qvn_log_set_level(kLogError);
+  const uint32_t queued = g_curr_log_que_size;
+  add_initial(qvn_fd(dup(STDERR_FILENO)), {});
+  FUZZ_CHECK(!control->init_list && control->init_count == 0 && g_curr_log_que_size == queued + 1);
+  (void)qvn_log_set_level(kLogEmergency);
+  g_cli_server_ctrl = nullptr;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_input input(data, size);

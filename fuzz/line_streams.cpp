@@ -14,9 +14,10 @@ line_events expected_events(const std::vector<std::string>& reads,
       events.emplace_back(end < allowed.line, fuzz_before_nul(kept.substr(0, end)));
       kept.erase(0, end + 2);
     }
-    if (kept.size() - (kept.ends_with('\r') ? 1 : 0) >= allowed.rest) {
-      events.emplace_back(false, fuzz_before_nul(kept));
-      kept.clear();
+    const std::size_t text = kept.size() - (kept.ends_with('\r') ? 1 : 0);
+    if (text >= allowed.rest) {
+      events.emplace_back(false, fuzz_before_nul(kept.substr(0, text)));
+      kept.erase(0, text);
     }
   }
   return events;

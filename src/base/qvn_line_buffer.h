@@ -2,8 +2,8 @@
 /// have in common. No socket and no log, so that tests and the fuzzer reach all of it.
 ///
 /// A line ends in "\r\n", looked for by length. A line or an unfinished rest that is too long is
-/// handed over as invalid and dropped; what then comes up to the next line end counts as a line
-/// again. A NUL ends a line's text, not the line. One thread at a time.
+/// handed over as invalid and dropped, but for half of a line end; what then comes up to the next
+/// line end counts as a line again. A NUL ends a line's text, not the line. One thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -25,8 +25,8 @@ class qvn_line_buffer {
   static constexpr std::size_t room(const limits& allowed) { return kCapacity - allowed.rest; }
 
   /// Takes received bytes, at most room() of them, and calls `on_line(text)` for each complete line
-  /// and `on_invalid(text)` for what is too long, in order. The texts are NUL-terminated and valid
-  /// during the call.
+  /// and `on_invalid(text)` for what is too long, in order. The texts are NUL-terminated, valid
+  /// during the call, and may be written to.
   template <class OnLine, class OnInvalid>
   void feed(std::string_view received, const limits& allowed, OnLine on_line, OnInvalid on_invalid);
 
@@ -62,14 +62,15 @@ void qvn_line_buffer::feed(std::string_view received, const limits& allowed, OnL
     }
     begin += end + kLineEnd.size();
   }
-  std::size_t rest = filled - begin;
   // A carriage return may be half of a line end and does not count.
-  const bool half_end = rest > 0 && bytes_[filled - 1] == kLineEnd.front();
-  if (rest - (half_end ? 1 : 0) >= allowed.rest) {
-    bytes_[filled] = '\0';
+  const bool half_end = filled > begin && bytes_[filled - 1] == kLineEnd.front();
+  const std::size_t text_end = filled - (half_end ? 1 : 0);
+  if (text_end - begin >= allowed.rest) {
+    bytes_[text_end] = '\0';
     on_invalid(bytes_ + begin);
-    rest = 0;
+    bytes_[text_end] = kLineEnd.front();
+    begin = text_end;
   }
-  std::memmove(bytes_, bytes_ + begin, rest);
-  length_ = static_cast<uint16_t>(rest);
+  std::memmove(bytes_, bytes_ + begin, filled - begin);
+  length_ = static_cast<uint16_t>(filled - begin);
 }

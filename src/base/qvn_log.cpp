@@ -249,6 +249,29 @@ void rotate_log_file() QVN_REQUIRES(g_log_file_mutex) {
   g_log_file = std::fopen(g_log_file_name, "wt+e");
 }
 
+/// Whether the name leads to the file that is written to.
+bool name_leads_to_file() QVN_REQUIRES(g_log_file_mutex) {
+  struct stat named {};
+  struct stat written {};
+  return stat(g_log_file_name, &named) == 0 && fstat(fileno(g_log_file), &written) == 0 &&
+         named.st_dev == written.st_dev && named.st_ino == written.st_ino;
+}
+
+/// Opens the name again when the file has been moved or removed; true when it did. Where that
+/// fails, the old file is written to as before.
+bool reopen_if_moved() {
+  const qvn_lock_guard guard(g_log_file_mutex);
+  if (g_log_file_name == nullptr || g_log_file == nullptr || name_leads_to_file()) {
+    return false;
+  }
+  std::FILE* const file = std::fopen(g_log_file_name, "at+e");
+  if (file == nullptr) {
+    return false;
+  }
+  (void)std::fclose(std::exchange(g_log_file, file));
+  return true;
+}
+
 /// Rotates a file of `limit` bytes or more; returns the size that it had, or 0.
 off_t rotate_if_exceeded(uint32_t limit) {
   const qvn_lock_guard guard(g_log_file_mutex);
@@ -273,9 +296,12 @@ bool size_check_is_due() {
   return now >= next;
 }
 
-void check_log_size() {
+void check_log_file() {
   if (!size_check_is_due()) {
     return;
+  }
+  if (reopen_if_moved()) {
+    QVN_LOG(kLogNotice, "The logfile was moved or removed, opened it again\n");
   }
   const uint32_t limit = g_max_log_size.load(std::memory_order_relaxed);
   if (const off_t size = rotate_if_exceeded(limit); size > 0) {
@@ -296,11 +322,11 @@ void deliver(log_entry* entry) {
 void* log_thread_run(void*) {
   qvn_thread_set_name("qvn_log");
   for (bool ended = false; !ended;) {
-    check_log_size();
+    check_log_file();
     log_entry* entry = take_entries(ended);
     while (entry != nullptr) {
       log_entry* next = entry->next;
-      check_log_size();
+      check_log_file();
       deliver(entry);
       entry = next;
     }
@@ -357,7 +383,11 @@ int32_t qvn_log_init() {
   g_log_output.store(kOutputFile, std::memory_order_relaxed);
   g_check_log_tv.store(seconds_now(), std::memory_order_relaxed);
   set_log_running(1);
-  g_log_thread_started = pthread_create(&g_log_thread_id, nullptr, log_thread_run, nullptr) == 0;
+  const int error = pthread_create(&g_log_thread_id, nullptr, log_thread_run, nullptr);
+  g_log_thread_started = error == 0;
+  if (error != 0) {
+    (void)std::fprintf(stderr, "The log thread can't be started, %s\n", std::strerror(error));
+  }
   return 0;
 }
 
@@ -365,18 +395,21 @@ int32_t qvn_log_file_open(const char* path, uint32_t level, uint8_t foreground) 
   if (path == nullptr) {
     return 0;
   }
+  const bool needs_file = foreground != 1;
+  bool opened = false;
   {
     const qvn_lock_guard guard(g_log_file_mutex);
     if (g_log_file != nullptr) {
       return -2;
     }
-    if (!open_log_stream(path)) {
+    opened = open_log_stream(path);
+    if (!opened && needs_file) {
       return -3;
     }
-    g_log_output.store(foreground == 1 ? kOutputStandardError : kOutputFile,
-                       std::memory_order_relaxed);
+    g_log_output.store(needs_file ? kOutputFile : kOutputStandardError, std::memory_order_relaxed);
   }
-  return qvn_log_set_level(level);
+  (void)qvn_log_set_level(level);
+  return opened ? 0 : -3;
 }
 
 int32_t qvn_log_file_reopen(const char* path) {

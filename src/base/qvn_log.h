@@ -36,12 +36,13 @@ enum qvn_log_level : uint32_t {
 
 /// Prepares the module (everything passes until a level is set) and starts the log thread. Called
 /// once, by the main thread, before any other thread; does nothing while the log thread runs.
-/// Returns 0; without a log thread lines stay in the queue.
+/// Returns 0; without a log thread, which standard error is told, lines stay in the queue.
 int32_t qvn_log_init();
 
 /// Opens the file for appending, chooses it (or standard error when `foreground` is 1; the file is
 /// opened all the same) as the sink and sets the level. Main thread. 0, also without a path; -2
-/// when a file is open already, which stays; -3 when it cannot be opened.
+/// when a file is open already, which stays; -3 when it cannot be opened: standard error is chosen
+/// all the same. A file that is moved or removed later is made again at the next size check.
 int32_t qvn_log_file_open(const char* path, uint32_t level, uint8_t foreground);
 
 /// Closes the open file and opens `path` for appending in its place. 0, also without a path or an

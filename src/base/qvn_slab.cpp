@@ -1,16 +1,20 @@
 #include "base/qvn_slab.h"
 
+#include <cassert>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <pthread.h>
 #include <sys/mman.h>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define QVN_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QVN_ADDRESS_SANITIZER 1
-#endif
+#include "base/qvn_sanitizer.h"
+
+#if QVN_ADDRESS_SANITIZER
+#include <atomic>
+#include <cstdio>
+#include <new>
+#include <sanitizer/asan_interface.h>
+#include <sanitizer/lsan_interface.h>
 #endif
 
 namespace {
@@ -27,7 +31,7 @@ constexpr std::size_t kBlocksOfSmallPages = 2;
 
 /// Maps `size` bytes, a multiple of kBlockSize, at such a multiple, zeroed; null when memory runs
 /// out.
-[[maybe_unused]] void* map_aligned(std::size_t size) {
+void* map_aligned(std::size_t size) {
   const std::size_t reserved = size + kBlockSize;
   if (reserved < size) {
     return nullptr;
@@ -47,6 +51,84 @@ constexpr std::size_t kBlocksOfSmallPages = 2;
   return start + front;
 }
 
+// --- what the address sanitizer is told: which bytes belong to pieces
+// ---------------------------------------------------------------------------------------------
+
+#if QVN_ADDRESS_SANITIZER
+
+/// In front of each piece, a line, so that pieces of whole lines still begin one. Nobody but the
+/// slab may touch it.
+struct piece_note {
+  std::size_t size;  ///< as it was asked for; kReleased when it is nobody's any more
+  char unused[kLine - sizeof(std::size_t)];
+};
+constexpr std::size_t kReleased = SIZE_MAX;
+
+constexpr std::size_t kFront = sizeof(piece_note);
+
+std::atomic<int> g_blocks = 0;  ///< of all slabs
+
+/// The leak checker does not know pieces.
+void expect_no_block() {
+  if (g_blocks != 0) {
+    (void)std::fputs("qvn_slab: pieces have not been released\n", stderr);
+    std::abort();
+  }
+}
+
+/// What a block points to is not lost.
+void guard_block(void* contents, std::size_t size) {
+  [[maybe_unused]] static const int at_exit = std::atexit(expect_no_block);
+  ++g_blocks;
+  __asan_poison_memory_region(contents, size);
+  __lsan_register_root_region(contents, size);
+}
+
+void unguard_block(void* contents, std::size_t size) {
+  --g_blocks;
+  __lsan_unregister_root_region(contents, size);
+  __asan_unpoison_memory_region(contents, size);
+}
+
+/// Makes `size` bytes behind the note at `front` a piece; returns it.
+void* hand_out(char* front, std::size_t size) {
+  __asan_unpoison_memory_region(front, kFront + size);
+  new (front) piece_note{size, {}};
+  __asan_poison_memory_region(front, kFront);
+  return front + kFront;
+}
+
+void take_back(void* piece) {
+  auto* const note = static_cast<piece_note*>(piece) - 1;
+  __asan_unpoison_memory_region(note, kFront);
+  assert(note->size != kReleased);       // twice
+  std::memset(piece, 0xdd, note->size);  // what it pointed to may be lost now
+  __asan_poison_memory_region(piece, note->size);
+  note->size = kReleased;
+  __asan_poison_memory_region(note, kFront);
+}
+
+#else
+
+constexpr std::size_t kFront = 0;
+
+void guard_block(void* /*contents*/, std::size_t /*size*/) {}
+void unguard_block(void* /*contents*/, std::size_t /*size*/) {}
+void* hand_out(char* front, std::size_t /*size*/) {
+  return front;
+}
+void take_back(void* /*piece*/) {}
+
+#endif
+
+// Pieces are counted without a lock. Whoever pays for a sanitizer or does without optimisation has
+// it looked after.
+#if QVN_ADDRESS_SANITIZER || QVN_THREAD_SANITIZER || !defined(__OPTIMIZE__)
+constexpr bool kThreadIsLookedAfter = true;
+#else
+constexpr bool kThreadIsLookedAfter = false;
+#endif
+
 }  // namespace
 
 /// Stands at the front of every block.
@@ -56,6 +138,7 @@ struct alignas(kLine) qvn_slab::block {
   std::size_t used;    ///< bytes handed out, this header included
   std::size_t live;    ///< pieces not yet released
   qvn_slab* owner;     ///< the slab whose current block this may be
+  pthread_t thread;    ///< the one that made it, whose pieces are all that are in it
 
   /// Has room for as many bytes, itself included. Of whole blocks, as the system takes nothing back
   /// but whole pages.
@@ -69,73 +152,74 @@ struct alignas(kLine) qvn_slab::block {
       fresh->mapped = size;
       fresh->used = sizeof(block);
       fresh->owner = owner;
+      fresh->thread = pthread_self();
       ++owner->blocks_;
+      guard_block(fresh + 1, size - sizeof(block));
     }
     return fresh;
   }
-};
 
-#ifdef QVN_ADDRESS_SANITIZER
-
-// One heap block a piece, so that the sanitizer sees every use of a released record.
-void* qvn_slab::alloc(std::size_t size) noexcept {
-  if (size % kLine != 0) {
-    return std::calloc(1, size);
+  /// The block that a piece lies in.
+  static block* of(void* piece) {
+    const auto address = reinterpret_cast<std::uintptr_t>(piece);
+    return reinterpret_cast<block*>(address & ~(kBlockSize - 1));
   }
-  void* const piece = std::aligned_alloc(kLine, size);
-  return piece ? std::memset(piece, 0, size) : nullptr;
-}
-void qvn_slab::release(void* piece) noexcept {
-  std::free(piece);
-}
 
-#else
+  [[nodiscard]] bool is_of_this_thread() const {
+    return !kThreadIsLookedAfter || pthread_equal(thread, pthread_self()) != 0;
+  }
+
+  void* cut(std::size_t size, std::size_t taken) {
+    assert(is_of_this_thread());
+    char* const front = reinterpret_cast<char*>(this) + used;
+    used += taken;
+    ++live;
+    return hand_out(front, size);
+  }
+
+  /// Its memory goes back with it.
+  void destroy() {
+    if (owner->current_ == this) {
+      owner->current_ = nullptr;
+    }
+    --owner->blocks_;
+    unguard_block(this + 1, mapped - sizeof(block));
+    (void)munmap(this, mapped);
+  }
+};
 
 void* qvn_slab::alloc(std::size_t size) noexcept {
   constexpr std::size_t kAlignment = 8;
   if (size > SIZE_MAX / 2) {
     return nullptr;
   }
-  const std::size_t rounded = (size + kAlignment - 1) & ~(kAlignment - 1);
-  if (rounded > kBlockSize - sizeof(block)) {
+  const std::size_t taken = kFront + ((size + kAlignment - 1) & ~(kAlignment - 1));
+  if (taken > kBlockSize - sizeof(block)) {
     // Too large to share a block: a mapping of its own, found from its start like any other.
-    block* const single = block::create(this, rounded + sizeof(block));
-    if (!single) {
-      return nullptr;
-    }
-    single->live = 1;
-    return single + 1;
+    block* const single = block::create(this, taken + sizeof(block));
+    return single ? single->cut(size, taken) : nullptr;
   }
-  if (!current_ || current_->mapped - current_->used < rounded) {
+  if (!current_ || current_->mapped - current_->used < taken) {
     block* const fresh = block::create(this, kBlockSize);
     if (!fresh) {
       return nullptr;
     }
     current_ = fresh;
   }
-  void* const piece = reinterpret_cast<char*>(current_) + current_->used;
-  current_->used += rounded;
-  ++current_->live;
-  return piece;
+  return current_->cut(size, taken);
 }
 
 void qvn_slab::release(void* piece) noexcept {
   if (!piece) {
     return;
   }
-  const auto address = reinterpret_cast<std::uintptr_t>(piece);
-  auto* const home = reinterpret_cast<block*>(address & ~(kBlockSize - 1));
-  if (--home->live > 0) {
-    return;
+  block* const home = block::of(piece);
+  assert(home->is_of_this_thread());
+  take_back(piece);
+  if (--home->live == 0) {
+    home->destroy();
   }
-  if (home->owner->current_ == home) {
-    home->owner->current_ = nullptr;
-  }
-  --home->owner->blocks_;
-  (void)munmap(home, home->mapped);
 }
-
-#endif
 
 const char* qvn_store_text(char*& end, std::string_view text) {
   if (text.empty()) {

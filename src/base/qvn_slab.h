@@ -7,8 +7,9 @@
 /// memory, and a finished job's memory really leaves the process. From the third block on a slab
 /// asks for huge pages.
 ///
-/// A slab and all its pieces belong to one thread at a time. It has no destructor: with its last
-/// piece released it owns nothing.
+/// A slab and all its pieces belong to one thread, which unoptimised builds and those with a
+/// sanitizer assert. It has no destructor: with its last piece released it owns nothing. Under the
+/// address sanitizer what is not part of a piece, or of one no more, must not be touched.
 #pragma once
 
 #include <cstddef>
@@ -29,8 +30,8 @@ class qvn_slab {
 
  private:
   struct block;
-  [[maybe_unused]] block* current_ = nullptr;  ///< the block that pieces are cut from, or none
-  std::size_t blocks_ = 0;                     ///< blocks that pieces live in
+  block* current_ = nullptr;  ///< the block that pieces are cut from, or none
+  std::size_t blocks_ = 0;    ///< blocks that pieces live in
 };
 
 /// Bytes of a text behind a record in the same piece, its NUL included; none for an empty text.

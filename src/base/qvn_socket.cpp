@@ -50,6 +50,13 @@ bool bind_to(int fd, const char* address, uint16_t port) {
   return bind(fd, generic(place), sizeof place) == 0;
 }
 
+uint16_t bound_port(int fd) {
+  sockaddr_in place{};
+  socklen_t length = sizeof place;
+  (void)getsockname(fd, reinterpret_cast<sockaddr*>(&place), &length);
+  return ntohs(place.sin_port);
+}
+
 bool try_later(int error) {
   return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
 }
@@ -208,7 +215,7 @@ int32_t qvn_nonblock_udp_socket_multi_trybind(const char* address, uint16_t firs
       return -1;
     }
     if (bind_to(fd.get(), shown, candidate)) {
-      *port = candidate;
+      *port = bound_port(fd.get());
       return fd.release();
     }
     QVN_LOG(kLogDebug, "Can't bind socket as [%s:%d]\n", shown, number);

@@ -41,8 +41,8 @@ inline constexpr int32_t kAcceptWouldBlock = -100;
 /// A non-blocking datagram socket bound to that address; -1, with an ERROR.
 [[nodiscard]] int32_t qvn_nonblock_udp_socket(const char* address, uint16_t port);
 
-/// A non-blocking datagram socket bound to the first free one of `tries` ports, which it tells. -1
-/// when none is free or a socket cannot be made.
+/// A non-blocking datagram socket bound to the first free one of `tries` ports, which it tells; a
+/// first port of 0 is any that is free. -1 when none is free or a socket cannot be made.
 [[nodiscard]] int32_t qvn_nonblock_udp_socket_multi_trybind(const char* address,
                                                             uint16_t first_port, int tries,
                                                             uint16_t* port);

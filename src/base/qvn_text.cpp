@@ -75,6 +75,58 @@ std::size_t split_fields(char* line, std::span<char*> fields, char separator) {
   return index;
 }
 
+/// What may follow the first byte of a UTF-8 character of that many bytes.
+struct utf8_lead {
+  std::size_t length;
+  unsigned char lowest, highest;  ///< of the second byte
+};
+
+/// Without the forms that are longer than they need to be, surrogates and codes above U+10FFFF.
+utf8_lead utf8_lead_of(unsigned char lead) {
+  constexpr unsigned char kFirst = 0x80;
+  constexpr unsigned char kLast = 0xbf;
+  if (lead < kFirst) {
+    return {1, 0, 0};
+  }
+  if (lead < 0xc2 || lead > 0xf4) {
+    return {0, 0, 0};
+  }
+  if (lead < 0xe0) {
+    return {2, kFirst, kLast};
+  }
+  if (lead < 0xf0) {
+    return {3, lead == 0xe0 ? static_cast<unsigned char>(0xa0) : kFirst,
+            lead == 0xed ? static_cast<unsigned char>(0x9f) : kLast};
+  }
+  return {4, lead == 0xf0 ? static_cast<unsigned char>(0x90) : kFirst,
+          lead == 0xf4 ? static_cast<unsigned char>(0x8f) : kLast};
+}
+
+/// Bytes of the UTF-8 character that a text, which is not empty, begins with; 0 for none.
+std::size_t utf8_length(std::string_view text) {
+  const utf8_lead lead = utf8_lead_of(code_of(text.front()));
+  if (lead.length > text.size()) {
+    return 0;
+  }
+  for (std::size_t i = 1; i < lead.length; ++i) {
+    const unsigned char code = code_of(text[i]);
+    if (code < (i == 1 ? lead.lowest : 0x80) || code > (i == 1 ? lead.highest : 0xbf)) {
+      return 0;
+    }
+  }
+  return lead.length;
+}
+
+/// Whether the bytes, a UTF-8 character or a byte of none, are a control character.
+bool is_control(std::string_view bytes) {
+  const unsigned char code = code_of(bytes.back());
+  const bool high = code >= 0x80 && code < 0xa0;
+  if (bytes.size() > 1) {
+    return bytes.size() == 2 && code_of(bytes.front()) == 0xc2 && high;
+  }
+  return (code > 0 && code < kBlank) || code == 0x7f || high;
+}
+
 }  // namespace
 
 int32_t zstr(const char* text) {
@@ -202,6 +254,18 @@ char* qvn_trim_suffix_blank(char* text) {
     }
   }
   return text;
+}
+
+void qvn_mask_controls(std::span<char> text, std::string_view kept) {
+  while (!text.empty()) {
+    const std::string_view left(text.data(), text.size());
+    const std::string_view bytes = left.substr(0, std::max<std::size_t>(utf8_length(left), 1));
+    const auto character = text.first(bytes.size());
+    if (is_control(bytes) && kept.find(bytes) == std::string_view::npos) {
+      std::ranges::fill(character, '?');
+    }
+    text = text.subspan(character.size());
+  }
 }
 
 int32_t qvn_is_digit(const char* text) {

@@ -80,6 +80,12 @@ void qvn_strip_suffix_blank(char* last);
 /// Cuts, in place, every trailing character of code 32 or less; returns the text.
 char* qvn_trim_suffix_blank(char* text);
 
+/// Writes "?", in place, over each byte of a control character but those in `kept`: codes 1 to 31,
+/// 127 and 128 to 159, the last as UTF-8 or as a byte that belongs to no UTF-8 character. A text
+/// from outside then neither steers the terminal that shows it nor begins a line of its own. All
+/// other bytes stay.
+void qvn_mask_controls(std::span<char> text, std::string_view kept = "\t");
+
 /// 1 when every character is 0 to 9, also for an empty text; else 0.
 [[nodiscard]] int32_t qvn_is_digit(const char* text);
 

@@ -3,18 +3,11 @@
 #include <array>
 #include <cstdio>
 
+#include "base/qvn_sanitizer.h"
+
 namespace {
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define QVN_SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define QVN_SANITIZED 1
-#endif
-
-#if defined(QVN_SANITIZED)
+#if QVN_ADDRESS_SANITIZER || QVN_THREAD_SANITIZER
 // Instrumented frames are larger than those that ship.
 constexpr std::size_t kDetachedStackSize = 3 * kWorkerStackSize;
 #else

@@ -19,6 +19,7 @@ struct cli_connection {
   int64_t expires = 0;     ///< seconds since the epoch after which it is closed
   qvn_line_buffer buffer;  ///< bytes of an unfinished line
   bool paused = false;     ///< not read to its end; to be continued
+  bool logout = false;     ///< ends when all that has come has been read
   cli_connection* next = nullptr;
 };
 
@@ -52,6 +53,10 @@ struct cli_peer {
   int port;
 };
 [[nodiscard]] cli_peer cli_peer_of(const cli_connection& connection);
+
+/// Masks the control characters of what a client sent, line ends included: it may not write lines
+/// of the log. Returns the line.
+const char* cli_masked(char* line);
 
 /// Hands a connection that has logged in over to a thread of its own, which frees it. Closed, freed
 /// and not counted when the thread cannot be started, which is logged. Listener thread.

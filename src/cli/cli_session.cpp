@@ -36,14 +36,15 @@ bool is_expired(cli_connection& connection) {
   return now >= connection.expires;
 }
 
-/// Carries out one line; whether it is a logout.
-bool request_line(cli_connection& connection, const char* line) {
-  const cli_peer peer = cli_peer_of(connection);
-  QVN_LOG(kLogDebug, "Recv client %s:%d request: '%s'\n", peer.address, peer.port, line);
+/// Carries out one line.
+void request_line(cli_connection& connection, char* line) {
   const cli_request request = cli_request_split(line);
   const cli_method method = cli_method_find(request.word);
+  const cli_peer peer = cli_peer_of(connection);
+  QVN_LOG(kLogDebug, "Recv client %s:%d request: '%s'\n", peer.address, peer.port,
+          cli_masked(line));
   if (method == cli_method::unknown) {
-    return false;
+    return;
   }
   renew(connection);
   switch (method) {
@@ -56,33 +57,34 @@ bool request_line(cli_connection& connection, const char* line) {
     case cli_method::help:
       cmd_help_request_proc(connection, request.arguments);
       break;
+    case cli_method::logout:
+      connection.logout = true;
+      break;
     case cli_method::unknown:
     case cli_method::heartbeat:
     case cli_method::login:
-    case cli_method::logout:
       break;
   }
-  return method == cli_method::logout;
 }
 
-/// Carries out the lines of what came; whether one of them is a logout.
-bool request_bytes(cli_connection& connection, std::string_view bytes) {
-  bool logout = false;
+/// Carries out the lines of what came.
+void request_bytes(cli_connection& connection, std::string_view bytes) {
   connection.buffer.feed(
-      bytes, kSessionLimits,
-      [&](const char* line) { logout = request_line(connection, line) || logout; },
-      [](const char* line) { QVN_LOG(kLogInfo, "Receive invalid msg from client [%s]\n", line); });
-  return logout;
+      bytes, kSessionLimits, [&](char* line) { request_line(connection, line); },
+      [](char* line) {
+        QVN_LOG(kLogInfo, "Receive invalid msg from client [%s]\n", cli_masked(line));
+      });
 }
 
-/// Reads and carries out what has come; whether the connection goes on.
+/// Reads and carries out what has come; whether the connection goes on. A logout counts when there
+/// is nothing more to read: closing a socket with input unread would take the answers from the
+/// client.
 bool serve_input(cli_connection& connection) {
-  bool logout = false;
   for (int reads = 0; reads < kReadsATurn; ++reads) {
     char bytes[kSessionReadSize];
     const ssize_t length = recv(connection.fd.get(), bytes, sizeof bytes, MSG_DONTWAIT);
     if (length > 0) {
-      logout = request_bytes(connection, {bytes, static_cast<std::size_t>(length)}) || logout;
+      request_bytes(connection, {bytes, static_cast<std::size_t>(length)});
       continue;
     }
     const int error = errno;
@@ -97,10 +99,10 @@ bool serve_input(cli_connection& connection) {
               std::strerror(error));
       return false;
     }
-    return !logout;
+    return !connection.logout;
   }
   qvn_msleep(kRestMilliseconds);
-  return !logout;
+  return true;
 }
 
 enum class input { none, ready, broken };
@@ -108,7 +110,7 @@ enum class input { none, ready, broken };
 input wait_for_input(const cli_connection& connection) {
   constexpr int kLookAtExitFlag = 1000;  // milliseconds
   pollfd entry{.fd = connection.fd.get(), .events = POLLIN, .revents = 0};
-  const int count = poll(&entry, 1, kLookAtExitFlag);
+  const int count = poll(&entry, 1, connection.logout ? 0 : kLookAtExitFlag);
   if (count == 0) {
     return input::none;
   }
@@ -126,6 +128,9 @@ void serve(cli_connection& connection) {
   while (g_cli_server_ctrl->exit != 1 && !is_expired(connection)) {
     switch (wait_for_input(connection)) {
       case input::none:
+        if (connection.logout) {
+          return;
+        }
         break;
       case input::broken:
         QVN_LOG(kLogInfo, "%s", "The CLI socket select error, disconnected this connection\n");

@@ -21,6 +21,7 @@
 #include "base/qvn_line_buffer.h"
 #include "base/qvn_md5.h"
 #include "base/qvn_socket.h"
+#include "base/qvn_text.h"
 #include "base/qvn_thread.h"
 #include "base/qvn_time.h"
 #include "cli/cli_protocol.h"
@@ -130,10 +131,17 @@ void send_heartbeat() {
 /// A server that streams without end is interrupted for a heartbeat after this many reads.
 constexpr int kReadsATurn = 16;
 
+/// What anybody who answers on the console's port may show on this terminal. The console's own
+/// answers hold line feeds.
+const char* shown(char* line) {
+  qvn_mask_controls({line, std::strlen(line)}, "\t\r\n");
+  return line;
+}
+
 void print_lines(std::string_view received) {
   g_cli_client_ctrl->buffer.feed(
-      received, kSessionLimits, [](const char* line) { std::puts(line); },
-      [](const char* line) { std::printf("Receive invalid msg [%s]\n", line); });
+      received, kSessionLimits, [](char* line) { std::puts(shown(line)); },
+      [](char* line) { std::printf("Receive invalid msg [%s]\n", shown(line)); });
 }
 
 /// Prints the lines that have come; whether the connection is still there.

@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 
 #include "base/qvn_log.h"
+#include "base/qvn_text.h"
 #include "base/qvn_thread.h"
 #include "cli/cli_connection.h"
 #include "cli/cli_protocol.h"
@@ -131,11 +132,16 @@ void add_initial(qvn_fd fd, const sockaddr_in& peer) {
   connection->fd = std::move(fd);
   connection->addr = peer;
   connection->expires = std::time(nullptr) + kLoginGrace;
+  const cli_peer shown = cli_peer_of(*connection);
+  if (!watch(EPOLL_CTL_ADD, connection->fd.get())) {
+    QVN_LOG(kLogError, "Can't wait for input of CLI '%s:%d', %s\n", shown.address, shown.port,
+            std::strerror(errno));
+    delete connection;
+    return;
+  }
   connection->next = g_cli_server_ctrl->init_list;
   g_cli_server_ctrl->init_list = connection;
   ++g_cli_server_ctrl->init_count;
-  (void)watch(EPOLL_CTL_ADD, connection->fd.get());
-  const cli_peer shown = cli_peer_of(*connection);
   QVN_LOG(kLogDebug, "A new client %s:%d connected, fd as %d\n", shown.address, shown.port,
           connection->fd.get());
 }
@@ -145,6 +151,8 @@ void accept_connections() {
     sockaddr_in peer{};
     const int32_t fd = qvn_tcp_accept(g_cli_server_ctrl->listen_fd.get(), &peer, "CLI");
     if (fd < 1) {
+      // Nothing tells when there are descriptors or memory again for who is still waiting.
+      g_cli_server_ctrl->accept_paused |= fd != kAcceptWouldBlock;
       return;
     }
     qvn_fd owned(fd);
@@ -219,7 +227,9 @@ bool login_bytes(cli_connection& connection, std::string_view bytes) {
   connection.buffer.feed(
       bytes, kLoginLimits,
       [&](const char* line) { authenticated = authenticated || login_line(connection, line); },
-      [](const char* line) { QVN_LOG(kLogInfo, "Receive invalid msg from CLI [%s]\n", line); });
+      [](char* line) {
+        QVN_LOG(kLogInfo, "Receive invalid msg from CLI [%s]\n", cli_masked(line));
+      });
   return authenticated;
 }
 
@@ -313,6 +323,11 @@ cli_peer cli_peer_of(const cli_connection& connection) {
   return peer;
 }
 
+const char* cli_masked(char* line) {
+  qvn_mask_controls({line, std::strlen(line)});
+  return line;
+}
+
 int32_t qvn_cli_server_init() {
   g_cli_server_ctrl = new (std::nothrow) cli_server_ctrl;
   if (!g_cli_server_ctrl) {
@@ -328,8 +343,12 @@ int32_t qvn_cli_server_init() {
   const uint16_t port = g_core_ctrl->cli_listen_port;
   const uint16_t limit = g_core_ctrl->cli_connection_limit;
   g_cli_server_ctrl->listen_fd.reset(qvn_tcp_socket_and_listen(address, port, limit));
-  if (!g_cli_server_ctrl->listen_fd.is_open() ||
-      !watch(EPOLL_CTL_ADD, g_cli_server_ctrl->listen_fd.get())) {
+  if (!g_cli_server_ctrl->listen_fd.is_open()) {
+    return -1;
+  }
+  if (!watch(EPOLL_CTL_ADD, g_cli_server_ctrl->listen_fd.get())) {
+    QVN_LOG(kLogWarning, "CLI server can't wait for connections on %s:%d, %s\n", address, port,
+            std::strerror(errno));
     return -1;
   }
   QVN_LOG(kLogNotice, "CLI server listen on %s:%d, connection limit as %d\n", address, port, limit);

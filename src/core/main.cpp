@@ -1,6 +1,5 @@
 /// The daemon from its command line to its end.
 
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -64,12 +63,6 @@ bool create_core_record() {
   return true;
 }
 
-void remember_signal_mask() {
-  sigset_t mask;
-  (void)pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  qvn_core_set_wait_mask(mask);
-}
-
 void start_logging(bool foreground) {
   char path[1024];
   (void)std::snprintf(path, sizeof path, "%s%s.log", g_core_ctrl->log_dir.c_str(), kProgramName);
@@ -118,7 +111,7 @@ int main(int count, char** words) {
   g_core_ctrl->log_level = kLogDebug;
   system_signal_reset();
   qvn_db_set_connection_defaults();
-  remember_signal_mask();
+  qvn_core_set_wait_mask(qvn_run_loop_mask());
   if (!flags.foreground) {
     qvn_register_signal_handle();
     daemonize();

@@ -1,6 +1,7 @@
 #include "core/qvn_core.h"
 
 #include <atomic>
+#include <cstring>
 #include <new>
 #include <poll.h>
 
@@ -79,8 +80,21 @@ int32_t qvn_core_module_conf() {
 }
 
 int32_t qvn_core_start() {
+  static constexpr struct {
+    module_step start;
+    const char* label;
+  } kModules[] = {{qvn_cli_server_start, "CLI server"},
+                  {qvn_rerate_start, "Rerate"},
+                  {qvn_rate_upload_start, "Rate upload"},
+                  {qvn_task_start, "Job poller"}};
   QVN_LOG(kLogNotice, "Start running...\n");
-  return run_steps({qvn_cli_server_start, qvn_rerate_start, qvn_rate_upload_start, qvn_task_start});
+  for (const auto& module : kModules) {
+    if (const int error = module.start(); error != 0) {
+      QVN_LOG(kLogError, "%s thread can't be started, %s\n", module.label, std::strerror(error));
+      return -1;
+    }
+  }
+  return 0;
 }
 
 int32_t qvn_core_run() {

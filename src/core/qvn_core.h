@@ -17,6 +17,7 @@
 /// Loads the database list and the modules' own sections.
 [[nodiscard]] int32_t qvn_core_module_conf();
 
+/// Stops at the first module whose thread cannot be started.
 [[nodiscard]] int32_t qvn_core_start();
 
 /// Hands the log settings to the logger and waits until the exit is requested. The signals that

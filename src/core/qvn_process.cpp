@@ -1,6 +1,7 @@
 #include "core/qvn_process.h"
 
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -8,6 +9,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <new>
+#include <string_view>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -102,6 +104,24 @@ sigset_t handled_signals() {
     sigaddset(&set, number);
   }
   return set;
+}
+
+/// The pid file's first line with its end; empty when there is none.
+std::string read_pid_line() {
+  const qvn_file file(std::fopen(make_pid_file_path().text, "re"));
+  char bytes[255];
+  const std::string_view text(bytes, file ? std::fread(bytes, 1, sizeof bytes, file.get()) : 0);
+  const std::size_t end = text.find('\n');
+  return std::string(text.substr(0, end == std::string_view::npos ? end : end + 1));
+}
+
+/// Whether the line is the id of a process above 1 and nothing else: a shell is going to read it,
+/// and kill takes 0 and less for whole groups.
+bool names_one_process(std::string_view line) {
+  const std::string_view digits = line.substr(0, line.find('\n'));
+  pid_t pid = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), pid);
+  return error == std::errc() && end == digits.data() + digits.size() && pid > 1;
 }
 
 /// Whatever still blocks then, the process ends.
@@ -214,6 +234,17 @@ void qvn_register_signal_handle() {
 
 void system_signal_reset() {
   (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
+}
+
+sigset_t qvn_run_loop_mask() {
+  sigset_t mask;
+  (void)pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  for (const int number : kHandledSignals) {
+    sigdelset(&mask, number);
+  }
+  sigdelset(&mask, SIGALRM);  // see limit_time_to_end
+  return mask;
 }
 
 void daemonize() {
@@ -263,12 +294,11 @@ bool qvn_is_pid_file(const struct stat& status) {
 }
 
 void qvn_core_kill() {
-  const qvn_file file(std::fopen(make_pid_file_path().text, "re"));
-  char line[256] = {};
-  if (!file || !std::fgets(line, sizeof line, file.get()) || line[0] == '\n' || zstr(line)) {
+  const std::string line = read_pid_line();
+  if (!names_one_process(line)) {
     std::exit(EXIT_SUCCESS);
   }
-  (void)qvn_shell(std::string("kill ") + line);  // the shell says what went wrong
+  (void)qvn_shell("kill " + line);  // the shell says what went wrong
   qvn_core_uninit();
   std::exit(EXIT_SUCCESS);
 }

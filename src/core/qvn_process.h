@@ -4,6 +4,7 @@
 /// error.
 #pragma once
 
+#include <csignal>
 #include <cstdint>
 #include <string>
 #include <sys/stat.h>
@@ -33,8 +34,14 @@ int32_t qvn_core_set_path();
 /// inherit the mask, so the handler runs in the main thread alone.
 void qvn_register_signal_handle();
 
-/// Ignores SIGPIPE: a peer that went away is seen in the result of the send.
+/// Ignores SIGPIPE and SIGXFSZ: a peer that went away, or a file that has reached the limit of its
+/// size, is seen in the result of the call.
 void system_signal_reset();
+
+/// The mask that the run loop waits with: the present one, without the signals that end the daemon
+/// or limit the time that this takes, whatever its starter has blocked. Before
+/// qvn_register_signal_handle.
+[[nodiscard]] sigset_t qvn_run_loop_mask();
 
 /// Detaches the process from its terminal and session. Returns in the daemon only; every other
 /// process, and every failure, ends here with status 0.
@@ -53,8 +60,8 @@ void qvn_lock_running();
 /// lock. Any thread.
 [[nodiscard]] bool qvn_is_pid_file(const struct stat& status);
 
-/// Sends SIGTERM to the daemon that the pid file names, if any, and ends this process with status
-/// 0.
+/// Sends SIGTERM to the daemon that the pid file names and ends this process with status 0. A first
+/// line that is anything but a process id above 1 names none.
 [[noreturn]] void qvn_core_kill();
 
 /// Reads the console settings, runs the console's client, and ends this process with status 0.

@@ -180,7 +180,8 @@ int32_t qvn_default_conf_init() {
 }
 
 int32_t qvn_load_config() {
-  return read_section(qvn_general_section(), read_general_config) | qvn_load_cli_config();
+  const int32_t general = read_section(qvn_general_section(), read_general_config);
+  return qvn_load_cli_config() | general;  // read, whatever has become of the other
 }
 
 int32_t qvn_load_cli_config() {

@@ -1,5 +1,6 @@
 #include "lrn/qvn_lrn.h"
 
+#include <arpa/inet.h>
 #include <cstdio>
 #include <poll.h>
 #include <sys/socket.h>
@@ -13,15 +14,39 @@ constexpr const char* kLogSource = "qvn_lrn";
 
 constexpr std::size_t kMostBytes = 1023;  // of a response that are looked at
 
+in_addr local_address_of(int fd) {
+  sockaddr_in local{};
+  socklen_t length = sizeof local;
+  (void)getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length);
+  return local.sin_addr;
+}
+
+/// The address from which the system would send to that server; any when there is no way to it. A
+/// socket of its own is asked: the query's takes responses from wherever they come.
+in_addr address_towards(const sockaddr_in& server) {
+  const qvn_fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  (void)connect(fd.get(), reinterpret_cast<const sockaddr*>(&server), sizeof server);
+  return local_address_of(fd.get());
+}
+
+/// The address that the server is told to answer to.
+in_addr shown_address(const lrn_query& query) {
+  const in_addr bound = local_address_of(query.fd.get());
+  return bound.s_addr == htonl(INADDR_ANY) ? address_towards(query.server_addr) : bound;
+}
+
 /// Forms the next request; no two requests of a record are alike.
 void build_request(lrn_query& query) {
+  const in_addr address = shown_address(query);
+  char local_host[INET_ADDRSTRLEN] = {};
+  (void)inet_ntop(AF_INET, &address, local_host, sizeof local_host);
   (void)std::snprintf(query.call_id, sizeof query.call_id, "%d-%d", query.call_seq,
                       query.server_port);
   query.request_len = lrn_request_write(query.request, {.number = query.number.c_str(),
                                                         .from_user = query.from_user.c_str(),
                                                         .server_host = query.server_host,
                                                         .server_port = query.server_port,
-                                                        .local_host = g_core_ctrl->lrn_local_ip,
+                                                        .local_host = local_host,
                                                         .local_port = query.local_port,
                                                         .call_id = query.call_id,
                                                         .branch = query.branch,
@@ -82,8 +107,11 @@ bool attempt(lrn_query& query) {
 
 int32_t qvn_lrn_socket_create(lrn_query& query) {
   constexpr int kPorts = 2000;
-  query.fd.reset(qvn_nonblock_udp_socket_multi_trybind(
-      g_core_ctrl->lrn_local_ip, g_core_ctrl->lrn_local_port, kPorts, &query.local_port));
+  const char* const configured = g_core_ctrl->lrn_local_ip;
+  in_addr ignored{};
+  const char* const address = inet_aton(configured, &ignored) != 0 ? configured : "0.0.0.0";
+  query.fd.reset(qvn_nonblock_udp_socket_multi_trybind(address, g_core_ctrl->lrn_local_port, kPorts,
+                                                       &query.local_port));
   return query.fd.get();
 }
 

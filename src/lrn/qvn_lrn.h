@@ -4,7 +4,8 @@
 /// To use it: make a query record, fill in server_host, server_port, server_addr and from_user, and
 /// create its socket. Then for each number fill in `number` and call qvn_get_lrn_number. A record
 /// and its socket belong to one thread; several records work side by side. The local address and
-/// the first local port are those of the core control record.
+/// the first local port are those of the core control record: without a valid address all of the
+/// machine's are used, and the server is told the one by which it is reached; port 0 is any.
 #pragma once
 
 #include <cstdint>

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 
 #include "base/qvn_log.h"
@@ -20,8 +21,12 @@ class not_matched_log {
   void tell(const char* session_id, const char* ani, const char* billed_number) {
     constexpr uint32_t kLinesBetweenRests = 10'000;
     constexpr std::chrono::milliseconds kLongestRest{500};
-    QVN_LOG(kLogNotice, "Rerate task %d session_id %s ani %s bill_dnis %s not match rate\n", id_,
-            session_id, ani, billed_number);
+    char text[2048];  // no line of the log is longer
+    (void)std::snprintf(text, sizeof text,
+                        "Rerate task %d session_id %s ani %s bill_dnis %s not match rate", id_,
+                        session_id, ani, billed_number);
+    qvn_mask_controls({text, std::strlen(text)});  // a caller's texts write no lines of the log
+    QVN_LOG(kLogNotice, "%s\n", text);
     if (++told_ % kLinesBetweenRests == 0) {
       (void)qvn_log_drain(kLongestRest);
     }

@@ -1,16 +1,20 @@
 #include "tools/rate_check.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <map>
+#include <new>
+#include <span>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
 
+#include "base/qvn_text.h"
 #include "rate_upload/rate_deck.h"
 #include "rate_upload/rate_upload_task.h"
 #include "tools/code_deck_csv.h"
@@ -21,16 +25,58 @@ namespace {
 /// The deck of a CSV file that names none.
 constexpr const char* kOnlyDeck = "1";
 
+/// As it may be shown on a terminal: a deck comes from somebody else.
+std::string shown(std::string_view text) {
+  std::string copy(text);
+  qvn_mask_controls(copy);
+  return copy;
+}
+
+/// A stream whose lines go to standard output as they may be shown there; not before it is closed
+/// is it done. Throws std::bad_alloc when memory runs out.
+class shown_lines {
+ public:
+  shown_lines() : stream_(fopencookie(this, "w", {nullptr, take, nullptr, nullptr})) {
+    if (!stream_) {
+      throw std::bad_alloc();
+    }
+    (void)std::setvbuf(stream_.get(), nullptr, _IOLBF, 0);
+  }
+
+  [[nodiscard]] std::FILE* stream() const { return stream_.get(); }
+
+ private:
+  static ssize_t take(void* self, const char* bytes, std::size_t size) noexcept {
+    for (const char byte : std::string_view(bytes, size)) {
+      static_cast<shown_lines*>(self)->add(byte);
+    }
+    return static_cast<ssize_t>(size);
+  }
+
+  void add(char byte) {
+    line_[length_++] = byte;
+    if (byte == '\n' || length_ == line_.size()) {
+      qvn_mask_controls(std::span(line_).first(length_), "\t\n");
+      (void)std::fwrite(line_.data(), 1, length_, stdout);
+      length_ = 0;
+    }
+  }
+
+  std::array<char, 4096> line_;  ///< more than a message has
+  std::size_t length_ = 0;
+  qvn_file stream_;
+};
+
 bool reads_standard_input(const rate_check_options& options) {
   return std::strcmp(options.deck_path, "-") == 0;
 }
 
-const char* shown_name(const rate_check_options& options) {
+const char* name_of_deck(const rate_check_options& options) {
   return reads_standard_input(options) ? "standard input" : options.deck_path;
 }
 
 tool_status complain(const char* file, const char* what, const char* why) {
-  (void)std::fprintf(stderr, "%s: %s%s%s\n", file, what, *why ? ": " : "", why);
+  (void)std::fprintf(stderr, "%s: %s%s%s\n", shown(file).c_str(), what, *why ? ": " : "", why);
   return kUnusable;
 }
 
@@ -63,14 +109,14 @@ class counted_lines final : public rate_deck_listener {
 
   void print_summary(const char* name) {
     bar_.hide();
-    std::printf("%s: %u lines, %u accepted, %u refused", name, accepted_ + refused_, accepted_,
-                refused_);
+    std::printf("%s: %u lines, %u accepted, %u refused", shown(name).c_str(), accepted_ + refused_,
+                accepted_, refused_);
     std::printf(noted_ > 0 ? ", %u not matching the code deck\n" : "\n", noted_);
     std::vector<std::pair<std::string, uint32_t>> sorted(reasons_.begin(), reasons_.end());
     std::ranges::stable_sort(sorted,
                              [](const auto& a, const auto& b) { return a.second > b.second; });
     for (const auto& [reason, count] : sorted) {
-      std::printf("%8u  %s\n", count, reason.c_str());
+      std::printf("%8u  %s\n", count, shown(reason).c_str());
     }
   }
 
@@ -118,15 +164,15 @@ qvn_file create_reimport(const char* path, std::FILE* deck) {
 tool_status report(const rate_check_options& options, rate_deck_end end, counted_lines& lines) {
   switch (end) {
     case rate_deck_end::no_header:
-      return complain(shown_name(options), kDeckHeaderInvalid, "");
+      return complain(name_of_deck(options), kDeckHeaderInvalid, "");
     case rate_deck_end::unreadable:
-      return complain(shown_name(options), kDeckNotOpened, "it cannot be read to its end");
+      return complain(name_of_deck(options), kDeckNotOpened, "it cannot be read to its end");
     case rate_deck_end::no_memory:
-      return complain(shown_name(options), kMemoryShortage, "");
+      return complain(name_of_deck(options), kMemoryShortage, "");
     case rate_deck_end::whole:
       break;
   }
-  lines.print_summary(shown_name(options));
+  lines.print_summary(name_of_deck(options));
   return lines.all_accepted() ? kNothingToSay : kFindings;
 }
 
@@ -142,6 +188,17 @@ tool_status close_written(qvn_file file, const char* path, tool_status findings)
   return findings;
 }
 
+/// Validates the deck and prints its messages.
+rate_deck_end validate(const rate_check_options& options, std::FILE* deck, std::FILE* reimport,
+                       const rate_code_deck* code_deck, rate_deck_listener& lines) {
+  rate_date_reader dates(options.format, std::time(nullptr));
+  seen_codes codes;
+  const shown_lines messages;
+  return rate_deck_validate({deck, options.quiet ? nullptr : messages.stream(), reimport, dates,
+                             codes, code_deck, options.code_deck_id},
+                            lines);
+}
+
 tool_status check(const rate_check_options& options, const rate_code_deck* code_deck) {
   const qvn_file deck = open_deck(options);
   if (!deck) {
@@ -154,17 +211,8 @@ tool_status check(const rate_check_options& options, const rate_code_deck* code_
       return kUnusable;
     }
   }
-  rate_date_reader dates(options.format, std::time(nullptr));
-  seen_codes codes;
   counted_lines lines(deck.get());
-  const rate_deck_request request{deck.get(),
-                                  options.quiet ? nullptr : stdout,
-                                  reimport.get(),
-                                  dates,
-                                  codes,
-                                  code_deck,
-                                  options.code_deck_id};
-  const rate_deck_end end = rate_deck_validate(request, lines);
+  const rate_deck_end end = validate(options, deck.get(), reimport.get(), code_deck, lines);
   return close_written(std::move(reimport), options.reimport_path, report(options, end, lines));
 }
 

@@ -5,6 +5,16 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "base/qvn_sanitizer.h"
+
+#ifdef NDEBUG
+#error "the texts of assertions are part of what the programs say"
+#endif
+#if defined(__OPTIMIZE__) && !defined(_FORTIFY_SOURCE) && !QVN_ADDRESS_SANITIZER && \
+    !QVN_THREAD_SANITIZER
+#error "the C library's checked functions are missing"
+#endif
+
 namespace {
 
 [[gnu::noinline]] void mask_first_character(char* p) {

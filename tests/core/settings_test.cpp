@@ -18,39 +18,6 @@ class settings : public testing::Test {
   }
 };
 
-struct key_case {
-  const char* key;
-  const char* value;
-  int32_t result;
-};
-
-TEST_F(settings, a_bad_number_stops_the_section_and_a_good_one_does_not) {
-  constexpr key_case kCases[] = {
-      {"cli_listen_port", "1024", 0},
-      {"CLI_Listen_Port", "65534", 0},
-      {"cli_listen_port", "1023", -1},
-      {"cli_listen_port", "65535", -1},
-      {"cli_listen_port", "70000", 0},
-      {"cli_listen_port", "x", -1},
-      {"cli_connection_expires", "10", 0},
-      {"cli_connection_expires", "9", -1},
-      {"cli_connection_expires", "3600", 0},
-      {"cli_connection_expires", "3601", -1},
-      {"cli_connection_limit", "1", 0},
-      {"cli_connection_limit", "0", -1},
-      {"cli_connection_limit", "1000", 0},
-      {"cli_connection_limit", "1001", -1},
-      {"cli_listen_ip", "", -1},
-      {"cli_login_user", nullptr, -1},
-      {"cli_login_pwd", "", -1},
-      {"unknown", "x", 0},
-  };
-  for (const key_case& test : kCases) {
-    EXPECT_EQ(read_cli_config(test.key, test.value), test.result)
-        << test.key << "=" << (test.value ? test.value : "absent");
-  }
-}
-
 TEST_F(settings, a_bad_value_stays_stored_cut_to_its_field) {
   (void)read_cli_config("cli_listen_port", "80");
   EXPECT_EQ(g_core_ctrl->cli_listen_port, 80);
@@ -62,18 +29,6 @@ TEST_F(settings, a_bad_value_stays_stored_cut_to_its_field) {
   EXPECT_EQ(g_core_ctrl->log_level, 9U);
   EXPECT_EQ(read_general_config("log_level", ""), 0);
   EXPECT_EQ(g_core_ctrl->log_level, 9U);
-}
-
-TEST_F(settings, log_size_is_multiplied_in_32_bits_before_it_is_tested) {
-  constexpr key_case kCases[] = {{"max_log_size", "1", 0},       {"max_log_size", "0", -1},
-                                 {"max_log_size", "1048576", 0}, {"max_log_size", "1048577", -1},
-                                 {"max_log_size", "4194305", 0}, {"max_log_size", "", -1},
-                                 {"max_log_size", nullptr, 0},   {"other", "1", 0}};
-  for (const key_case& test : kCases) {
-    EXPECT_EQ(read_general_config(test.key, test.value), test.result)
-        << test.key << "=" << (test.value ? test.value : "absent");
-  }
-  EXPECT_EQ(g_core_ctrl->max_log_size, 1024U) << "4194305 KB wraps to one";
 }
 
 TEST_F(settings, the_check_asks_for_a_listen_address) {

@@ -284,11 +284,11 @@ TEST_F(ConsoleClient, AServerThatDoesNotReadIsListenedToAndGetsWholeLinesLater) 
 TEST_F(ConsoleClient, EndsAtTheNextLineWhenTheServerCloses) {
   Client client(home_);
   peer_.accept_login();
-  peer_.say("whole\r\npartial");
+  peer_.say("\nwhole\t\x1b[2J\xc2\x9b\xc5\x9b\r\npartial");  // which steers no terminal
   peer_.close_connection();
   EXPECT_TRUE(client.says(kOrderlyEnd));
   client.type("\n");
-  EXPECT_EQ(client.end(), std::string("whole\n") + kOrderlyEnd);
+  EXPECT_EQ(client.end(), std::string("\nwhole\t?[2J??\xc5\x9b\n") + kOrderlyEnd);
 }
 
 TEST_F(ConsoleClient, EndsWithoutASignalWhenTheConnectionBreaks) {
@@ -330,15 +330,6 @@ TEST(ConsoleClientProcess, ReportsThatNobodyListens) {
   EXPECT_THAT(Client(home).end(), testing::MatchesRegex("Connect :0 error, [^\n]+\n"));
 }
 
-constexpr const char* kEmptyListing =
-    "                Host |  Port |                         Dbname |                       "
-    "Username "
-    "|                       password \n"
-    "---------------------+-------+--------------------------------+-------------------------------"
-    "-"
-    "+--------------------------------\n"
-    "(0 rows)\n";
-
 TEST(ConsoleClientProcess, TalksToTheDaemon) {
   DaemonHarness home;
   home.set_console("cli_listen_ip=127.0.0.1\ncli_connection_expires=10\n");
@@ -348,35 +339,12 @@ TEST(ConsoleClientProcess, TalksToTheDaemon) {
   EXPECT_TRUE(client.says("Welcome to web helper\n"));
   client.type("HeLp\n");
   EXPECT_TRUE(client.says("reload configuration\n"));
-  client.type("get_conf\n");
-  EXPECT_TRUE(client.says("(0 rows)\n"));
   EXPECT_TRUE(home.wait_log("request: 'heartbeat'"));
   EXPECT_EQ(client.leave(),
             "Welcome to web helper\n\nCLI command list\n"
             "   ----------Command\tDescription------------------------------\n"
             "            get_conf\tshow current configuration\n"
-            "         reload_conf\treload configuration\n" +
-                std::string(kEmptyListing) + "Goodbye!\n");
-}
-
-TEST(ConsoleClientProcess, IsLetInByADaemonWhosePasswordIsTheDigest) {
-  DaemonHarness home;
-  const std::string user = "cli_listen_ip=127.0.0.1\ncli_login_user=operator\n";
-  home.set_console(user + "cli_login_pwd=f51edfb66c42a1091fb4655a45f118d0\n");
-  home.write_main_conf("");
-  home.start();
-  home.set_console(user + "cli_login_pwd=secret\n");
-  home.write_main_conf("");
-  {
-    Client client(home);
-    EXPECT_TRUE(client.says("Welcome to web helper\n"));
-    EXPECT_THAT(client.leave(), Not(HasSubstr("Incorrect")));
-  }
-  home.set_console(user + "cli_login_pwd=other\n");
-  home.write_main_conf("");
-  Client client(home);
-  EXPECT_TRUE(client.says("Incorrect login ID or password\n"));
-  EXPECT_THAT(client.leave(), Not(HasSubstr("Welcome")));
+            "         reload_conf\treload configuration\nGoodbye!\n");
 }
 
 }  // namespace

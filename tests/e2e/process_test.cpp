@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 
+#include "support/console.h"
 #include "support/daemon_harness.h"
 
 namespace {
@@ -155,6 +157,9 @@ TEST(Process, ThePidFileNeedsItsFolder) {
 TEST(Process, WithoutALogFolderTheDaemonRunsAndEnds) {
   DaemonHarness daemon;
   std::filesystem::remove(daemon.path() / "log");
+  daemon.start_foreground();  // and says what it does: standard error needs no folder
+  daemon.send(SIGTERM);
+  daemon.wait_end();
   daemon.launch();
   EXPECT_TRUE(support::wait_until([&] { return !support::read_file(daemon.pid_file()).empty(); }));
   EXPECT_EQ(daemon.run({"-kill"}).status, 0);
@@ -163,7 +168,9 @@ TEST(Process, WithoutALogFolderTheDaemonRunsAndEnds) {
 
 TEST(Process, KillWithNothingToStopIsSilent) {
   DaemonHarness daemon;
-  for (const char* content : {"", "\n", "\n4711\n"}) {
+  // The line goes to a shell.
+  for (const char* content : {"", "\n", "\n4711\n", "x\n", "999999999; touch log/planted\n",
+                              "$(touch log/planted)\n", "999999999 999999998\n"}) {
     support::write_file(daemon.pid_file(), content);
     const Ending ending = daemon.run({"-kill"});
     EXPECT_EQ(ending.status, 0);
@@ -178,9 +185,14 @@ TEST(Process, KillWithNothingToStopIsSilent) {
 
 TEST(Process, KillEndsTheDaemonWithBothClosingLines) {
   DaemonHarness daemon;
+  sigset_t blocked;
+  sigfillset(&blocked);
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"-kill"}, {"-nf", "-kill"}, {"-kill", "-r"}}) {
+    // Whatever its starter has blocked.
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
     daemon.start();
+    sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
     // The two other signals are caught and change nothing.
     daemon.send(SIGHUP);
     daemon.send(SIGINT);
@@ -189,6 +201,18 @@ TEST(Process, KillEndsTheDaemonWithBothClosingLines) {
     expect_in_order(daemon.log(), {"Start running...\n", kTermination, kWaiting});
     EXPECT_TRUE(daemon.log().ends_with(kWaiting)) << daemon.log();
   }
+}
+
+TEST(Process, AFileThatMayNotGrowEndsNobody) {
+  DaemonHarness daemon;
+  daemon.start();
+  const rlimit none{0, RLIM_INFINITY};
+  const rlimit any{RLIM_INFINITY, RLIM_INFINITY};
+  ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_FSIZE, &none, nullptr), 0);
+  EXPECT_TRUE(support::Console(daemon.console_port()).log_in());  // which is logged
+  ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_FSIZE, &any, nullptr), 0);
+  EXPECT_TRUE(support::Console(daemon.console_port()).log_in());
+  EXPECT_TRUE(daemon.wait_log("Start CLI '127.0.0.1:"));
 }
 
 TEST(Process, InTheForegroundSigtermKillsWithoutAWord) {

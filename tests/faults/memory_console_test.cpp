@@ -144,6 +144,11 @@ TEST(Memory, AStartEndsWithALineOrServesWhicheverAllocationFails) {
         EXPECT_TRUE(from_then_on || !support::read_file(output).empty());
         continue;
       }
+      // A thread that did not start is told of, if there is memory for that.
+      EXPECT_TRUE(from_then_on || wait_until([&] {
+                    return listener.begun > 0 ||
+                           support::read_file(output).find("can't be started") != std::string::npos;
+                  }));
       // It is nobody's who does not know the password.
       if (listener.begun > 0) {
         EXPECT_FALSE(Console(world.daemon().console_port()).log_in(""));

@@ -161,7 +161,15 @@ TEST_F(lrn_lookup, gives_up_after_three_attempts_and_leaves_what_it_held) {
 }
 
 TEST_F(lrn_lookup, keeps_99_characters_of_a_routing_number) {
-  const lrn_peer peer([](int, const std::string& request) {
+  // And without a local address and port it tells the server those by which it is reached.
+  core_.lrn_local_ip[0] = '\0';
+  core_.lrn_local_port = 0;
+  EXPECT_GE(qvn_lrn_socket_create(query_), 0);
+  const lrn_peer peer([&](int, const std::string& request) {
+    const std::string place = "127.0.0.1:" + std::to_string(query_.local_port);
+    EXPECT_NE(request.find("\r\nVia: SIP/2.0/UDP " + place + ";"), std::string::npos) << request;
+    EXPECT_NE(request.find("\r\nContact: <sip:web@" + place + ";"), std::string::npos) << request;
+    EXPECT_NE(query_.local_port, 0);
     return replies{redirect(call_id_of(request), "rn=" + std::string(400, '7') + ";")};
   });
   EXPECT_EQ(look_up(peer), 0);

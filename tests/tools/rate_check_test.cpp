@@ -72,6 +72,11 @@ TEST_F(RateCheck, PrintsMessagesAndSummaryAndAnswersByItsStatus) {
        "none.csv: Open rate file failed: No such file or directory\n"},
       {"mkfifo pipe; qvn_rate_check MM/DD/YYYY pipe", 2, "",
        "pipe: Open rate file failed: not a plain file; use - for a pipe\n"},
+      {"f=$(printf '\\033c'); printf 'code,effective_date\\n4\\033[2J,x\\n' >$f;"
+       "qvn_rate_check MM/DD/YYYY $f",
+       1,
+       "Line 2 : code invalid, 4?[2J\n?c: 1 lines, 0 accepted, 1 refused\n       1  code invalid\n",
+       ""},
       {"qvn_rate_check MM/DD/YYYY bad.csv", 2, "", "bad.csv: Import header invalid\n"},
       {"qvn_rate_check MM/DD/YYYY /dev/fd/9 9<.", 2, "", "/dev/fd/9: Import header invalid\n"},
       {"qvn_rate_check MM/DD/YYYY good.csv -r ./good.csv; s=$?; grep -c 44 good.csv; exit $s", 2,
