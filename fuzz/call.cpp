@@ -212,7 +212,7 @@ class call_world {
     if (!rate.time_profile_id) {
       return true;
     }
-    const auto found = profiles_.find(rate.time_profile_id);
+    const auto found = profiles_.find(std::string(rate.time_profile_id));
     return found != profiles_.end() && time_profile_applies(*found->second, start);
   }
 
@@ -234,7 +234,8 @@ class call_world {
                                                           : !rate || has_no_price(*rate));
       return;
     }
-    FUZZ_CHECK(rate && after[written()[5]] == rate->rate_id && after[written()[6]] == rate->code);
+    FUZZ_CHECK(rate && after[written()[5]] == qvn_or_empty(rate->rate_id) &&
+               after[written()[6]] == qvn_or_empty(rate->code));
     FUZZ_CHECK(after[written()[9]] == std::to_string(kRatesDate));
     check_charge(*rate, number(kCallDuration), after);
   }

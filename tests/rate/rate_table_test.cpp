@@ -21,6 +21,7 @@ std::vector<std::string> ids(const rp_hash_node* node) {
   for (uint64_t i = 0; rate && i < node->item_count; ++i, rate = rate->next) {
     list.emplace_back(rate->rate_id);
     EXPECT_EQ(rate->next->prev, rate);
+    EXPECT_STREQ(rate->rate_table_id, "7");
   }
   return list;
 }
@@ -99,12 +100,13 @@ TEST(record_lists, give_up_one_record_by_id_or_all) {
   EXPECT_EQ(delete_code_deck_node(&deck, "5"), 0);
   EXPECT_EQ(delete_code_deck_node(&deck, nullptr), 1);
   rp_hash_node rates{};
-  for (const char* const id : {"c", "b", "a"}) {
+  const std::string longest(40'000, 'a');
+  for (const std::string& id : {std::string("c"), std::string("b"), longest}) {
     rate_node_link(&rates, make_rate(id, 10));
   }
   EXPECT_EQ(delete_rate_node(&rates, "x"), 0);
   EXPECT_EQ(delete_rate_node(&rates, "b"), 1);
-  EXPECT_EQ(ids(&rates), (id_list{"a", "c"}));
+  EXPECT_EQ(ids(&rates), (id_list{longest, "c"}));
   EXPECT_EQ(delete_rate_node(&rates, nullptr), 1);
 }
 

@@ -92,7 +92,7 @@ TEST(billing_doc, names_the_rate_that_applies) {
   for (row& call : table("billed number")) {
     const rate_node* const rate =
         choose_record(world.terms, call["billed number"].c_str(), utc(call["call begins"]));
-    EXPECT_EQ(rate ? rate->rate_id : std::string("none"), call["rate"]) << call["why"];
+    EXPECT_EQ(rate ? std::string(rate->rate_id) : "none", call["rate"]) << call["why"];
   }
 }
 
