@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "rate/qvn_rate_table.h"
@@ -111,15 +112,11 @@ TEST(record_lists, give_up_one_record_by_id_or_all) {
 }
 
 TEST(time_zone_text, only_the_tables_whole_hours_count) {
-  struct zone_case {
-    const char* text;
-    int32_t hours;
-  };
-  constexpr zone_case kCases[] = {{"+0000", 0},  {"+1200", 12}, {"-1200", -12}, {"-0300", -3},
-                                  {"-0500", -5}, {"-0400", 0},  {"+0530", 0},   {"+1300", 0},
-                                  {"0100", 0},   {"", 0},       {nullptr, 0}};
-  for (const zone_case& test : kCases) {
-    EXPECT_EQ(get_timezone_from_str(test.text), test.hours) << (test.text ? test.text : "absent");
+  constexpr std::pair<const char*, int32_t> kCases[] = {
+      {"+0000", 0}, {"+1200", 12}, {"-1200", -12}, {"-0300", -3}, {"-0500", -5}, {"-0400", 0},
+      {"+0530", 0}, {"+1300", 0},  {"0100", 0},    {"", 0},       {nullptr, 0}};
+  for (const auto& [text, hours] : kCases) {
+    EXPECT_EQ(get_timezone_from_str(text), hours) << (text ? text : "absent");
   }
 }
 
