@@ -7,6 +7,7 @@
 ///     j1212,5                   a jurisdiction's prefix
 ///     c44201,1212,...           a call: numbers, start, duration, kind of number, rate type
 ///     x...                      a call as a row of all its columns; "\r" stands for a line feed
+///     X...                      the same behind 40,000 more bytes
 ///
 /// What comes out for all calls between two changes is compared with the calls one by one: split
 /// and joined the plain way, the rate searched among all rates, the cost rounded in its text.
@@ -82,7 +83,8 @@ class call_world {
       case 'c':
         return take_call(left);
       case 'x':
-        rows_.push_back(line.substr(1));
+      case 'X':
+        rows_.push_back(std::string(line.front() == 'X' ? 40'000 : 0, '1') + line.substr(1));
         std::ranges::replace(rows_.back(), '\r', '\n');
     }
   }
