@@ -12,11 +12,12 @@
 //
 //   SET_load             building the tree
 //   SET_memory           what the process grew by
-//   SET_search           a number of 11 digits, nine of ten below a random code, else random;
-//                        median of five rounds
+//   SET_search           a number of 11 digits, nine of ten below a random code, else random,
+//                        sixteen at a time as calls are priced; median of five rounds
+//   SET_search_alone     the same one by one
 //   SET_map              the same by std::map, probing the number's prefixes, longest first
 //   SET_unordered_map    the same by std::unordered_map
-//   SET_..._ratio        the map's time by the tree's
+//   SET_..._ratio        the map's time by the tree's, one by one
 //   SET_free             destroying the tree with its records
 //
 // Usage: tree_bench [codes [set]]
@@ -30,6 +31,7 @@
 #include <iterator>
 #include <map>
 #include <random>
+#include <span>
 #include <stdlib.h>
 #include <string>
 #include <string_view>
@@ -187,6 +189,24 @@ std::size_t tree_lookup(rp_hash_node* const* tree, const number_text& number) {
   return node ? node->depth : 0;
 }
 
+/// Lengths of all prefixes, found in batches.
+uint64_t tree_lookups(rp_hash_node* const* tree, std::span<const number_text> numbers) {
+  std::array<std::string_view, kRpHashInFlight> keys;
+  std::array<rp_hash_node*, kRpHashInFlight> nodes{};
+  uint64_t lengths = 0;
+  for (std::size_t first = 0; first < numbers.size(); first += keys.size()) {
+    const std::size_t count = std::min(keys.size(), numbers.size() - first);
+    for (std::size_t i = 0; i < count; ++i) {
+      keys[i] = std::string_view(numbers[first + i].data(), numbers[first + i].size() - 1);
+    }
+    rp_hash_search_each(tree, std::span(keys).first(count), nodes.data());
+    for (std::size_t i = 0; i < count; ++i) {
+      lengths += nodes[i] ? nodes[i]->depth : 0;
+    }
+  }
+  return lengths;
+}
+
 template <class Map>
 std::size_t map_lookup(const Map& map, std::size_t longest, const number_text& number) {
   for (std::size_t length = longest; length > 0; --length) {
@@ -202,32 +222,41 @@ struct text_hash : std::hash<std::string_view> {
 };
 
 /// Nanoseconds a number, the median of some rounds; adds up the lengths found.
-template <class Lookup>
-double time_lookups(const std::vector<number_text>& numbers, std::size_t count, uint64_t& found,
-                    Lookup lookup) {
+template <class Lookups>
+double time_all(std::span<const number_text> numbers, uint64_t& found, Lookups lookups) {
   std::array<double, kRounds> rounds{};
   for (double& round : rounds) {
     const double start = now();
-    for (std::size_t i = 0; i < count; ++i) {
-      found += lookup(numbers[i]);
-    }
-    round = 1e9 * (now() - start) / static_cast<double>(count);
+    found += lookups(numbers);
+    round = 1e9 * (now() - start) / static_cast<double>(numbers.size());
   }
   std::ranges::sort(rounds);
   return rounds[kRounds / 2];
 }
 
+/// The same, number by number.
+template <class Lookup>
+double time_lookups(std::span<const number_text> numbers, uint64_t& found, Lookup lookup) {
+  return time_all(numbers, found, [&](std::span<const number_text> all) {
+    uint64_t lengths = 0;
+    for (const number_text& number : all) {
+      lengths += lookup(number);
+    }
+    return lengths;
+  });
+}
+
 template <class Map>
 bool compare_with(std::string_view set, const std::string& what, const Map& map, double tree_time,
-                  rp_hash_node* const* tree, const std::vector<number_text>& numbers,
+                  rp_hash_node* const* tree, std::span<const number_text> numbers,
                   std::size_t longest) {
   uint64_t by_tree = 0;
   uint64_t by_map = 0;
-  (void)time_lookups(numbers, kMapNumbers, by_tree,
+  const std::span<const number_text> some = numbers.first(kMapNumbers);
+  (void)time_lookups(some, by_tree,
                      [tree](const number_text& number) { return tree_lookup(tree, number); });
-  const double map_time =
-      time_lookups(numbers, kMapNumbers, by_map,
-                   [&](const number_text& number) { return map_lookup(map, longest, number); });
+  const double map_time = time_lookups(
+      some, by_map, [&](const number_text& number) { return map_lookup(map, longest, number); });
   figure(set, what, map_time, "ns");
   figure(set, what + "_ratio", map_time / tree_time, "x");
   if (by_tree != by_map) {
@@ -251,14 +280,21 @@ bool measure(std::string_view set, const std::vector<std::string>& codes, random
          "bytes/code");
 
   rp_hash_node* const* const tree = &rp_hash_match_all(&root, "7")->sub;
-  uint64_t found = 0;
-  const double search = time_lookups(numbers, kNumbers, found, [tree](const number_text& number) {
-    return tree_lookup(tree, number);
-  });
-  figure(set, "search", search, "ns");
+  uint64_t in_batches = 0;
+  uint64_t one_by_one = 0;
+  figure(set, "search",
+         time_all(numbers, in_batches,
+                  [tree](std::span<const number_text> all) { return tree_lookups(tree, all); }),
+         "ns");
+  const double search = time_lookups(
+      numbers, one_by_one, [tree](const number_text& number) { return tree_lookup(tree, number); });
+  figure(set, "search_alone", search, "ns");
 
   const std::size_t longest = std::ranges::max_element(codes, {}, &std::string::size)->size();
-  bool same = true;
+  bool same = in_batches == one_by_one;
+  if (!same) {
+    std::fprintf(stderr, "tree_bench: searches in batches and one by one disagree\n");
+  }
   {
     std::map<std::string, int, std::less<>> map;
     for (const std::string& code : codes) {

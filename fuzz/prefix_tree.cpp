@@ -2,6 +2,7 @@
 /// record, then the key. A "/" in the key leads into the nested tree of the key before it.
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <set>
 #include <vector>
@@ -177,6 +178,15 @@ void check_lookups(rp_hash_node* const* slot, level& expected, const std::string
   const rp_hash_node* const found = rp_hash_search(slot, key.c_str());
   FUZZ_CHECK(length_of(found) == search(expected, key));
   check_spelling(found, key);
+  std::array<std::string_view, kRpHashInFlight> endings;
+  std::array<rp_hash_node*, kRpHashInFlight> each{};
+  for (std::size_t i = 0; i < endings.size(); ++i) {
+    endings[i] = std::string_view(key).substr(std::min(i, key.size()));
+  }
+  rp_hash_search_each(slot, endings, each.data());
+  for (std::size_t i = 0; i < endings.size(); ++i) {
+    FUZZ_CHECK(each[i] == rp_hash_search(slot, endings[i].data()));
+  }
   const rp_hash_node* const exact = rp_hash_match_all(slot, key.c_str());
   FUZZ_CHECK((exact != nullptr) == (match(expected, key) != nullptr));
   FUZZ_CHECK(!exact || exact == found);

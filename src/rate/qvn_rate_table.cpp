@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <iterator>
@@ -12,7 +13,8 @@
 #include "base/qvn_slab.h"
 #include "base/qvn_text.h"
 
-static_assert(sizeof(rate_node) == 120, "the header states the size of a rate");
+static_assert(sizeof(rate_node) == 88 && offsetof(rate_node, texts) == 81,
+              "the header states the size of a rate");
 
 namespace {
 
@@ -110,8 +112,8 @@ void free_list(rp_hash_node* node) {
 }
 
 /// Removes the first record whose `key` equals the text, or, without a text, the whole list.
-template <class Record>
-int32_t delete_by_key(rp_hash_node* node, const char* Record::*key, const void* wanted) {
+template <class Record, class Text>
+int32_t delete_by_key(rp_hash_node* node, Text Record::*key, const void* wanted) {
   if (!wanted) {
     free_list<Record>(node);
     return 1;
@@ -151,15 +153,48 @@ void carry_out(rp_hash_node* root, expire_rate_req* requests) {
 
 }  // namespace
 
+void near_text::lead_to(const char* text, char* pointer) {
+  const auto distance_of = [this](const char* place) {
+    return place - reinterpret_cast<char*>(this);
+  };
+  if (!text) {
+    distance_ = 0;
+  } else if (distance_of(text) <= kReach) {
+    distance_ = static_cast<uint16_t>(distance_of(text));
+  } else {
+    std::memcpy(pointer, &text, sizeof text);
+    distance_ = static_cast<uint16_t>(distance_of(pointer) + kReach + 1);
+  }
+}
+
 rate_node* rate_node_create(const rate_texts& texts) {
-  return make_record(std::to_array<text_field<rate_node>>({
+  const auto fields = std::to_array<std::pair<near_text rate_node::*, std::string_view>>({
       {&rate_node::code, texts.code},
       {&rate_node::code_name, texts.code_name},
       {&rate_node::country, texts.country},
       {&rate_node::rate_id, texts.rate_id},
       {&rate_node::rate_table_id, texts.rate_table_id},
       {&rate_node::time_profile_id, texts.time_profile_id},
-  }));
+  });
+  std::size_t size = offsetof(rate_node, texts);
+  for (const auto& [member, text] : fields) {
+    size += qvn_stored_size(text);
+  }
+  // Texts of ordinary length are all within reach. Else there is room for a pointer to each first.
+  const std::size_t pointer_size = size > near_text::kReach ? sizeof(const char*) : 0;
+  size += fields.size() * pointer_size;
+  void* const memory = record_slab.alloc(std::max(size, sizeof(rate_node)));
+  if (!memory) {
+    return nullptr;
+  }
+  auto* const rate = new (memory) rate_node{};
+  char* pointer = static_cast<char*>(memory) + offsetof(rate_node, texts);
+  char* end = pointer + fields.size() * pointer_size;
+  for (const auto& [member, text] : fields) {
+    (rate->*member).lead_to(qvn_store_text(end, text), pointer);
+    pointer += pointer_size;
+  }
+  return rate;
 }
 
 code_deck_node* code_deck_node_create(std::string_view code_id, std::string_view code,

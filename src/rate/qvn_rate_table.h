@@ -5,10 +5,12 @@
 /// the first record and `item_count` their number. A record and its texts are one piece of a slab.
 /// Records and trees belong to the thread of their job; nothing here locks.
 ///
-/// A text that is absent is null. Bytes (x86-64): 120 a rate plus its texts.
+/// A text that is absent is null. Bytes (x86-64): 81 a rate plus its texts, rounded up
+/// to eight, and 88 at least.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "rate/rp_hash.h"
@@ -16,32 +18,60 @@
 /// The tolerance below which a rate or an amount of money counts as zero.
 inline constexpr float BIILING_EPSINON = 1e-6F;
 
+/// Where a text lies that is kept behind its record: in 2 bytes instead of a pointer's 8. Null when
+/// absent. Set by the record's maker.
+class near_text {
+ public:
+  near_text() = default;
+  near_text(const near_text&) = delete;  // a copy would lie elsewhere
+  near_text& operator=(const near_text&) = delete;
+
+  operator const char*() const {
+    const char* place = reinterpret_cast<const char*>(this) + (distance_ & kReach);
+    if (distance_ > kReach) {
+      std::memcpy(&place, place, sizeof place);
+    }
+    return distance_ == 0 ? nullptr : place;
+  }
+
+  /// Leads to a text behind this place, null for none. One that begins beyond the reach is led to
+  /// by way of `pointer`, room for a pointer within the reach.
+  void lead_to(const char* text, char* pointer);
+
+  /// Bytes from this place to where the farthest text may begin.
+  static constexpr uint16_t kReach = 0x7fff;
+
+ private:
+  uint16_t distance_ = 0;  ///< from this place; 0: no text; above kReach: of a pointer to it
+};
+
 /// One rate of a rate table. Outer tree key: rate table id; inner key: code. The list is sorted by
 /// effective date, ascending; of equal dates the newest insertion comes first. The import fills
 /// only code, ids, dates and rate.
 struct rate_node {
-  uint16_t seconds;             ///< seconds that the rate is charged for, 60 for a rate per minute
-  uint16_t interval;            ///< billing increment, seconds
-  uint16_t min_time;            ///< shortest billed time, seconds
-  uint16_t grace_time;          ///< calls up to this length are free, seconds
-  const char* code;             ///< dialled code
-  const char* code_name;        ///< destination
-  const char* country;          ///< its country
-  const char* rate_id;          ///< the row's id
-  const char* rate_table_id;    ///< the rate table it belongs to
-  const char* time_profile_id;  ///< hours in which it applies, or null: always
-  int64_t effective_date;       ///< first second of validity
-  int64_t end_date;             ///< last second of validity; 0: open
-  float rate;                   ///< -1 when absent, as the three below
-  float intra_rate;             ///< within one state
-  float inter_rate;             ///< between states
-  float local_rate;             ///< within one local area
-  float setup_fee;              ///< per call
-  int32_t zone_minutes;         ///< minutes of the zone offset, with its sign
-  int32_t zone_hours;           ///< hours of the zone offset, with its sign
-  char rate_type;               ///< first character of the column
+  uint16_t seconds;        ///< seconds that the rate is charged for, 60 for a rate per minute
+  uint16_t interval;       ///< billing increment, seconds
+  uint16_t min_time;       ///< shortest billed time, seconds
+  uint16_t grace_time;     ///< calls up to this length are free, seconds
+  int64_t effective_date;  ///< first second of validity
+  int64_t end_date;        ///< last second of validity; 0: open
   rate_node* prev;
   rate_node* next;
+  float rate;                 ///< -1 when absent, as the three below
+  float intra_rate;           ///< within one state
+  float inter_rate;           ///< between states
+  float local_rate;           ///< within one local area
+  float setup_fee;            ///< per call
+  int32_t zone_minutes;       ///< minutes of the zone offset, with its sign
+  int32_t zone_hours;         ///< hours of the zone offset, with its sign
+  near_text code;             ///< dialled code
+  near_text code_name;        ///< destination
+  near_text country;          ///< its country
+  near_text rate_id;          ///< the row's id
+  near_text rate_table_id;    ///< the rate table it belongs to
+  near_text time_profile_id;  ///< hours in which it applies, or null: always
+  char rate_type;             ///< first character of the column
+  char texts[7];              ///< the texts begin here, and go on behind the record
 };
 
 /// One code of the system code deck. Outer tree key: code deck id; inner key: code. Of several

@@ -1,8 +1,10 @@
 #include "rate/rp_hash.h"
 
+#include <array>
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <utility>
 
 #include "base/qvn_slab.h"
 
@@ -82,7 +84,8 @@ rp_hash_node* linked_node(const digit_index* index, int32_t link) {
 }
 
 /// The digit's link, or null for a byte that is no digit.
-int32_t* link_of(digit_index* index, uint8_t ch) {
+template <class Index>
+auto* link_of(Index* index, uint8_t ch) {
   const unsigned digit = unsigned{ch} - '0';
   return digit < std::size(index->child) ? &index->child[digit] : nullptr;
 }
@@ -185,42 +188,85 @@ rp_hash_node* enter(rp_hash_node** slot, rp_hash_node* parent, uint8_t ch, uint8
   return add_to_level(parent ? &parent->children : slot, parent, ch, depth);
 }
 
-/// The last node on the key's path at which a key ends, or null. `node` is that of the first byte.
-rp_hash_node* longest_match(rp_hash_node* node, const char* key) {
-  rp_hash_node* best = nullptr;
-  while (node) {
-    if (node->terminal == 1) {
-      best = node;
-    }
-    if (*++key == '\0') {
-      break;
-    }
-    digit_index* index = index_of(node);
-    if (!index) {
-      node = find_sibling(node->children, key_byte(key));
-      continue;
-    }
-    const int32_t* link = link_of(index, key_byte(key));
-    while (link && leads_to_index(*link)) {
-      index = linked<digit_index>(index, *link);
-      if (index->terminal == 1) {
-        best = owner_of(index);
+/// A search on its way down. Each step looks at one index, or at one level's list, and has what
+/// comes next brought into the cache: between two steps other searches can take theirs.
+class descent {
+ public:
+  descent() = default;
+  descent(rp_hash_node* top_level, std::string_view key)
+      : key_(key.data()),
+        end_(key.data() + key.size()),
+        level_(key.empty() ? nullptr : top_level) {}
+
+  /// The longest match so far, or null.
+  [[nodiscard]] rp_hash_node* best() const { return best_; }
+
+  /// False at the end of the way.
+  bool step() { return index_ ? step_in_index() : level_ && step_in_level(); }
+
+  /// All steps at once.
+  void walk() {
+    while (level_ && step_in_level()) {
+      while (index_) {
+        if (!step_in_index()) {
+          return;
+        }
       }
-      if (*++key == '\0') {
-        return best;
-      }
-      link = link_of(index, key_byte(key));
-    }
-    if (link && *link != 0) {
-      node = linked<rp_hash_node>(index, *link);
-    } else if (link && !index->partial) {
-      break;
-    } else {
-      node = find_sibling(owner_of(index)->children, key_byte(key));
     }
   }
-  return best;
-}
+
+ private:
+  bool step_in_index() {
+    if (index_->terminal == 1) {
+      best_ = owner_of(index_);
+    }
+    if (key_ == end_) {
+      return false;
+    }
+    const digit_index* const index = std::exchange(index_, nullptr);
+    const int32_t* const link = link_of(index, key_byte(key_));
+    if (!link || (*link == 0 && index->partial)) {
+      return enter_level(owner_of(index)->children);
+    }
+    if (!leads_to_index(*link)) {
+      return *link != 0 && enter_level(linked<rp_hash_node>(index, *link));
+    }
+    ++key_;
+    return enter_index(linked<digit_index>(index, *link));
+  }
+
+  bool step_in_level() {
+    rp_hash_node* const node = find_sibling(level_, key_byte(key_));
+    if (!node) {
+      return false;
+    }
+    if (node->terminal == 1) {
+      best_ = node;
+    }
+    if (++key_ == end_) {
+      return false;
+    }
+    return node->index != 0 ? enter_index(index_of(node)) : enter_level(node->children);
+  }
+
+  bool enter_index(const digit_index* index) {
+    index_ = index;
+    __builtin_prefetch(index);
+    return true;
+  }
+
+  bool enter_level(rp_hash_node* first) {
+    level_ = first;
+    __builtin_prefetch(first);
+    return first != nullptr;
+  }
+
+  const char* key_ = nullptr;  ///< the byte to be looked for next
+  const char* end_ = nullptr;
+  const digit_index* index_ = nullptr;  ///< where to look for it, or null: in the level
+  rp_hash_node* level_ = nullptr;       ///< from this node on; null: nowhere
+  rp_hash_node* best_ = nullptr;
+};
 
 /// Has the children brought into the cache while something else is done: a walk over a large tree
 /// would wait for memory at every node.
@@ -302,13 +348,33 @@ rp_hash_node* rp_hash_search(rp_hash_node* const* slot, const char* key) {
   if (!slot || !key) {
     return nullptr;
   }
-  if (*key != '\0') {
-    rp_hash_node* const match = longest_match(find_sibling(*slot, key_byte(key)), key);
-    if (match) {
-      return match;
+  descent way(*slot, key);
+  way.walk();
+  return way.best() ? way.best() : find_sibling(*slot, 0);
+}
+
+void rp_hash_search_each(rp_hash_node* const* slot, std::span<const std::string_view> keys,
+                         rp_hash_node** found) {
+  std::array<descent, kRpHashInFlight> ways;
+  std::array<uint8_t, kRpHashInFlight> walking;
+  const auto count = static_cast<uint8_t>(keys.size());
+  for (uint8_t i = 0; i < count; ++i) {
+    ways[i] = descent(*slot, keys[i]);
+    walking[i] = i;
+  }
+  for (std::size_t left = count; left > 0;) {
+    for (std::size_t i = 0; i < left;) {
+      if (ways[walking[i]].step()) {
+        ++i;
+      } else {
+        __builtin_prefetch(ways[walking[i]].best());
+        walking[i] = walking[--left];
+      }
     }
   }
-  return find_sibling(*slot, 0);
+  for (uint8_t i = 0; i < count; ++i) {
+    found[i] = ways[i].best() ? ways[i].best() : find_sibling(*slot, 0);
+  }
 }
 
 rp_hash_node* rp_hash_match_all(rp_hash_node* const* slot, const char* key) {

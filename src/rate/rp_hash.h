@@ -26,7 +26,10 @@
 /// thread: a tree is built, read and destroyed by one thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string_view>
 
 /// What a walk needs stands first. The counts are as wide as memory can ever make them.
 struct rp_hash_node {
@@ -59,6 +62,15 @@ using rp_hash_visit_fn = int32_t (*)(rp_hash_node* node, void* argument);
 /// Longest prefix: the deepest node on the key's path at which a key ends, else the node of the
 /// empty key, else null.
 [[nodiscard]] rp_hash_node* rp_hash_search(rp_hash_node* const* slot, const char* key);
+
+/// Searches that rp_hash_search_each has in flight at once.
+inline constexpr std::size_t kRpHashInFlight = 16;
+
+/// rp_hash_search for up to kRpHashInFlight keys, none of which holds a NUL; `found` has a place
+/// for each. In a tree far larger than the cache the searches wait for memory together instead of
+/// one after the other. The nodes found are on their way into the cache.
+void rp_hash_search_each(rp_hash_node* const* slot, std::span<const std::string_view> keys,
+                         rp_hash_node** found);
 
 /// Exact match: the node of exactly this key, else null.
 [[nodiscard]] rp_hash_node* rp_hash_match_all(rp_hash_node* const* slot, const char* key);

@@ -4,11 +4,12 @@
 #include <array>
 #include <charconv>
 #include <cstring>
-#include <iterator>
+#include <optional>
 #include <string_view>
 #include <tuple>
 
 #include "base/qvn_text.h"
+#include "rerate/call_money.h"
 
 namespace {
 
@@ -80,22 +81,9 @@ bool profile_allows(const pricing_terms& terms, const char* profile_id, int64_t 
          time_profile_applies(*static_cast<const time_profile_node*>(node->items), time);
 }
 
-/// Has a record and the texts behind it brought into the cache all at once: among hundreds of
-/// thousands of rates each of its cache lines would be waited for, one after the other.
-void fetch(const rate_node* rate) {
-  constexpr std::size_t kLine = 64;
-  constexpr std::size_t kOrdinaryTexts = 80;
-  asm volatile("");  // GCC 12 drops calls of a function that only prefetches
-  const auto* const begin = reinterpret_cast<const char*>(rate);
-  for (std::size_t offset = 0; offset < sizeof(rate_node) + kOrdinaryTexts; offset += kLine) {
-    __builtin_prefetch(begin + offset);
-  }
-}
-
 const rate_node* first_applicable(const pricing_terms& terms, const rp_hash_node& code,
                                   int64_t time) {
   const auto* rate = static_cast<const rate_node*>(code.items);
-  fetch(rate);
   for (uint64_t left = rate ? code.item_count : 0; left > 0; --left, rate = rate->next) {
     if (in_force(*rate, time) && profile_allows(terms, rate->time_profile_id, time)) {
       return rate;
@@ -117,13 +105,13 @@ bool ani_out_of_bounds(const jurisdiction_settings& settings, std::string_view a
 }
 
 /// The jurisdiction of a number, with the country's "1" in front; null when it is in none.
-const jurisdiction_prefix_node* jurisdiction_of(const pricing_terms& terms, const char* number) {
+const jurisdiction_prefix_node* jurisdiction_of(const pricing_terms& terms,
+                                                std::string_view number) {
   constexpr char kCountryPrefix = '1';
   // No prefix is longer than the tree is deep.
   char key[258] = {kCountryPrefix};
-  const std::size_t skip = *number == kCountryPrefix ? 0 : 1;
-  const std::size_t length = strnlen(number, sizeof key - 2);
-  std::memcpy(key + skip, number, length);
+  const std::size_t skip = number.starts_with(kCountryPrefix) ? 0 : 1;
+  const std::size_t length = number.copy(key + skip, sizeof key - 2);
   key[skip + length] = '\0';
   const rp_hash_node* const node = rp_hash_search(&terms.jurisdictions, key);
   return node ? static_cast<const jurisdiction_prefix_node*>(node->items) : nullptr;
@@ -150,6 +138,27 @@ uint16_t billed_seconds(int64_t duration, uint16_t min_time, uint8_t interval) {
   return static_cast<uint16_t>(static_cast<uint64_t>(increments) * interval);
 }
 
+constexpr uint8_t kRoundUp = 0;
+constexpr uint8_t kRoundHalfUp = 2;
+
+/// A cost that is negative, 2^32 or more, or no number, rounded in its text.
+float round_unusual_cost(float cost, uint8_t decimals, uint8_t rounding, double step) {
+  std::array<char, kMoneyTextSize> text;
+  const std::string_view written = qvn_money_text(text, cost);
+  const std::size_t point = written.find('.');
+  if (point == std::string_view::npos) {
+    return cost;  // no number
+  }
+  const std::string_view dropped = written.substr(point + 1 + decimals);
+  const bool up =
+      decimals > 0 && ((rounding == kRoundUp && dropped.find_first_not_of('0') != dropped.npos) ||
+                       (rounding == kRoundHalfUp && dropped.front() > '4'));
+  const std::string_view kept = written.substr(0, point + 1 + decimals);
+  double rounded = 0.0;
+  (void)std::from_chars(kept.data(), kept.data() + kept.size(), rounded);
+  return static_cast<float>(up ? rounded + step : rounded);
+}
+
 }  // namespace
 
 bool time_profile_applies(const time_profile_node& profile, int64_t start_second) {
@@ -163,10 +172,9 @@ bool time_profile_applies(const time_profile_node& profile, int64_t start_second
          within_hours(profile, clock);
 }
 
-const rate_node* choose_record(const pricing_terms& terms, const char* billed_number,
+const rate_node* choose_record(const pricing_terms& terms, const rp_hash_node* longest,
                                int64_t start_second) {
-  const rp_hash_node* node = rp_hash_search(&terms.codes, billed_number);
-  for (; node; node = node->parent) {
+  for (const rp_hash_node* node = longest; node; node = node->parent) {
     // A rate without a code is nobody's default.
     if (node->terminal != 1 || node->ch == 0) {
       continue;
@@ -176,6 +184,17 @@ const rate_node* choose_record(const pricing_terms& terms, const char* billed_nu
     }
   }
   return nullptr;
+}
+
+void fetch_rate(const rp_hash_node& code) {
+  constexpr std::size_t kLine = 64;
+  constexpr std::size_t kOrdinaryTexts = 64;
+  asm volatile("");  // GCC 12 drops calls of a function that only prefetches
+  const auto* const begin = static_cast<const char*>(code.items);
+  for (std::size_t offset = 0; begin && offset < sizeof(rate_node) + kOrdinaryTexts;
+       offset += kLine) {
+    __builtin_prefetch(begin + offset);
+  }
 }
 
 rate_choice choose_rate(const pricing_terms& terms, const rate_node& record,
@@ -217,23 +236,20 @@ call_charge charge_call(const pricing_terms& terms, const rate_node& record, flo
 
 float round_cost(float cost, uint8_t decimals, uint8_t rounding) {
   static constexpr std::array kStep = {1.0, 1e-1, 1e-2, 1e-3, 1e-4, 1e-5};
-  constexpr uint8_t kRoundUp = 0;
-  constexpr uint8_t kRoundHalfUp = 2;
+  static constexpr std::array<uint32_t, 6> kPowerOfTen = {1, 10, 100, 1'000, 10'000, 100'000};
   if (decimals >= kStep.size()) {
     return cost;  // no digit to drop: a cost is written with six decimals
   }
-  std::array<char, kMoneyTextSize> text;
-  const std::string_view written = qvn_money_text(text, cost);
-  const std::size_t point = written.find('.');
-  if (point == std::string_view::npos) {
-    return cost;  // no number
+  const std::optional<uint64_t> millionths = call_millionths(cost);
+  if (!millionths) {
+    return round_unusual_cost(cost, decimals, rounding, kStep[decimals]);
   }
-  const std::string_view dropped = written.substr(point + 1 + decimals);
-  const bool up =
-      decimals > 0 && ((rounding == kRoundUp && dropped.find_first_not_of('0') != dropped.npos) ||
-                       (rounding == kRoundHalfUp && dropped.front() > '4'));
-  const std::string_view kept = written.substr(0, point + 1 + decimals);
-  double rounded = 0.0;
-  (void)std::from_chars(kept.data(), kept.data() + kept.size(), rounded);
+  const uint32_t first_dropped = kPowerOfTen[kStep.size() - 1 - decimals];
+  const uint64_t dropped = *millionths % (uint64_t{first_dropped} * 10);
+  const uint64_t kept = *millionths / (uint64_t{first_dropped} * 10);
+  const bool up = decimals > 0 && ((rounding == kRoundUp && dropped != 0) ||
+                                   (rounding == kRoundHalfUp && dropped / first_dropped > 4));
+  // Of two whole numbers that a double holds: the double nearest to the kept decimals.
+  const double rounded = static_cast<double>(kept) / kPowerOfTen[decimals];
   return static_cast<float>(up ? rounded + kStep[decimals] : rounded);
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "rate/qvn_rate_table.h"
 
@@ -38,10 +39,10 @@ struct pricing_terms {
   uint8_t rate_rounding = 0;  ///< 0: any dropped digit rounds up; 2: one above 4; else cut
 };
 
-/// What a call record says about a call; the texts are never null.
+/// What a call record says about a call.
 struct call_facts {
-  const char* billed_number = "";
-  const char* ani = "";      ///< calling number
+  std::string_view billed_number;
+  std::string_view ani;      ///< calling number
   int64_t start_second = 0;  ///< since the epoch
   int64_t duration = 0;      ///< seconds
   int32_t rate_type = kRateTypePlain;
@@ -63,10 +64,15 @@ struct call_charge {
 /// hours are included; hours that would run over midnight apply to nothing.
 [[nodiscard]] bool time_profile_applies(const time_profile_node& profile, int64_t start_second);
 
-/// The rate for a call to that number at that second: the oldest applicable record of the longest
-/// code that has one. Null when there is none.
-[[nodiscard]] const rate_node* choose_record(const pricing_terms& terms, const char* billed_number,
-                                             int64_t start_second);
+/// The rate for a call at that second to a number of which `longest` is the longest code, as the
+/// search found it: the oldest applicable record of the longest code that has one. Null when there
+/// is none.
+[[nodiscard]] const rate_node* choose_record(const pricing_terms& terms,
+                                             const rp_hash_node* longest, int64_t start_second);
+
+/// Has the code's first rate and the texts behind it brought into the cache all at once: among
+/// hundreds of thousands of rates each of its cache lines would be waited for, one after the other.
+void fetch_rate(const rp_hash_node& code);
 
 /// Which price of the record counts for the call.
 [[nodiscard]] rate_choice choose_rate(const pricing_terms& terms, const rate_node& record,

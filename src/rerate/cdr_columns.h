@@ -3,6 +3,9 @@
 
 #include <cstddef>
 
+/// Which party's trunk the calls are rated for.
+enum class call_side { ingress, egress };
+
 inline constexpr std::size_t kCdrColumns = 128;
 inline constexpr std::size_t kCdrColumnsWithQ850 = 130;
 

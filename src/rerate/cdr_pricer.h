@@ -5,11 +5,15 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
+#include "base/qvn_text.h"
+#include "rerate/call_pricing.h"
 #include "rerate/cdr_columns.h"
-#include "rerate/cdr_rater.h"
+#include "rerate/cdr_line.h"
 
 /// What has come out so far. The caller takes it away when it has grown.
 struct priced_calls {
@@ -18,16 +22,21 @@ struct priced_calls {
                           ///< order, a NUL behind each text
 };
 
+/// A side's columns that pricing writes, or reads for one side only.
+struct priced_columns;
+
+/// Calls wait in the pricer until there are sixteen: their codes are searched together. It takes
+/// 11 KiB itself and 36 KiB on the heap, or about twice the longest line if that is more; once that
+/// is there only what comes out takes memory.
 class cdr_pricer {
  public:
   /// For records of so many columns. The terms' trees must outlive the pricer. `rates_date` is the
   /// date that the rates were loaded for, seconds since the epoch.
-  cdr_pricer(call_side side, const pricing_terms& terms, int64_t rates_date, std::size_t columns)
-      : rater_(side, terms, rates_date), columns_(fields_.data(), columns) {}
+  cdr_pricer(call_side side, const pricing_terms& terms, int64_t rates_date, std::size_t columns);
   cdr_pricer(const cdr_pricer&) = delete;
   cdr_pricer& operator=(const cdr_pricer&) = delete;
 
-  /// Takes a call's line, which is written to; it may end in a line feed. Calls come out in the
+  /// Takes a call's line, which may be written to; it may end in a line feed. Calls come out in the
   /// order in which they went in, perhaps later than they did. Throws std::bad_alloc when memory
   /// runs out; nothing more may be added then.
   void add(char* line, priced_calls& out);
@@ -36,7 +45,47 @@ class cdr_pricer {
   void finish(priced_calls& out);
 
  private:
-  cdr_rater rater_;
-  std::array<std::string_view, kCdrColumnsWithQ850> fields_;
-  cdr_columns columns_;
+  /// Memory to work in.
+  class workspace {
+   public:
+    /// At least so many bytes; what they held may be gone. Throws std::bad_alloc.
+    char* with_room(std::size_t bytes);
+    [[nodiscard]] std::size_t size() const { return size_; }
+
+   private:
+    std::unique_ptr<char[]> memory_;
+    std::size_t size_ = 0;
+  };
+
+  struct waiting_call {
+    cdr_line line;
+    call_facts facts;
+  };
+
+  /// Memory for the line's texts. Prices the waiting calls if theirs take too much.
+  char* memory_for(std::size_t room, priced_calls& out);
+  [[nodiscard]] call_facts facts_of(const cdr_line& line) const;
+  void price(const waiting_call& call, const rp_hash_node* longest_code, priced_calls& out);
+  void let_out(const cdr_line& line, std::span<const std::string_view> texts, priced_calls& out);
+  std::span<const std::string_view> texts_of(const rate_node& record, const rate_choice& choice,
+                                             const call_charge& charge);
+
+  const priced_columns& side_;
+  const pricing_terms terms_;
+  const std::size_t columns_;
+
+  std::array<waiting_call, kRpHashInFlight> calls_;
+  std::size_t waiting_ = 0;
+  workspace waiting_texts_;
+  std::size_t texts_used_ = 0;
+  workspace joined_line_;
+
+  std::array<char, kMoneyTextSize> rate_text_{};
+  std::array<char, kMoneyTextSize> cost_text_{};
+  std::array<char, kMoneyTextSize> minutes_text_{};
+  std::array<char, 8> bill_time_text_{};
+  std::array<char, 16> rate_type_text_{};
+  std::array<char, 24> rates_date_buffer_{};
+  const std::string_view rates_date_text_;
+  std::array<std::string_view, 10> written_{};  ///< new texts, in the order of the columns
 };

@@ -60,8 +60,8 @@ std::string_view digits(std::span<char> buffer, Number value) {
 call_facts facts_of(cdr_columns columns, std::string_view rate_type) {
   constexpr int64_t kMicrosecondsASecond = 1'000'000;
   return {
-      .billed_number = cdr_rater::billed_number(columns).data(),
-      .ani = columns[kTranslationAni].data(),
+      .billed_number = cdr_rater::billed_number(columns),
+      .ani = columns[kTranslationAni],
       .start_second = number(columns[kStartTimeOfDate]) / kMicrosecondsASecond,
       .duration = number(columns[kCallDuration]),
       .rate_type = rate_type.empty() ? kRateTypePlain : static_cast<int32_t>(number(rate_type)),
@@ -103,7 +103,8 @@ cdr_rater::cdr_rater(call_side side, const pricing_terms& terms, int64_t rates_d
 
 cdr_rater::outcome cdr_rater::rate(cdr_columns columns) {
   const call_facts call = facts_of(columns, columns[out_.rate_type]);
-  const rate_node* const record = choose_record(terms_, call.billed_number, call.start_second);
+  const rate_node* const record = choose_record(
+      terms_, rp_hash_search(&terms_.codes, call.billed_number.data()), call.start_second);
   const rate_choice choice = record ? choose_rate(terms_, *record, call) : rate_choice{};
   if (record && choice.rate >= BIILING_EPSINON) {
     write(columns, *record, choice, charge_call(terms_, *record, choice.rate, call.duration));

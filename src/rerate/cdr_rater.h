@@ -12,9 +12,6 @@
 #include "rerate/call_pricing.h"
 #include "rerate/cdr_columns.h"
 
-/// Which party's trunk the calls are rated for.
-enum class call_side { ingress, egress };
-
 /// The columns of one record, in the order of cdr_columns.h. A NUL follows each text that came with
 /// the record.
 using cdr_columns = std::span<std::string_view>;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "rate/qvn_rate_table.h"
@@ -21,6 +22,7 @@ std::vector<std::string> ids(const rp_hash_node* node) {
   for (uint64_t i = 0; rate && i < node->item_count; ++i, rate = rate->next) {
     list.emplace_back(rate->rate_id);
     EXPECT_EQ(rate->next->prev, rate);
+    EXPECT_STREQ(rate->rate_table_id, "7");
   }
   return list;
 }
@@ -99,25 +101,22 @@ TEST(record_lists, give_up_one_record_by_id_or_all) {
   EXPECT_EQ(delete_code_deck_node(&deck, "5"), 0);
   EXPECT_EQ(delete_code_deck_node(&deck, nullptr), 1);
   rp_hash_node rates{};
-  for (const char* const id : {"c", "b", "a"}) {
+  const std::string longest(40'000, 'a');
+  for (const std::string& id : {std::string("c"), std::string("b"), longest}) {
     rate_node_link(&rates, make_rate(id, 10));
   }
   EXPECT_EQ(delete_rate_node(&rates, "x"), 0);
   EXPECT_EQ(delete_rate_node(&rates, "b"), 1);
-  EXPECT_EQ(ids(&rates), (id_list{"a", "c"}));
+  EXPECT_EQ(ids(&rates), (id_list{longest, "c"}));
   EXPECT_EQ(delete_rate_node(&rates, nullptr), 1);
 }
 
 TEST(time_zone_text, only_the_tables_whole_hours_count) {
-  struct zone_case {
-    const char* text;
-    int32_t hours;
-  };
-  constexpr zone_case kCases[] = {{"+0000", 0},  {"+1200", 12}, {"-1200", -12}, {"-0300", -3},
-                                  {"-0500", -5}, {"-0400", 0},  {"+0530", 0},   {"+1300", 0},
-                                  {"0100", 0},   {"", 0},       {nullptr, 0}};
-  for (const zone_case& test : kCases) {
-    EXPECT_EQ(get_timezone_from_str(test.text), test.hours) << (test.text ? test.text : "absent");
+  constexpr std::pair<const char*, int32_t> kCases[] = {
+      {"+0000", 0}, {"+1200", 12}, {"-1200", -12}, {"-0300", -3}, {"-0500", -5}, {"-0400", 0},
+      {"+0530", 0}, {"+1300", 0},  {"0100", 0},    {"", 0},       {nullptr, 0}};
+  for (const auto& [text, hours] : kCases) {
+    EXPECT_EQ(get_timezone_from_str(text), hours) << (text ? text : "absent");
   }
 }
 

@@ -1,5 +1,4 @@
-// What the model of fuzz/prefix_tree.cpp leaves open: orders, the width of a length, and where in
-// memory nodes lie.
+// What the model of fuzz/prefix_tree.cpp leaves open: orders, and where in memory nodes lie.
 #include "rate/rp_hash.h"
 
 #include <cstdlib>
@@ -34,14 +33,6 @@ class prefix_tree : public testing::Test {
   rp_hash_node* root_ = nullptr;
 };
 
-TEST_F(prefix_tree, key_lengths_are_counted_in_eight_bits) {
-  rp_hash_node* const empty = insert(std::string(256, '7'));
-  EXPECT_EQ(exact(""), empty);
-  rp_hash_node* const cut = insert(std::string(300, '8'));
-  EXPECT_EQ(exact(std::string(44, '8')), cut);
-  EXPECT_EQ(exact("2"), nullptr) << "a key of one byte has the depth of the empty key";
-}
-
 TEST_F(prefix_tree, refused_callback_leaves_the_tree_alone) {
   insert("44");
   EXPECT_EQ(rp_hash_delete(
@@ -51,14 +42,11 @@ TEST_F(prefix_tree, refused_callback_leaves_the_tree_alone) {
 }
 
 TEST_F(prefix_tree, absent_arguments_do_nothing) {
-  EXPECT_EQ(rp_hash_create(nullptr, "1"), nullptr);
-  EXPECT_EQ(rp_hash_create(&root_, nullptr), nullptr);
-  EXPECT_EQ(rp_hash_search(nullptr, "1"), nullptr);
-  EXPECT_EQ(rp_hash_search(&root_, nullptr), nullptr);
+  EXPECT_FALSE(rp_hash_create(nullptr, "1") || rp_hash_create(&root_, nullptr));
+  EXPECT_FALSE(rp_hash_search(nullptr, "1") || rp_hash_search(&root_, nullptr));
   EXPECT_EQ(rp_hash_match_all(&root_, nullptr), nullptr);
   EXPECT_EQ(rp_hash_delete(&root_, "1", nullptr, nullptr), 0);
-  EXPECT_EQ(rp_hash_destroy(&root_, nullptr), 0);
-  EXPECT_EQ(rp_hash_record(&root_, nullptr, nullptr), 0);
+  EXPECT_FALSE(rp_hash_destroy(&root_, nullptr) != 0 || rp_hash_record(&root_, nullptr, nullptr));
 }
 
 TEST_F(prefix_tree, visit_reaches_every_payload_below_first_and_the_newest_of_a_level_first) {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "base/qvn_text.h"
 #include "base/qvn_time.h"
+#include "rerate/call_money.h"
 #include "rerate/pricing_world.h"
 
 namespace {
@@ -60,7 +60,7 @@ int64_t utc(const std::string& text) {
 
 std::string money(float amount) {
   char text[kMoneyTextSize];
-  return std::string(qvn_money_text(text, amount));
+  return std::string(call_money_text(text, amount));
 }
 
 uint16_t number(const std::string& text) {
@@ -90,9 +90,10 @@ TEST(billing_doc, names_the_rate_that_applies) {
         .end_date = rate["ends"].empty() ? 0 : utc(rate["ends"]);
   }
   for (row& call : table("billed number")) {
-    const rate_node* const rate =
-        choose_record(world.terms, call["billed number"].c_str(), utc(call["call begins"]));
-    EXPECT_EQ(rate ? rate->rate_id : std::string("none"), call["rate"]) << call["why"];
+    const rate_node* const rate = choose_record(
+        world.terms, rp_hash_search(&world.terms.codes, call["billed number"].c_str()),
+        utc(call["call begins"]));
+    EXPECT_EQ(rate ? std::string(rate->rate_id) : "none", call["rate"]) << call["why"];
   }
 }
 
