@@ -78,15 +78,11 @@ void reconcile(rate_upload_task& task) {
   if (!table) {
     return;
   }
-  rate_reconciler reconciler(task.reduplicate_rate_action, task.rate_end_date, std::time(nullptr));
+  const rate_reconciler reconciler{task.reduplicate_rate_action, !task.rate_end_date.empty(),
+                                   std::time(nullptr)};
   for (const import_record* line = task.imports.first(); line; line = line->next) {
     const rp_hash_node* const code = rp_hash_match_all(&table->sub, line->code);
-    if (!code) {
-      continue;
-    }
-    try {
-      reconciler.reconcile(*line, *code, task.updates, task.deletions);
-    } catch (const std::bad_alloc&) {
+    if (code && !reconciler.reconcile(*line, *code, task.updates, task.deletions)) {
       QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
       task.fail(kMemoryShortage);
     }

@@ -201,7 +201,44 @@ TEST(Import, StoredRatesAreEndedOrDeletedByTheirDates) {
        older + stored("44", "5", day(30))},
       {"r_nothing", "", "code,effective_date\n", "4 Insert: 0, Delete: 0, Update: 0, Error: 0",
        "44|8|2020-01-01|\n", older},
+      // Both rates have one id: what the deck's first line says of it comes first.
+      {"r_twice", "", "code,effective_date\n44,2024-03-02\n45,2024-03-01\n",
+       "4 Insert: 2, Delete: 0, Update: 2, Error: 0",
+       closed + "44||2024-03-02|\n45|8|2020-01-01|2024-02-29 23:59:59\n45||2024-03-01|\n",
+       "ALTER TABLE rate DROP CONSTRAINT rate_pkey;" + older + stored("45", "8", "2020-01-01") +
+           "UPDATE rate SET rate_id = 5"},
+      // Every statement is sent by itself, and refused.
+      {"r_quote", "rate_end_date=E'2023-12-31\\''", deck, updated, "44|8|2020-01-01|\n" + added,
+       older},
   });
+}
+
+TEST(Import, AStatementThatFailsIsToldOnceAndLeavesTheOthersTheirEffect) {
+  auto daemon = e2e::daemon_for({"refusing"});
+  Session portal = e2e::cluster().connect("refusing");
+  std::string deck = "code,rate,effective_date\n", expected;
+  for (const std::string code : {"44", "45", "46", "54", "55", "56"}) {
+    const bool repeated = code[0] == '5', stays = code[1] == '5';
+    portal.query(stored(code, "8", repeated ? "2024-03-01" : "2020-01-01"));
+    deck += code + ",1,2024-03-01\n";
+    if (stays || !repeated)
+      expected += code + "|8|" + (repeated ? "2024-03-01|" : "2020-01-01|") +
+                  (stays ? "\n" : "2024-02-29 23:59:59\n");
+    expected += code + "|1|2024-03-01|\n";
+  }
+  portal.query(
+      "CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$BEGIN"
+      " RAISE EXCEPTION 'stays'; END$$;"
+      "CREATE TRIGGER refuse BEFORE UPDATE OR DELETE ON rate FOR EACH ROW"
+      " WHEN (old.code LIKE '_5') EXECUTE FUNCTION refuse()");
+  const std::string id =
+      e2e::submit(portal, daemon->path(), deck, "7", {{"reduplicate_rate_action", "1"}});
+  daemon->start();
+  EXPECT_EQ(e2e::outcome(portal, id), "4 Insert: 6, Delete: 3, Update: 3, Error: 0");
+  EXPECT_EQ(e2e::rates(portal, "7"), expected);
+  for (const char* label : {"Rate upload", "Rate Delete"})
+    EXPECT_EQ(support::count_of(daemon->log(), std::string(label) + " PQsendQuery failed, status "),
+              1);
 }
 
 TEST(Import, RefusedLinesAreReportedAndKeptByteForByte) {
