@@ -48,10 +48,11 @@ void add_deck_code(rate_upload_task& task, std::string code) {
 void check_record(const import_record& record) {
   FUZZ_CHECK(*record.code != '\0' &&
              std::strspn(record.code, "0123456789") == std::strlen(record.code));
-  FUZZ_CHECK(record.effective_text && record.interval != 0 && record.seconds != 0);
-  FUZZ_CHECK((record.end_text != nullptr) || record.end_date == 0);
+  const import_terms& terms = *record.terms;
+  FUZZ_CHECK(terms.effective.text && terms.interval != 0 && terms.seconds != 0);
+  FUZZ_CHECK((terms.end.text != nullptr) || terms.end.epoch == 0);
   std::string line;
-  rate_copy_line_append(line, "7", record);
+  rate_copy_lines("7").append(line, record);
   FUZZ_CHECK(line.starts_with("7,") && line.ends_with('\n'));
   FUZZ_CHECK(std::count(line.begin(), line.end(), ',') == 16);
   FUZZ_CHECK(std::count(line.begin(), line.end(), '\n') == 1);
@@ -82,8 +83,8 @@ void check_accepted(rate_upload_task& task) {
   for (; !task.imports.empty(); task.imports.pop()) {
     check_record(*task.imports.first());
     ++count;
-    FUZZ_CHECK(codes.add(task.imports.first()->code, static_cast<int>(count)) ==
-               seen_codes::verdict::fresh);
+    std::string_view code = task.imports.first()->code;
+    FUZZ_CHECK(codes.add(code) == seen_codes::verdict::fresh);
   }
   FUZZ_CHECK(count == task.accepted_count);
 }

@@ -328,11 +328,12 @@ int32_t get_timezone_from_str(const char* text) {
   return found == std::end(kZones) ? 0 : found->hours;
 }
 
-int32_t qvn_is_rate(const char* text) {
-  const std::string_view rate = qvn_or_empty(text);
+bool qvn_is_rate(std::string_view text) {
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-  return !rate.empty() && is_digit(rate.front()) &&
-                 std::ranges::all_of(rate, [&](char c) { return is_digit(c) || c == '.'; })
-             ? 1
-             : 0;
+  return !text.empty() && is_digit(text.front()) &&
+         std::ranges::all_of(text, [&](char c) { return is_digit(c) || c == '.'; });
+}
+
+int32_t qvn_is_rate(const char* text) {
+  return qvn_is_rate(std::string_view(qvn_or_empty(text))) ? 1 : 0;
 }

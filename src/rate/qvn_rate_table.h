@@ -160,5 +160,6 @@ void rate_node_link_superseding(rp_hash_node* root, rp_hash_node* node, rate_nod
 /// Minus four hours is not.
 [[nodiscard]] int32_t get_timezone_from_str(const char* text);
 
-/// 1 for a rate text: a decimal digit followed by digits and "."; else 0.
+/// True or 1 for a rate text: a decimal digit followed by digits and "."; else false or 0.
+[[nodiscard]] bool qvn_is_rate(std::string_view text);
 [[nodiscard]] int32_t qvn_is_rate(const char* text);

@@ -94,10 +94,10 @@ struct rate_upload_task final : qvn_job {
   rp_hash_node* rate_tree = nullptr;  ///< stored rates: rate table id, then code
   rate_code_deck code_deck;           ///< names and countries by code
 
-  std::unique_ptr<seen_codes> codes;
-  std::optional<rate_date_reader> dates;  ///< owns the date texts of `imports`
+  std::unique_ptr<seen_codes> codes;      ///< owns the codes of `imports`
+  std::optional<rate_date_reader> dates;  ///< owns their date texts
   import_list imports;                    ///< accepted lines, the last one first
-  statement_list updates;                 ///< end dates to be set
+  statement_list updates;                 ///< end dates to be set; the ids are of `rate_tree`
   statement_list deletions;               ///< rates to be deleted
 
   uint32_t accepted_count = 0;  ///< lines of the deck

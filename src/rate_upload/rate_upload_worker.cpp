@@ -80,13 +80,14 @@ void reconcile(rate_upload_task& task) {
   }
   const rate_reconciler reconciler{task.reduplicate_rate_action, !task.rate_end_date.empty(),
                                    std::time(nullptr)};
-  for (const import_record* line = task.imports.first(); line; line = line->next) {
-    const rp_hash_node* const code = rp_hash_match_all(&table->sub, line->code);
-    if (code && !reconciler.reconcile(*line, *code, task.updates, task.deletions)) {
+  task.imports.look_through([&](const import_record& line) {
+    const rp_hash_node* const code = rp_hash_match_all(&table->sub, line.code);
+    if (code && !reconciler.reconcile(line, *code, task.updates, task.deletions)) {
       QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
       task.fail(kMemoryShortage);
     }
-  }
+    return true;
+  });
 }
 
 /// Validates the deck and queues what it does to the stored rates; false, with the task failed,

@@ -58,11 +58,12 @@ bool send(rate_upload_task& task, std::string& buffer, uint32_t& lines) {
 /// Sends every record and frees it; stops at the first failure. Throws std::bad_alloc when memory
 /// runs out.
 void send_records(rate_upload_task& task) {
+  rate_copy_lines copy_lines(task.rate_table_id);
   std::string buffer;
   buffer.reserve(kCopyBufferSize + kCopyBufferSize / 8);
   uint32_t lines = 0;
   while (!task.imports.empty()) {
-    rate_copy_line_append(buffer, task.rate_table_id, *task.imports.first());
+    copy_lines.append(buffer, *task.imports.first());
     task.imports.pop();
     ++lines;
     if (buffer.size() >= kCopyBufferSize && !send(task, buffer, lines)) {
