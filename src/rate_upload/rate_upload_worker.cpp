@@ -74,15 +74,10 @@ bool check_settings(rate_upload_task& task) {
 /// Queues what each accepted line does to the stored rates of its code. Without memory for a
 /// statement the next line is tried: what could not be ended is ended by the next upload.
 void reconcile(rate_upload_task& task) {
-  const rp_hash_node* const table = rp_hash_match_all(&task.rate_tree, task.rate_table_id.c_str());
-  if (!table) {
-    return;
-  }
   const rate_reconciler reconciler{task.reduplicate_rate_action, !task.rate_end_date.empty(),
                                    std::time(nullptr)};
   task.imports.look_through([&](const import_record& line) {
-    const rp_hash_node* const code = rp_hash_match_all(&table->sub, line.code);
-    if (code && !reconciler.reconcile(line, *code, task.updates, task.deletions)) {
+    if (!reconciler.reconcile(line, task.rates, task.updates, task.deletions)) {
       QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
       task.fail(kMemoryShortage);
     }
@@ -183,7 +178,7 @@ void rate_upload_task::run() noexcept {
 }
 
 void rate_upload_task::release_data() {
-  (void)rp_hash_destroy(&rate_tree, delete_rate_node);
+  rates.clear();
   code_deck.clear();
   codes.reset();
   imports.clear();

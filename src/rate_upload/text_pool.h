@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -25,6 +26,12 @@ class text_pool {
   [[nodiscard]] bool add(std::string_view text, place& where);
 
   [[nodiscard]] const char* at(place where) const { return pieces_[where.piece] + where.offset; }
+
+  /// Whether the text there is this one.
+  [[nodiscard]] bool holds(place where, std::string_view text) const {
+    const char* const kept = at(where);
+    return std::strncmp(kept, text.data(), text.size()) == 0 && kept[text.size()] == '\0';
+  }
 
   void clear();
 
