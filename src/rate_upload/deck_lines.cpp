@@ -36,6 +36,11 @@ bool deck_lines::next(std::string_view& line) {
   return false;
 }
 
+std::string_view deck_lines::ahead() const {
+  constexpr std::size_t kLooked = 64;
+  return std::string_view(begin_, end_).substr(0, kLooked);
+}
+
 /// Bytes of the next piece, its line end included; 0 at the end. What stands before a failure to
 /// read is not a line.
 std::size_t deck_lines::piece_size() {

@@ -1,13 +1,11 @@
 #include "rate_upload/keyed_slots.h"
 
 #include "base/qvn_keyed_hash.h"
-#include "base/qvn_slab.h"
+#include "rate_upload/import_slab.h"
 
 namespace {
 
 constexpr std::size_t kFirstCapacity = 1024;
-
-thread_local constinit qvn_slab slot_slab;
 
 /// Puts the slot into the first free one from its own on.
 void put(uint64_t* slots, std::size_t capacity, uint64_t slot, unsigned hash_shift) {
@@ -26,7 +24,7 @@ uint32_t keyed_slots::hash(std::string_view key) {
 
 bool keyed_slots::grow() {
   const std::size_t capacity = capacity_ == 0 ? kFirstCapacity : 2 * capacity_;
-  auto* const slots = static_cast<uint64_t*>(slot_slab.alloc(capacity * sizeof(uint64_t)));
+  auto* const slots = static_cast<uint64_t*>(import_slab.alloc(capacity * sizeof(uint64_t)));
   if (!slots) {
     return false;
   }

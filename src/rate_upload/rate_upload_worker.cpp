@@ -74,6 +74,9 @@ bool check_settings(rate_upload_task& task) {
 /// Queues what each accepted line does to the stored rates of its code. Without memory for a
 /// statement the next line is tried: what could not be ended is ended by the next upload.
 void reconcile(rate_upload_task& task) {
+  if (task.rates.empty()) {
+    return;
+  }
   const rate_reconciler reconciler{task.reduplicate_rate_action, !task.rate_end_date.empty(),
                                    std::time(nullptr)};
   task.imports.look_through([&](const import_record& line) {

@@ -17,16 +17,8 @@ text_pool::place unpacked(uint32_t place) {
 
 }  // namespace
 
-void seen_codes::expect(std::string_view code) {
-  expected_ = code;
-  expected_hash_ = keyed_slots::hash(code);
-  slots_.fetch(expected_hash_);
-}
-
 seen_codes::verdict seen_codes::add(std::string_view& code) {
-  const bool expected = code.data() == expected_.data() && code.size() == expected_.size();
-  const uint32_t hash = expected ? expected_hash_ : keyed_slots::hash(code);
-  expected_ = {};
+  const uint32_t hash = keyed_slots::hash(code);
   const auto is_code = [&](uint32_t place) { return texts_.holds(unpacked(place), code); };
   if (slots_.find(hash, is_code) != 0) {
     return verdict::repeated;

@@ -12,8 +12,8 @@ class seen_codes {
  public:
   enum class verdict { fresh, repeated, no_memory };
 
-  /// Says that the code is probably the next to be added: its slot is fetched meanwhile.
-  void expect(std::string_view code);
+  /// Says that the code will probably be added soon: its slot is fetched meanwhile.
+  void expect(std::string_view code) const { slots_.fetch(keyed_slots::hash(code)); }
 
   /// Keeps the code unless it is there already. A fresh one then is the kept text, which has a NUL
   /// behind it and lives as long as this object.
@@ -22,6 +22,4 @@ class seen_codes {
  private:
   text_pool texts_;
   keyed_slots slots_;
-  std::string_view expected_;
-  uint32_t expected_hash_ = 0;
 };

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "base/qvn_slab.h"
+#include "rate_upload/import_slab.h"
 
 namespace {
 
@@ -11,13 +11,11 @@ constexpr uint32_t kCodesOfPiece = 1024;
 constexpr std::size_t kRecordsOfPiece = 1024;
 constexpr int kLongWalk = 64;  // rates passed by before a code gets an index by date
 
-thread_local constinit qvn_slab stored_slab;
-
 /// Adds a piece of `count` zeroed items; false or std::bad_alloc when memory runs out.
 template <class Item>
 bool add_piece(std::vector<Item*>& pieces, std::size_t count) {
   pieces.push_back(nullptr);
-  pieces.back() = static_cast<Item*>(stored_slab.alloc(count * sizeof(Item)));
+  pieces.back() = static_cast<Item*>(import_slab.alloc(count * sizeof(Item)));
   if (!pieces.back()) {
     pieces.pop_back();
     return false;

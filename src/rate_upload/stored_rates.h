@@ -40,6 +40,8 @@ class stored_rates {
   [[nodiscard]] bool add(std::string_view code, std::string_view rate_id, int64_t effective_date,
                          int64_t now);
 
+  [[nodiscard]] bool empty() const { return code_count_ == 0; }
+
   /// Calls `look` with each rate of exactly this code in their order, while it returns true.
   template <class Look>
   void look_through(std::string_view code, Look look) const {

@@ -3,13 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "base/qvn_slab.h"
-
-namespace {
-
-thread_local constinit qvn_slab text_slab;
-
-}  // namespace
+#include "rate_upload/import_slab.h"
 
 bool text_pool::add_piece() {
   try {
@@ -17,7 +11,7 @@ bool text_pool::add_piece() {
   } catch (const std::bad_alloc&) {
     return false;
   }
-  pieces_.back() = static_cast<char*>(text_slab.alloc(kPieceSize));
+  pieces_.back() = static_cast<char*>(import_slab.alloc(kPieceSize));
   if (!pieces_.back()) {
     pieces_.pop_back();
     return false;
