@@ -1,4 +1,5 @@
-/// A whole rate deck: a byte for the date format, a byte for the code deck, then the file.
+/// A whole rate deck: a byte for the date format, a byte for the code deck and for whether its
+/// middle lies where the reader reads on, then the file.
 
 #include <algorithm>
 #include <sys/mman.h>
@@ -12,6 +13,8 @@
 namespace {
 
 int g_deck = -1;  ///< a file in memory
+
+constexpr std::size_t kReadAtOnce = 256 * 1024 - 1023;
 
 /// What was written, by the last word of the file's name.
 std::string* const g_log = new std::string;
@@ -102,7 +105,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   rate_upload_task task;
   task.deck_date_format = static_cast<date_format>(input.byte() % 7);
   const uint8_t code_deck = input.byte();
-  const std::string_view deck = input.rest();
+  std::string deck(input.rest());
+  if ((code_deck & 4) != 0) {
+    deck.insert(0, kReadAtOnce - std::min(kReadAtOnce, deck.size() / 2), '\n');
+  }
   FUZZ_CHECK(ftruncate(g_deck, static_cast<off_t>(deck.size())) == 0);
   FUZZ_CHECK(pwrite(g_deck, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
   task.upload_file_path = "/proc/self/fd";

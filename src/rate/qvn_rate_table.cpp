@@ -139,16 +139,6 @@ const rp_hash_node* top_of(const rp_hash_node* node) {
   return node;
 }
 
-void carry_out(rp_hash_node* root, expire_rate_req* requests) {
-  while (requests) {
-    expire_rate_req* const next = requests->next;
-    delete_expire_rate(root, requests->code, requests->rate_id, requests->rate_table_id,
-                       requests->reserved);
-    qvn_slab::release(requests);
-    requests = next;
-  }
-}
-
 }  // namespace
 
 rate_node* rate_node_create(const rate_texts& texts) {
@@ -292,24 +282,6 @@ void delete_expire_rate(rp_hash_node* root, const char* code, const char* rate_i
   if (top_of(outer)->pass_count > 0) {
     (void)rp_hash_delete(&root, qvn_or_empty(rate_table_id), nullptr, nullptr);
   }
-}
-
-void rate_node_link_superseding(rp_hash_node* root, rp_hash_node* node, rate_node* rate,
-                                int64_t now) {
-  expire_rate_req* superseded = nullptr;
-  const auto* const first = first_of<rate_node>(node);
-  const bool newer = first && first->effective_date < rate->effective_date;
-  const bool older = first && first->effective_date > rate->effective_date;
-  const bool first_in_force = first && now > first->effective_date;
-  if (newer && now > rate->effective_date) {
-    create_del_expire_rate(first, node->item_count, &superseded, first->effective_date);
-  }
-  rate_node_link(node, rate);
-  if (older && first_in_force) {
-    // By a request of its own, as the removal still needs the texts that go with the record.
-    create_del_expire_rate(rate, 1, &superseded, rate->effective_date);
-  }
-  carry_out(root, superseded);
 }
 
 int32_t get_timezone_from_str(const char* text) {

@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "base/qvn_slab.h"
 #include "rate/qvn_rate_table.h"
 
 namespace {
@@ -23,6 +24,22 @@ std::vector<std::string> ids(const rp_hash_node* node) {
 }
 
 using id_list = std::vector<std::string>;
+
+/// The slot is handed over by value: freeing the table's only node would leave the caller on freed
+/// memory.
+TEST(expiry, of_the_last_rate_never_frees_the_callers_first_node) {
+  rp_hash_node* root = nullptr;
+  rp_hash_node* const table = rp_hash_create(&root, "7");
+  rate_node* const rate = make_rate("0", 100);
+  rate_node_link(rp_hash_create(&table->sub, "44"), rate);
+  expire_rate_req* request = nullptr;
+  create_del_expire_rate(rate, 1, &request, 100);
+  delete_expire_rate(root, request->code, request->rate_id, request->rate_table_id, 0);
+  qvn_slab::release(request);
+  ASSERT_EQ(root, table);
+  EXPECT_EQ(rp_hash_match_all(&table->sub, "44"), nullptr);
+  rp_hash_destroy(&root, delete_rate_node);
+}
 
 TEST(record_lists, give_up_one_record_by_id_or_all) {
   rp_hash_node prefixes{};
