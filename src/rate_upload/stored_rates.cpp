@@ -101,12 +101,12 @@ void stored_rates::sort_by_dates(code_rates& rates) {
 /// Puts the rate before the first of the code that is not earlier.
 void stored_rates::link(code_rates& rates, stored_rate* rate) {
   stored_rate** place = &rates.first;
-  for (int walked = 0; !rates.dates && *place; ++walked, place = &(*place)->next) {
-    if ((*place)->effective_date >= rate->effective_date) {
-      break;
-    }
-    if (walked == kLongWalk) {
+  int walked = 0;
+  while (!rates.dates && *place && (*place)->effective_date < rate->effective_date) {
+    if (++walked > kLongWalk) {
       sort_by_dates(rates);
+    } else {
+      place = &(*place)->next;
     }
   }
   if (rates.dates) {
