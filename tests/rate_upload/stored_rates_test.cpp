@@ -34,12 +34,12 @@ TEST(stored_rates, of_those_in_force_only_the_latest_are_kept_of_any_number_of_d
   const auto seed = std::random_device{}();
   SCOPED_TRACE(testing::Message() << "seed " << seed);
   std::mt19937 random(seed);
-  for (const int dates : {3, 20, 3000, 3, 3}) {
+  for (const unsigned dates : {3U, 20U, 3000U, 3U, 3U}) {
     stored_rates rates;
     plain_list expected;
     const int count = dates == 3 ? 8 : 3000;
     for (int id = 0; id < count; ++id) {
-      const int64_t date = kNow + static_cast<int>(random() % dates) - dates / 3;
+      const int64_t date = kNow + int64_t(random() % dates) - dates / 3;
       // A code of 258 digits is known by its first two; a longer one than the rates are of, by
       // none.
       const bool stays = random() % 64 == 0;
