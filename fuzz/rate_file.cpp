@@ -1,4 +1,5 @@
-/// A whole rate deck: a byte for the date format, a byte for the code deck, then the file.
+/// A whole rate deck: a byte for the date format, a byte for the code deck and for whether its
+/// middle lies where the reader reads on, then the file.
 
 #include <algorithm>
 #include <cstdlib>
@@ -15,6 +16,8 @@
 namespace {
 
 int g_deck = -1;  ///< a file in memory
+
+constexpr std::size_t kReadAtOnce = 256 * 1024 - 1023;
 
 /// The folder of the result files, with a trailing "/", and what was written into them.
 std::string* const g_folder = new std::string;
@@ -58,10 +61,11 @@ void add_deck_code(rate_upload_task& task, std::string code) {
 void check_record(const import_record& record) {
   FUZZ_CHECK(*record.code != '\0' &&
              std::strspn(record.code, "0123456789") == std::strlen(record.code));
-  FUZZ_CHECK(record.effective_text && record.interval != 0 && record.seconds != 0);
-  FUZZ_CHECK((record.end_text != nullptr) || record.end_date == 0);
+  const import_terms& terms = *record.terms;
+  FUZZ_CHECK(terms.effective.text && terms.interval != 0 && terms.seconds != 0);
+  FUZZ_CHECK((terms.end.text != nullptr) || terms.end.epoch == 0);
   std::string line;
-  rate_copy_line_append(line, "7", record);
+  rate_copy_lines("7").append(line, record);
   FUZZ_CHECK(line.starts_with("7,") && line.ends_with('\n'));
   FUZZ_CHECK(std::count(line.begin(), line.end(), ',') == 16);
   FUZZ_CHECK(std::count(line.begin(), line.end(), '\n') == 1);
@@ -92,8 +96,8 @@ void check_accepted(rate_upload_task& task) {
   for (; !task.imports.empty(); task.imports.pop()) {
     check_record(*task.imports.first());
     ++count;
-    FUZZ_CHECK(codes.add(task.imports.first()->code, static_cast<int>(count)) ==
-               seen_codes::verdict::fresh);
+    std::string_view code = task.imports.first()->code;
+    FUZZ_CHECK(codes.add(code) == seen_codes::verdict::fresh);
   }
   FUZZ_CHECK(count == task.accepted_count);
 }
@@ -114,7 +118,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   rate_upload_task task;
   task.deck_date_format = static_cast<date_format>(input.byte() % 7);
   const uint8_t code_deck = input.byte();
-  const std::string_view deck = input.rest();
+  std::string deck(input.rest());
+  if ((code_deck & 4) != 0) {
+    deck.insert(0, kReadAtOnce - std::min(kReadAtOnce, deck.size() / 2), '\n');
+  }
   FUZZ_CHECK(ftruncate(g_deck, static_cast<off_t>(deck.size())) == 0);
   FUZZ_CHECK(pwrite(g_deck, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
   task.upload_file_path = "/proc/self/fd";

@@ -141,16 +141,6 @@ const rp_hash_node* top_of(const rp_hash_node* node) {
   return node;
 }
 
-void carry_out(rp_hash_node* root, expire_rate_req* requests) {
-  while (requests) {
-    expire_rate_req* const next = requests->next;
-    delete_expire_rate(root, requests->code, requests->rate_id, requests->rate_table_id,
-                       requests->reserved);
-    qvn_slab::release(requests);
-    requests = next;
-  }
-}
-
 }  // namespace
 
 void near_text::lead_to(const char* text, char* pointer) {
@@ -329,24 +319,6 @@ void delete_expire_rate(rp_hash_node* root, const char* code, const char* rate_i
   }
 }
 
-void rate_node_link_superseding(rp_hash_node* root, rp_hash_node* node, rate_node* rate,
-                                int64_t now) {
-  expire_rate_req* superseded = nullptr;
-  const auto* const first = first_of<rate_node>(node);
-  const bool newer = first && first->effective_date < rate->effective_date;
-  const bool older = first && first->effective_date > rate->effective_date;
-  const bool first_in_force = first && now > first->effective_date;
-  if (newer && now > rate->effective_date) {
-    create_del_expire_rate(first, node->item_count, &superseded, first->effective_date);
-  }
-  rate_node_link(node, rate);
-  if (older && first_in_force) {
-    // By a request of its own, as the removal still needs the texts that go with the record.
-    create_del_expire_rate(rate, 1, &superseded, rate->effective_date);
-  }
-  carry_out(root, superseded);
-}
-
 int32_t get_timezone_from_str(const char* text) {
   struct zone {
     const char* text;
@@ -363,11 +335,12 @@ int32_t get_timezone_from_str(const char* text) {
   return found == std::end(kZones) ? 0 : found->hours;
 }
 
-int32_t qvn_is_rate(const char* text) {
-  const std::string_view rate = qvn_or_empty(text);
+bool qvn_is_rate(std::string_view text) {
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-  return !rate.empty() && is_digit(rate.front()) &&
-                 std::ranges::all_of(rate, [&](char c) { return is_digit(c) || c == '.'; })
-             ? 1
-             : 0;
+  return !text.empty() && is_digit(text.front()) &&
+         std::ranges::all_of(text, [&](char c) { return is_digit(c) || c == '.'; });
+}
+
+int32_t qvn_is_rate(const char* text) {
+  return qvn_is_rate(std::string_view(qvn_or_empty(text))) ? 1 : 0;
 }

@@ -1,5 +1,5 @@
 /// The rate data records that hang in the payload lists of the prefix trees, their free callbacks,
-/// the removal of superseded rates while loading, and the tests of rate and time-zone texts.
+/// the removal of single rates, and the tests of rate and time-zone texts.
 ///
 /// Every payload list is circular and doubly linked through its records; the tree node's `items` is
 /// the first record and `item_count` their number. A record and its texts are one piece of a slab.
@@ -46,8 +46,8 @@ class near_text {
 };
 
 /// One rate of a rate table. Outer tree key: rate table id; inner key: code. The list is sorted by
-/// effective date, ascending; of equal dates the newest insertion comes first. The import fills
-/// only code, ids, dates and rate.
+/// effective date, ascending; of equal dates the newest insertion comes first. Imports keep theirs
+/// elsewhere.
 struct rate_node {
   uint16_t seconds;        ///< seconds that the rate is charged for, 60 for a rate per minute
   uint16_t interval;       ///< billing increment, seconds
@@ -179,16 +179,10 @@ void create_del_expire_rate(const rate_node* first, uint64_t count, expire_rate_
 void delete_expire_rate(rp_hash_node* root, const char* code, const char* rate_id,
                         const char* rate_table_id, uint64_t ignored);
 
-/// Links a new rate below its code's node in the tree `root` and removes what is superseded, judged
-/// at `now`: of two rates already in force only the later one counts. The new rate itself is
-/// removed again when the list's first one is later and in force. The record may be gone
-/// afterwards.
-void rate_node_link_superseding(rp_hash_node* root, rp_hash_node* node, rate_node* rate,
-                                int64_t now);
-
 /// Whole hours of a time-zone text of the form "+0100"; 0 for anything that is not in the table.
 /// Minus four hours is not.
 [[nodiscard]] int32_t get_timezone_from_str(const char* text);
 
-/// 1 for a rate text: a decimal digit followed by digits and "."; else 0.
+/// True or 1 for a rate text: a decimal digit followed by digits and "."; else false or 0.
+[[nodiscard]] bool qvn_is_rate(std::string_view text);
 [[nodiscard]] int32_t qvn_is_rate(const char* text);

@@ -1,58 +1,79 @@
 #include "rate_upload/import_record.h"
 
-#include <cstring>
-#include <new>
+#include <functional>
 
-#include "base/qvn_slab.h"
-
-static_assert(sizeof(import_record) == 104, "the header states the size of a record");
+static_assert(sizeof(import_record) == 48, "the header states the size of a record");
 
 namespace {
 
-thread_local constinit qvn_slab import_slab;
+import_terms terms_of(const import_values& values) {
+  return {.zone = values.zone,
+          .interval = values.interval == 0 ? kDefaultInterval : values.interval,
+          .seconds = values.seconds == 0 ? kDefaultSeconds : values.seconds,
+          .rate_type = values.rate_type,
+          .min_time = values.min_time,
+          .grace_time = values.grace_time,
+          .setup_fee = values.setup_fee,
+          .effective = values.effective,
+          .end = values.end};
+}
+
+/// Lines differ in their dates, if in anything.
+std::size_t hash_of(const import_terms& terms) {
+  constexpr int64_t kSecondsPerHour = 3600;
+  return static_cast<std::size_t>(terms.effective.epoch / kSecondsPerHour / 24 +
+                                  terms.end.epoch / kSecondsPerHour);
+}
 
 }  // namespace
 
-bool import_list::push(const import_values& values) {
-  const std::size_t texts = qvn_stored_size(values.code) + qvn_stored_size(values.code_name) +
-                            qvn_stored_size(values.country);
-  void* const memory = import_slab.alloc(sizeof(import_record) + texts);
-  if (!memory) {
-    return false;
+bool import_list::keep_name(std::string_view name, const char*& kept) {
+  if (name.empty()) {
+    kept = nullptr;
+    return true;
   }
-  char* end = static_cast<char*>(memory) + sizeof(import_record);
-  auto* const record = new (memory) import_record{};
-  record->zone = values.zone;
-  record->interval = values.interval == 0 ? kDefaultInterval : values.interval;
-  record->seconds = values.seconds == 0 ? kDefaultSeconds : values.seconds;
-  record->rate_type = values.rate_type;
-  record->min_time = values.min_time;
-  record->grace_time = values.grace_time;
-  record->code = qvn_store_text(end, values.code);
-  record->code_name = qvn_store_text(end, values.code_name);
-  record->country = qvn_store_text(end, values.country);
-  record->effective_text = values.effective.text;
-  record->end_text = values.end.text;
-  record->effective_date = values.effective.epoch;
-  record->end_date = values.end.epoch;
-  record->rate = values.rate;
-  record->setup_fee = values.setup_fee;
-  record->intra_rate = values.intra_rate;
-  record->inter_rate = values.inter_rate;
-  record->local_rate = values.local_rate;
-  record->next = first_;
-  first_ = record;
+  std::string_view& recent =
+      recent_names_[std::hash<std::string_view>{}(name) % recent_names_.size()];
+  if (recent != name) {
+    text_pool::place where{};
+    if (!names_.add(name, where)) {
+      return false;
+    }
+    recent = {names_.at(where), name.size()};
+  }
+  kept = recent.data();
   return true;
 }
 
-void import_list::pop() {
-  import_record* const record = first_;
-  first_ = record->next;
-  qvn_slab::release(record);
+const import_terms* import_list::keep_terms(const import_values& values) {
+  const import_terms terms = terms_of(values);
+  const import_terms*& recent = recent_terms_[hash_of(terms) % recent_terms_.size()];
+  if (!recent || *recent != terms) {
+    if (!terms_.push(terms)) {
+      return nullptr;
+    }
+    recent = &terms_.top();
+  }
+  return recent;
+}
+
+bool import_list::push(const import_values& values) {
+  import_record record{.code = values.code.data(),
+                       .code_name = nullptr,
+                       .country = nullptr,
+                       .terms = keep_terms(values),
+                       .rate = values.rate,
+                       .intra_rate = values.intra_rate,
+                       .inter_rate = values.inter_rate,
+                       .local_rate = values.local_rate};
+  return record.terms && keep_name(values.code_name, record.code_name) &&
+         keep_name(values.country, record.country) && records_.push(record);
 }
 
 void import_list::clear() {
-  while (first_) {
-    pop();
-  }
+  records_.clear();
+  terms_.clear();
+  names_.clear();
+  recent_names_ = {};
+  recent_terms_ = {};
 }

@@ -2,14 +2,20 @@
 /// first. Belongs to the worker thread of its job.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string_view>
+
+#include "rate_upload/slab_stack.h"
+#include "rate_upload/text_pool.h"
 
 /// A date of the deck in the two forms in which it is used.
 struct import_date {
   const char* text =
       nullptr;        ///< "year-month-day hour:minute:second+00" as the deck's numbers, or null
   int64_t epoch = 0;  ///< seconds since the epoch, normalised; 0 without a date
+
+  bool operator==(const import_date&) const = default;
 };
 
 /// The values of one line, before it is known whether the line is accepted. The texts are the
@@ -37,29 +43,32 @@ struct import_values {
 inline constexpr uint16_t kDefaultInterval = 6;
 inline constexpr uint16_t kDefaultSeconds = 60;
 
-/// An accepted line. Its texts lie behind it in the same piece of memory, but for those of the
-/// dates, which belong to the task and are shared by the lines of one date. Bytes (x86-64): 104
-/// plus its texts.
-struct import_record {
+/// What nearly all lines of a deck have in common.
+struct import_terms {
   uint16_t zone;
   uint16_t interval;
   uint16_t seconds;
   uint16_t rate_type;
   uint16_t min_time;
   uint16_t grace_time;
-  const char* code;       ///< never empty
-  const char* code_name;  ///< null when empty, as country
-  const char* country;
-  const char* effective_text;
-  const char* end_text;  ///< null when the line has no end date
-  int64_t effective_date;
-  int64_t end_date;
-  float rate;
   float setup_fee;
+  import_date effective;  ///< its text belongs to the task, as that of the end
+  import_date end;        ///< without a text when the line has no end date
+
+  bool operator==(const import_terms&) const = default;
+};
+
+/// An accepted line. Bytes (x86-64): 48, and its code in the set of seen codes; names and terms are
+/// shared with the lines around it that have the same.
+struct import_record {
+  const char* code;       ///< never empty; belongs to the seen codes
+  const char* code_name;  ///< null when empty, as country; both belong to the list
+  const char* country;
+  const import_terms* terms;  ///< belongs to the list
+  float rate;
   float intra_rate;
   float inter_rate;
   float local_rate;
-  import_record* next;
 };
 
 /// Owns import records; the newest comes first.
@@ -70,17 +79,34 @@ class import_list {
   import_list(const import_list&) = delete;
   import_list& operator=(const import_list&) = delete;
 
-  /// Copies the values into a record at the front, with the defaults for increments of 0. False
-  /// when memory runs out.
+  /// Makes a record at the front, with the defaults for increments of 0. The code must outlive it
+  /// and end with a NUL. False when memory runs out.
   [[nodiscard]] bool push(const import_values& values);
 
-  [[nodiscard]] const import_record* first() const { return first_; }
-  [[nodiscard]] bool empty() const { return first_ == nullptr; }
+  /// Null when the list is empty.
+  [[nodiscard]] const import_record* first() const {
+    return records_.empty() ? nullptr : &records_.top();
+  }
+  [[nodiscard]] bool empty() const { return records_.empty(); }
+
+  /// Calls `look` with each record in the list's order, while it returns true.
+  template <class Look>
+  void look_through(Look look) const {
+    records_.look_through(look);
+  }
 
   /// Frees the first record; the list must not be empty.
-  void pop();
+  void pop() { records_.pop(); }
   void clear();
 
  private:
-  import_record* first_ = nullptr;
+  [[nodiscard]] bool keep_name(std::string_view name, const char*& kept);
+  [[nodiscard]] const import_terms* keep_terms(const import_values& values);
+
+  slab_stack<import_record> records_;
+  slab_stack<import_terms> terms_;
+  text_pool names_;
+  /// What was kept last of each hash; a deck without order merely keeps some twice.
+  std::array<std::string_view, 128> recent_names_{};
+  std::array<const import_terms*, 32> recent_terms_{};
 };

@@ -31,6 +31,19 @@ void append_number(std::string& buffer, uint16_t number, char end) {
   buffer += end;
 }
 
+void append_terms(std::string& buffer, const import_terms& terms) {
+  append_money(buffer, std::max(terms.setup_fee, 0.0F));
+  buffer += ',';
+  append_text(buffer, terms.effective.text);
+  append_text(buffer, terms.end.text);
+  append_number(buffer, terms.grace_time, ',');
+  append_number(buffer, terms.min_time, ',');
+  append_number(buffer, terms.rate_type, ',');
+  append_number(buffer, terms.seconds, ',');
+  append_number(buffer, terms.interval, ',');
+  append_number(buffer, terms.zone, '\n');
+}
+
 }  // namespace
 
 void append_money(std::string& buffer, float amount) {
@@ -38,26 +51,19 @@ void append_money(std::string& buffer, float amount) {
   buffer += qvn_money_text(digits, amount);
 }
 
-void rate_copy_line_append(std::string& buffer, const std::string& rate_table_id,
-                           const import_record& record) {
-  buffer += rate_table_id;
-  buffer += ',';
-  buffer += qvn_or_empty(record.code);
-  buffer += ',';
+void rate_copy_lines::append(std::string& buffer, const import_record& record) {
+  if (record.terms != terms_) {
+    end_.clear();
+    append_terms(end_, *record.terms);
+    terms_ = record.terms;
+  }
+  buffer += begin_;
+  append_text(buffer, record.code);
   append_text(buffer, record.code_name);
   append_text(buffer, record.country);
   append_rate(buffer, record.rate);
   append_rate(buffer, record.intra_rate);
   append_rate(buffer, record.inter_rate);
   append_rate(buffer, record.local_rate);
-  append_money(buffer, std::max(record.setup_fee, 0.0F));
-  buffer += ',';
-  append_text(buffer, record.effective_text);
-  append_text(buffer, record.end_text);
-  append_number(buffer, record.grace_time, ',');
-  append_number(buffer, record.min_time, ',');
-  append_number(buffer, record.rate_type, ',');
-  append_number(buffer, record.seconds, ',');
-  append_number(buffer, record.interval, ',');
-  append_number(buffer, record.zone, '\n');
+  buffer += end_;
 }

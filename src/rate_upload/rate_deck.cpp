@@ -4,19 +4,15 @@
 #include "rate_upload/rate_deck.h"
 
 #include <array>
-#include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 
 #include "base/qvn_fd.h"
 #include "base/qvn_text.h"
 #include "core/qvn_process.h"
+#include "rate_upload/deck_lines.h"
 
 namespace {
-
-constexpr int kLineSize = 1024;  // a longer line is read in pieces
-constexpr std::size_t kFileBufferSize = std::size_t{256} * 1024;
 
 void put(std::FILE* file, std::string_view text) {
   if (file) {
@@ -33,7 +29,7 @@ bool may_be_deck(const struct stat& status) {
 class deck_reader {
  public:
   deck_reader(const rate_deck_request& request, rate_deck_listener& listener)
-      : request_(request), listener_(listener) {}
+      : request_(request), listener_(listener), lines_(fileno(request.deck)) {}
 
   /// False when there is no valid header.
   bool read_header();
@@ -41,66 +37,51 @@ class deck_reader {
   rate_deck_end read_lines();
 
  private:
-  bool next_line();
   bool accept_or_refuse();
-  bool check(std::span<char*> cells, import_values& values);
+  void expect_next() const;
+  bool check(import_values& values);
   void take_from_code_deck(import_values& values);
   void refuse();
 
   const rate_deck_request& request_;
   rate_deck_listener& listener_;
   rate_header header_;
-  int line_number_ = 0;
-  char line_[kLineSize] = {};   ///< the line as read, without its end
-  char cells_[kLineSize] = {};  ///< the line cut into cells
-  std::string refusal_;         ///< the message of a refused line
+  deck_lines lines_;
+  std::string_view line_;
+  std::string refusal_;  ///< the message of a refused line
 };
 
-/// Reads up to the next line that is not empty; false at the end.
-bool deck_reader::next_line() {
-  while (std::fgets(line_, kLineSize, request_.deck)) {
-    ++line_number_;
-    const std::size_t length = std::strcspn(line_, "\r\n");
-    line_[length] = '\0';
-    if (length > 0) {
-      std::memcpy(cells_, line_, length + 1);
-      return true;
-    }
-  }
-  return false;
-}
-
 bool deck_reader::read_header() {
-  if (next_line()) {
-    header_ = rate_header_parse(cells_);
+  if (lines_.next(line_)) {
+    header_ = rate_header_parse(line_);
   }
   return header_.valid();
 }
 
 rate_deck_end deck_reader::read_lines() {
-  while (next_line()) {
+  while (lines_.next(line_)) {
     if (!accept_or_refuse()) {
       return rate_deck_end::no_memory;
     }
   }
   // Half a deck must not pass for a whole one.
-  return std::ferror(request_.deck) != 0 ? rate_deck_end::unreadable : rate_deck_end::whole;
+  return lines_.failed() ? rate_deck_end::unreadable : rate_deck_end::whole;
 }
 
 /// Treats one line. False when memory runs out.
 bool deck_reader::accept_or_refuse() {
-  std::array<char*, kMaxCells> entries;
-  const std::span<char*> cells = rate_line_split(cells_, entries);
+  expect_next();
   import_values values;
-  if (!check(cells, values)) {
+  if (!check(values)) {
     refuse();
     return true;
   }
-  switch (request_.codes.add(values.code.data(), line_number_)) {
+  switch (request_.codes.add(values.code)) {
     case seen_codes::verdict::fresh:
       break;
     case seen_codes::verdict::repeated:
-      refusal_ = qvn_format("Line %d : repeating code, %s\n", line_number_, values.code.data());
+      refusal_ = qvn_format("Line %d : repeating code, %.*s\n", lines_.number(),
+                            static_cast<int>(values.code.size()), values.code.data());
       refuse();
       return true;
     case seen_codes::verdict::no_memory:
@@ -110,17 +91,33 @@ bool deck_reader::accept_or_refuse() {
   return listener_.accepted(values);
 }
 
+/// Has the place of the next line's code fetched from memory while this line is treated: a guess,
+/// which changes nothing but the time.
+void deck_reader::expect_next() const {
+  std::string_view rest = lines_.ahead();
+  for (std::size_t column = 0; column < header_.code_column; ++column) {
+    const std::size_t end = rest.find(',');
+    if (end == std::string_view::npos) {
+      return;
+    }
+    rest.remove_prefix(end + 1);
+  }
+  request_.codes.expect(rest.substr(0, rest.find(',')));
+}
+
 /// Checks the line for itself; false with its message in `refusal_`.
-bool deck_reader::check(std::span<char*> cells, import_values& values) {
+bool deck_reader::check(import_values& values) {
+  std::array<std::string_view, kMaxCells> entries;
+  const std::span<const std::string_view> cells = rate_line_split(line_, entries);
   if (cells.size() != header_.count) {
-    refusal_ = qvn_format("Line %d : not matching rate header\n", line_number_);
+    refusal_ = qvn_format("Line %d : not matching rate header\n", lines_.number());
     return false;
   }
-  if (!rate_line_check(header_, cells, line_number_, request_.dates, values, refusal_)) {
+  if (!rate_line_check(header_, cells, lines_.number(), request_.dates, values, refusal_)) {
     return false;
   }
   if (values.code.empty() || !values.effective.text) {
-    refusal_ = qvn_format("Line %d : missing rate or code or effective date\n", line_number_);
+    refusal_ = qvn_format("Line %d : missing rate or code or effective date\n", lines_.number());
     return false;
   }
   return true;
@@ -137,8 +134,8 @@ void deck_reader::take_from_code_deck(import_values& values) {
   }
   if (values.code != qvn_or_empty(entry->code)) {
     listener_.noted();
-    put(request_.log, qvn_format("Line %d : code not matching system code deck, %s\n", line_number_,
-                                 values.code.data()));
+    put(request_.log, qvn_format("Line %d : code not matching system code deck, %s\n",
+                                 lines_.number(), values.code.data()));
   }
   values.code_name = qvn_or_empty(entry->name);
   values.country = qvn_or_empty(entry->country);
@@ -169,8 +166,6 @@ qvn_file rate_deck_open(const char* path) {
 }
 
 rate_deck_end rate_deck_validate(const rate_deck_request& request, rate_deck_listener& listener) {
-  const auto buffer = std::make_unique_for_overwrite<char[]>(kFileBufferSize);
-  (void)std::setvbuf(request.deck, buffer.get(), _IOFBF, kFileBufferSize);
   deck_reader reader(request, listener);
   return reader.read_header() ? reader.read_lines() : rate_deck_end::no_header;
 }

@@ -16,7 +16,8 @@ class rate_deck_listener {
  public:
   virtual ~rate_deck_listener() = default;
 
-  /// The line is good; the texts are the line's own. False when memory runs out: the reading ends.
+  /// The line is good. Its code lives as long as the set of seen codes, the other texts are the
+  /// line's own. False when memory runs out: the reading ends.
   [[nodiscard]] virtual bool accepted(const import_values& values) = 0;
 
   /// The line is refused with this message, or got a note and may still be accepted.
@@ -26,7 +27,8 @@ class rate_deck_listener {
 
 /// What a validation works with; all of it is the caller's.
 struct rate_deck_request {
-  std::FILE* deck;      ///< read from where it stands; nothing has been read from it yet
+  std::FILE* deck;      ///< its descriptor is read, from where it stands: nothing must have been
+                        ///< read from the stream
   std::FILE* log;       ///< gets a message a refused line, and the notes; null: unwanted
   std::FILE* reimport;  ///< gets the refused lines as they were read; null: unwanted
   rate_date_reader& dates;

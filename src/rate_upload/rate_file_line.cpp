@@ -1,6 +1,7 @@
 #include "rate_upload/rate_file_line.h"
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -17,7 +18,7 @@ namespace {
 constexpr char kSeparator = ',';
 
 struct column_name {
-  const char* name;
+  std::string_view name;
   column_kind kind;
 };
 
@@ -42,15 +43,31 @@ constexpr column_name kColumns[] = {
     {"lata", column_kind::lata},
 };
 
-column_kind kind_of(const char* name) {
-  const auto* const found = std::ranges::find_if(
-      kColumns, [name](const column_name& column) { return strcasecmp(column.name, name) == 0; });
+column_kind kind_of(std::string_view name) {
+  const auto* const found = std::ranges::find_if(kColumns, [name](const column_name& column) {
+    return column.name.size() == name.size() &&
+           strncasecmp(column.name.data(), name.data(), name.size()) == 0;
+  });
   return found == std::end(kColumns) ? column_kind::ignored : found->kind;
 }
 
-/// Without leading and trailing blanks; cut in place.
-char* strip(char* cell) {
-  return qvn_trim_suffix_blank(qvn_skip_blanks(cell));
+bool is_blank(char c) {
+  return static_cast<unsigned char>(c) <= ' ';
+}
+
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+/// Without leading and trailing blanks.
+std::string_view strip(std::string_view cell) {
+  while (!cell.empty() && is_blank(cell.front())) {
+    cell.remove_prefix(1);
+  }
+  while (!cell.empty() && is_blank(cell.back())) {
+    cell.remove_suffix(1);
+  }
+  return cell;
 }
 
 uint16_t narrow_to_16_bits(long number) {
@@ -63,14 +80,28 @@ float narrow_to_single(double number) {
   return static_cast<float>(number);
 }
 
+/// The number of a text of digits; the widest for what is above it.
+long number_of(std::string_view digits) {
+  long number = 0;
+  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  return result.ec == std::errc{} ? number : LONG_MAX;
+}
+
+/// The amount at the beginning of a text of digits and points.
+double amount_of(std::string_view text) {
+  double amount = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), amount);
+  // What is too large or too small for a double is rounded by strtod alone.
+  return result.ec == std::errc{} ? amount : std::strtod(std::string(text).c_str(), nullptr);
+}
+
 /// Without the quotes of a quoted value.
-char* unquote(char* text) {
-  if (*text != '"') {
+std::string_view unquote(std::string_view text) {
+  if (!text.starts_with('"')) {
     return text;
   }
-  char* const inside = qvn_skip_named_char(text, '"');
-  inside[std::strcspn(inside, "\"")] = '\0';
-  return inside;
+  text.remove_prefix(std::min(text.find_first_not_of('"'), text.size()));
+  return text.substr(0, text.find('"'));
 }
 
 // --- dates
@@ -78,7 +109,7 @@ char* unquote(char* text) {
 
 constexpr int kPartCount = 3;
 constexpr int64_t kSecondsPerDay = 86'400;
-constexpr int kLongestShownDate = 29;
+constexpr std::size_t kLongestShownDate = 29;
 
 struct calendar_date {
   int year;
@@ -123,11 +154,12 @@ char separator_of(date_format format) {
 }
 
 /// Splits into exactly three numbers; empty parts and text behind a number count as they stand.
-bool split_date(date_format format, const char* text, std::array<int, kPartCount>& parts) {
+bool split_date(date_format format, const std::string& date, std::array<int, kPartCount>& parts) {
   const char separator = separator_of(format);
-  if (std::count(text, text + std::strlen(text), separator) != kPartCount - 1) {
+  if (std::ranges::count(date, separator) != kPartCount - 1) {
     return false;
   }
+  const char* text = date.c_str();
   for (int& part : parts) {
     // A blank part must not take the separator "-" behind it for the sign of the next one.
     const char* const number = text + std::strspn(text, " \t\n\v\f\r");
@@ -180,9 +212,10 @@ int64_t to_epoch(const calendar_date& date, const date_column& column) {
   return std::mktime(&parts);
 }
 
-std::string date_refusal(int line_number, const char* label, const char* what, const char* text) {
-  return qvn_format("Line %d : %s date %s, %.*s\n", line_number, label, what, kLongestShownDate,
-                    text);
+std::string date_refusal(int line_number, const char* label, const char* what,
+                         std::string_view text) {
+  const auto shown = static_cast<int>(std::min(text.size(), kLongestShownDate));
+  return qvn_format("Line %d : %s date %s, %.*s\n", line_number, label, what, shown, text.data());
 }
 
 // --- cells
@@ -232,23 +265,25 @@ rate_column rate_column_of(column_kind kind) {
   }
 }
 
-std::string invalid(int line_number, const char* name, const char* cell) {
-  return qvn_format("Line %d : %s invalid, %s\n", line_number, name, cell);
+std::string invalid(int line_number, const char* name, std::string_view cell) {
+  return qvn_format("Line %d : %s invalid, %.*s\n", line_number, name,
+                    static_cast<int>(cell.size()), cell.data());
 }
 
-bool check_number(column_kind kind, const char* cell, int line_number, import_values& values,
+bool check_number(column_kind kind, std::string_view cell, int line_number, import_values& values,
                   std::string& refusal) {
   const number_column column = number_column_of(kind);
-  if (!qvn_is_digit(cell)) {
+  if (!std::ranges::all_of(cell, is_digit)) {
     refusal = invalid(line_number, column.name, cell);
     return false;
   }
-  values.*column.field = narrow_to_16_bits(std::strtol(cell, nullptr, 10));
+  values.*column.field = narrow_to_16_bits(number_of(cell));
   return true;
 }
 
-bool check_code(const char* cell, int line_number, import_values& values, std::string& refusal) {
-  if (!qvn_is_digit(cell)) {
+bool check_code(std::string_view cell, int line_number, import_values& values,
+                std::string& refusal) {
+  if (!std::ranges::all_of(cell, is_digit)) {
     refusal = invalid(line_number, "code", cell);
     return false;
   }
@@ -256,29 +291,29 @@ bool check_code(const char* cell, int line_number, import_values& values, std::s
   return true;
 }
 
-bool check_text(const char* label, char* cell, int line_number, std::string_view& field,
+bool check_text(const char* label, std::string_view cell, int line_number, std::string_view& field,
                 std::string& refusal) {
-  if (std::strchr(cell, kSeparator)) {
-    refusal = qvn_format("Line %d : code %s can't include character ',' , %s\n", line_number, label,
-                         cell);
+  if (cell.find(kSeparator) != std::string_view::npos) {
+    refusal = qvn_format("Line %d : code %s can't include character ',' , %.*s\n", line_number,
+                         label, static_cast<int>(cell.size()), cell.data());
     return false;
   }
   field = unquote(cell);
   return true;
 }
 
-bool check_rate(column_kind kind, const char* cell, int line_number, import_values& values,
+bool check_rate(column_kind kind, std::string_view cell, int line_number, import_values& values,
                 std::string& refusal) {
   const rate_column column = rate_column_of(kind);
   if (!qvn_is_rate(cell)) {
     refusal = invalid(line_number, column.name, cell);
     return false;
   }
-  values.*column.field = narrow_to_single(std::strtod(cell, nullptr));
+  values.*column.field = narrow_to_single(amount_of(cell));
   return true;
 }
 
-bool check_cell(column_kind kind, char* cell, int line_number, rate_date_reader& dates,
+bool check_cell(column_kind kind, std::string_view cell, int line_number, rate_date_reader& dates,
                 import_values& values, std::string& refusal) {
   switch (kind) {
     case column_kind::ignored:
@@ -328,46 +363,65 @@ bool rate_header::valid() const {
          std::ranges::count(present, column_kind::effective_date) > 0;
 }
 
-rate_header rate_header_parse(char* line) {
-  std::array<char*, kMaxCells> entries;
-  const std::span<char*> cells = rate_line_split(line, entries);
+rate_header rate_header_parse(std::string_view line) {
+  std::array<std::string_view, kMaxCells> entries;
+  const std::span<const std::string_view> cells = rate_line_split(line, entries);
   rate_header header;
   header.count = cells.size();
   for (std::size_t i = 0; i < cells.size(); ++i) {
-    header.kinds[i] = kind_of(strip(cells[i]));
+    header.kinds[i] = kind_of(cells[i]);
+    if (header.kinds[i] == column_kind::code) {
+      header.code_column = i;
+    }
   }
   return header;
 }
 
-std::span<char*> rate_line_split(char* line, std::span<char*, kMaxCells> cells) {
-  const int32_t last = qvn_row_parse_to_array(line, cells, kSeparator);
-  return cells.first(static_cast<std::size_t>(last) + 1);
+std::span<const std::string_view> rate_line_split(std::string_view line,
+                                                  std::span<std::string_view, kMaxCells> cells) {
+  std::size_t count = 0;
+  for (;;) {
+    const std::size_t end = line.find(kSeparator);
+    cells[count++] = strip(line.substr(0, end));
+    if (end == std::string_view::npos || count == cells.size()) {
+      return cells.first(count);
+    }
+    line.remove_prefix(end + 1);
+  }
 }
 
-bool rate_date_reader::read(column_kind kind, const char* text, int line_number, import_date& date,
-                            std::string& refusal) {
-  memory& last = kind == column_kind::effective_date ? effective_ : end_;
-  if (last.date.text && last.text == text) {
-    date = last.date;
+bool rate_date_reader::read(column_kind kind, std::string_view text, int line_number,
+                            import_date& date, std::string& refusal) {
+  constexpr std::size_t kMostKnown = 1000;
+  memory& column = kind == column_kind::effective_date ? effective_ : end_;
+  if (column.last && column.last->first == text) {
+    date = column.last->second;
     return true;
   }
-  if (!parse(kind, text, line_number, date, refusal)) {
-    return false;
+  auto found = column.known.find(text);
+  if (found == column.known.end()) {
+    if (!parse(kind, text, line_number, date, refusal)) {
+      return false;
+    }
+    if (column.known.size() == kMostKnown) {
+      column = {};
+    }
+    found = column.known.emplace(text, date).first;
   }
-  last.text = text;
-  last.date = date;
+  column.last = &*found;
+  date = found->second;
   return true;
 }
 
-bool rate_date_reader::parse(column_kind kind, const char* text, int line_number, import_date& date,
-                             std::string& refusal) {
+bool rate_date_reader::parse(column_kind kind, std::string_view text, int line_number,
+                             import_date& date, std::string& refusal) {
   const date_column& column = column_of(kind);
   if (format_ == date_format::unsupported) {
     refusal = date_refusal(line_number, column.label, "invalid", text);
     return false;
   }
   std::array<int, kPartCount> parts{};
-  if (!split_date(format_, text, parts)) {
+  if (!split_date(format_, std::string(text), parts)) {
     refusal = date_refusal(line_number, column.label, "format invalid", text);
     return false;
   }
@@ -386,11 +440,12 @@ bool rate_date_reader::parse(column_kind kind, const char* text, int line_number
   return true;
 }
 
-bool rate_line_check(const rate_header& header, std::span<char*> cells, int line_number,
-                     rate_date_reader& dates, import_values& values, std::string& refusal) {
+bool rate_line_check(const rate_header& header, std::span<const std::string_view> cells,
+                     int line_number, rate_date_reader& dates, import_values& values,
+                     std::string& refusal) {
   for (std::size_t i = 0; i < cells.size(); ++i) {
-    char* const cell = strip(cells[i]);
-    if (*cell && !check_cell(header.kinds[i], cell, line_number, dates, values, refusal)) {
+    const std::string_view cell = cells[i];
+    if (!cell.empty() && !check_cell(header.kinds[i], cell, line_number, dates, values, refusal)) {
       return false;
     }
   }

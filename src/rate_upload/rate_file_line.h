@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -54,21 +56,23 @@ enum class date_format : int32_t {
 /// The kinds of the header's columns.
 struct rate_header {
   std::array<column_kind, kMaxCells> kinds{};
-  std::size_t count = 0;  ///< cells of the header, ignored ones included
+  std::size_t count = 0;        ///< cells of the header, ignored ones included
+  std::size_t code_column = 0;  ///< the last that holds the code, if there is one
 
   /// Whether the two required columns, code and effective date, are there.
   [[nodiscard]] bool valid() const;
 };
 
-/// Reads the header line, which is split in place.
-[[nodiscard]] rate_header rate_header_parse(char* line);
+[[nodiscard]] rate_header rate_header_parse(std::string_view line);
 
-/// Splits a line in place; the cells found.
-std::span<char*> rate_line_split(char* line, std::span<char*, kMaxCells> cells);
+/// Splits a line at its commas; the cells found, without blanks around them. When there are more
+/// than fit, the last one ends at its comma.
+[[nodiscard]] std::span<const std::string_view> rate_line_split(
+    std::string_view line, std::span<std::string_view, kMaxCells> cells);
 
-/// Reads the dates of one deck. A deck repeats the same date line after line: the last one of each
-/// column is remembered, and its text is shared by all its lines. One object a job; it owns the
-/// texts of the dates that it gave out.
+/// Reads the dates of one deck. A deck has few dates, most often the same line after line: what was
+/// read is remembered, and its text is shared by all its lines. One object a job; it owns the texts
+/// of the dates that it gave out.
 class rate_date_reader {
  public:
   /// `now` is the time against which dates too far ahead are refused.
@@ -76,17 +80,20 @@ class rate_date_reader {
 
   /// Reads an effective or end date. Without a date, `refusal` holds the line's message. Throws
   /// std::bad_alloc when memory runs out.
-  [[nodiscard]] bool read(column_kind kind, const char* text, int line_number, import_date& date,
-                          std::string& refusal);
+  [[nodiscard]] bool read(column_kind kind, std::string_view text, int line_number,
+                          import_date& date, std::string& refusal);
 
  private:
+  using known_dates = std::map<std::string, import_date, std::less<>>;
+
+  /// The good cells of a column.
   struct memory {
-    std::string text;  ///< the cell read last that was good
-    import_date date;
+    known_dates known;
+    const known_dates::value_type* last = nullptr;  ///< the one of the line before
   };
 
-  [[nodiscard]] bool parse(column_kind kind, const char* text, int line_number, import_date& date,
-                           std::string& refusal);
+  [[nodiscard]] bool parse(column_kind kind, std::string_view text, int line_number,
+                           import_date& date, std::string& refusal);
 
   date_format format_;
   int64_t now_;
@@ -98,8 +105,9 @@ class rate_date_reader {
 /// Checks the cells of a line in column order and reads them into `values`, whose texts point into
 /// the line. False at the first failure, with the line's message in `refusal`. Throws
 /// std::bad_alloc when memory runs out.
-[[nodiscard]] bool rate_line_check(const rate_header& header, std::span<char*> cells,
-                                   int line_number, rate_date_reader& dates, import_values& values,
+[[nodiscard]] bool rate_line_check(const rate_header& header,
+                                   std::span<const std::string_view> cells, int line_number,
+                                   rate_date_reader& dates, import_values& values,
                                    std::string& refusal);
 
 /// What a refused line's message says of every such line: "code invalid" of

@@ -1,4 +1,4 @@
-/// Loading the code deck and the stored rates of an import into its trees.
+/// Loading the code deck and the stored rates of an import.
 
 #include <cstdlib>
 #include <ctime>
@@ -24,27 +24,17 @@ int64_t number(const char* text) {
   return std::strtol(text, nullptr, 10);
 }
 
+/// Keeps a rate, but for those of a rate table whose id reads otherwise than the job's ("07"): no
+/// line of the deck ends them.
 int32_t create_rate(rate_upload_task& task, std::span<char*> fields) {
-  const char* const rate_id = fields[0];
-  const char* const rate_table_id = fields[1];
-  const char* const code = fields[2];
-  rate_node* const rate =
-      rate_node_create({.code = code, .rate_id = rate_id, .rate_table_id = rate_table_id});
-  if (!rate) {
-    return kNoMemory;
-  }
-  rate->effective_date = number(fields[3]);
-  rate->end_date = number(fields[4]);
-  rate->rate = *fields[5] ? static_cast<float>(std::strtod(fields[5], nullptr)) : -1.0F;
-  const int64_t now = std::time(nullptr);
-  rp_hash_node* const table = rp_hash_create(&task.rate_tree, rate_table_id);
-  rp_hash_node* const node = table ? rp_hash_create(&table->sub, code) : nullptr;
-  if (!node) {
-    rate_node_drop(rate);
-    return kNoMemory;
-  }
-  rate_node_link_superseding(task.rate_tree, node, rate, now);
-  return kLoaded;
+  const std::string_view rate_id = fields[0];
+  const std::string_view rate_table_id = fields[1];
+  const std::string_view code = fields[2];
+  const int64_t effective_date = number(fields[3]);
+  return rate_table_id != task.rate_table_id ||
+                 task.rates.add(code, rate_id, effective_date, std::time(nullptr))
+             ? kLoaded
+             : kNoMemory;
 }
 
 /// Reports the first row that is lost; the load goes on to its end, but counts as failed.

@@ -11,12 +11,12 @@
 #include "db/qvn_db.h"
 #include "db/qvn_job_folder.h"
 #include "db/qvn_job_queue.h"
-#include "rate/qvn_rate_table.h"
 #include "rate_upload/import_record.h"
 #include "rate_upload/rate_code_deck.h"
 #include "rate_upload/rate_file_line.h"
 #include "rate_upload/seen_codes.h"
 #include "rate_upload/statement_list.h"
+#include "rate_upload/stored_rates.h"
 
 /// Names the job on its connections and in the messages of the database layer.
 inline constexpr const char* kRateUploadLabel = "Rate upload";
@@ -68,7 +68,7 @@ struct rate_upload_task final : qvn_job {
 
   void run() noexcept override;
 
-  /// Frees trees, lists and codes: all that grows with the deck and the rate table.
+  /// Frees rates, lists and codes: all that grows with the deck and the rate table.
   void release_data();
 
   /// Marks the import as failed, with the progress text that the portal will show.
@@ -92,13 +92,13 @@ struct rate_upload_task final : qvn_job {
   uint8_t code_deck_flag = 0;           ///< 1: names and countries come from the code deck
   uint8_t use_ocn_lata_code = 0;        ///< 1 is refused
 
-  rp_hash_node* rate_tree = nullptr;  ///< stored rates: rate table id, then code
-  rate_code_deck code_deck;           ///< names and countries by code
+  stored_rates rates;        ///< of the rate table, not yet ended
+  rate_code_deck code_deck;  ///< names and countries by code
 
-  std::unique_ptr<seen_codes> codes;
-  std::optional<rate_date_reader> dates;  ///< owns the date texts of `imports`
+  std::unique_ptr<seen_codes> codes;      ///< owns the codes of `imports`
+  std::optional<rate_date_reader> dates;  ///< owns their date texts
   import_list imports;                    ///< accepted lines, the last one first
-  statement_list updates;                 ///< end dates to be set
+  statement_list updates;                 ///< end dates to be set; the ids are of `rates`
   statement_list deletions;               ///< rates to be deleted
 
   uint32_t accepted_count = 0;  ///< lines of the deck

@@ -80,23 +80,18 @@ bool check_settings(rate_upload_task& task) {
 /// Queues what each accepted line does to the stored rates of its code. Without memory for a
 /// statement the next line is tried: what could not be ended is ended by the next upload.
 void reconcile(rate_upload_task& task) {
-  const rp_hash_node* const table = rp_hash_match_all(&task.rate_tree, task.rate_table_id.c_str());
-  if (!table) {
+  if (task.rates.empty()) {
     return;
   }
-  rate_reconciler reconciler(task.reduplicate_rate_action, task.rate_end_date, std::time(nullptr));
-  for (const import_record* line = task.imports.first(); line; line = line->next) {
-    const rp_hash_node* const code = rp_hash_match_all(&table->sub, line->code);
-    if (!code) {
-      continue;
-    }
-    try {
-      reconciler.reconcile(*line, *code, task.updates, task.deletions);
-    } catch (const std::bad_alloc&) {
+  const rate_reconciler reconciler{task.reduplicate_rate_action, !task.rate_end_date.empty(),
+                                   std::time(nullptr)};
+  task.imports.look_through([&](const import_record& line) {
+    if (!reconciler.reconcile(line, task.rates, task.updates, task.deletions)) {
       QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
       task.fail(kMemoryShortage);
     }
-  }
+    return true;
+  });
 }
 
 /// Validates the deck and queues what it does to the stored rates; false, with the task failed,
@@ -192,7 +187,7 @@ void rate_upload_task::run() noexcept {
 }
 
 void rate_upload_task::release_data() {
-  (void)rp_hash_destroy(&rate_tree, delete_rate_node);
+  rates.clear();
   code_deck.clear();
   codes.reset();
   imports.clear();

@@ -8,6 +8,7 @@
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 #include "rate_upload/rate_copy_line.h"
+#include "rate_upload/rate_statements.h"
 #include "rate_upload/rate_upload_task.h"
 
 namespace {
@@ -16,8 +17,9 @@ constexpr const char* kLogSource = "qvn_rate_upload";
 
 constexpr std::size_t kCopyBufferSize = std::size_t{64} * 1024;
 
-/// Statements sent in one text: a round trip each would cost more than their work.
-constexpr std::size_t kBatchSize = 200;
+/// Statements sent in one text: alone, each would cost more by its way and its planning than by its
+/// work.
+constexpr std::size_t kBatchSize = 4000;
 
 void log_copy_failure(const PGconn* connection) {
   QVN_LOG(kLogNotice, "PQputCopyData failed, PQstatus:%d, %s\n", PQstatus(connection),
@@ -56,11 +58,12 @@ bool send(rate_upload_task& task, std::string& buffer, uint32_t& lines) {
 /// Sends every record and frees it; stops at the first failure. Throws std::bad_alloc when memory
 /// runs out.
 void send_records(rate_upload_task& task) {
+  rate_copy_lines copy_lines(task.rate_table_id);
   std::string buffer;
   buffer.reserve(kCopyBufferSize + kCopyBufferSize / 8);
   uint32_t lines = 0;
   while (!task.imports.empty()) {
-    rate_copy_line_append(buffer, task.rate_table_id, *task.imports.first());
+    copy_lines.append(buffer, *task.imports.first());
     task.imports.pop();
     ++lines;
     if (buffer.size() >= kCopyBufferSize && !send(task, buffer, lines)) {
@@ -73,8 +76,8 @@ void send_records(rate_upload_task& task) {
 }
 
 /// Ends the COPY, so that the server keeps all of it or nothing: after a failure it is told to
-/// undo.
-void end_copy(rate_upload_task& task) {
+/// undo. `out_of_memory`: the job has its reason, which stays.
+void end_copy(rate_upload_task& task, bool out_of_memory) {
   PGconn* const connection = task.connection.get();
   if (PQputCopyEnd(connection, task.failed ? "sending the rates failed" : nullptr) != 1) {
     log_copy_failure(connection);
@@ -83,7 +86,9 @@ void end_copy(rate_upload_task& task) {
   while (const pg_owned_result result = qvn_pg_next_result(connection)) {
     if (*PQresultErrorMessage(result.get()) != '\0') {
       log_copy_failure(connection);
-      task.fail("Copy rate failed");
+      if (!out_of_memory) {
+        task.fail("Copy rate failed");
+      }
     }
     if (PQresultStatus(result.get()) == PGRES_COPY_IN) {
       break;  // still in COPY: the connection is lost, and its state would be told for ever
@@ -99,43 +104,36 @@ void copy_rates(rate_upload_task& task) {
   if (!start_copy(task)) {
     return;
   }
+  bool out_of_memory = false;
   try {
     send_records(task);
   } catch (const std::bad_alloc&) {
     // Caught here, as the connection must leave its COPY before the row's final update.
     QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
     task.fail(kMemoryShortage);
+    out_of_memory = true;
   }
-  end_copy(task);
+  end_copy(task, out_of_memory);
 }
 
-/// Whether statements with this end-date text, which the portal wrote, may be sent in one text:
-/// none of them may end early or swallow its neighbour.
-bool may_be_joined(const std::string& end_date) {
-  return end_date.find_first_of("'\\;") == std::string::npos &&
-         end_date.find("--") == std::string::npos && end_date.find("/*") == std::string::npos;
-}
-
-/// Sends up to `most` statements from the end of the list, and takes them off it. False when the
-/// connection is lost: what is left cannot be sent.
-bool send_batch(PGconn* connection, statement_list& list, std::size_t most, const char* label,
-                uint32_t& count) {
-  std::string joined;
-  std::vector<std::string> statements;
-  while (!list.empty() && statements.size() < most) {
-    statements.emplace_back(list.back());
-    joined += list.back();
-    joined += ";\n";
+/// Sends statements from the top of the list, and takes them off it. False when the connection is
+/// lost: what is left cannot be sent.
+bool send_batch(PGconn* connection, const rate_statement_writer& writer, statement_list& list,
+                const char* label, uint32_t& count) {
+  const std::vector<rate_statement> statements = writer.joinable(list, kBatchSize);
+  for (std::size_t i = 0; i < statements.size(); ++i) {
     list.pop();
   }
-  if (statements.size() > 1 && qvn_db_try_update(connection, joined.c_str()) == 0) {
+  if (statements.size() > 1 &&
+      qvn_db_try_update(connection, writer.joined(statements).c_str()) == 0) {
     count += static_cast<uint32_t>(statements.size());
     return true;
   }
   // A server error has undone the whole text: one by one, the others still take effect.
-  for (const std::string& statement : statements) {
+  for (const rate_statement& statement : statements) {
     const bool lost = PQstatus(connection) != CONNECTION_OK;
-    (void)qvn_db_update(connection, statement.c_str(), label);  // logged there, once when lost
+    (void)qvn_db_update(connection, writer.text(statement).c_str(),
+                        label);  // logged there, once when lost
     if (lost) {
       return false;
     }
@@ -144,9 +142,9 @@ bool send_batch(PGconn* connection, statement_list& list, std::size_t most, cons
   return true;
 }
 
-void send_all(PGconn* connection, statement_list& list, std::size_t batch, const char* label,
-              uint32_t& count) {
-  while (!list.empty() && send_batch(connection, list, batch, label, count)) {
+void send_all(PGconn* connection, const rate_statement_writer& writer, statement_list& list,
+              const char* label, uint32_t& count) {
+  while (!list.empty() && send_batch(connection, writer, list, label, count)) {
   }
   list.clear();
 }
@@ -157,7 +155,7 @@ void end_old_rates(rate_upload_task& task) {
   }
   rate_upload_task_progress_update(task, "Update old rate end date", upload_status::writing);
   const upload_phase_timer timer(task.update);
-  send_all(task.connection.get(), task.updates, may_be_joined(task.rate_end_date) ? kBatchSize : 1,
+  send_all(task.connection.get(), rate_statement_writer(task.rate_end_date), task.updates,
            kRateUploadLabel, task.update_count);
 }
 
@@ -167,7 +165,8 @@ void delete_repeated_rates(rate_upload_task& task) {
   }
   rate_upload_task_progress_update(task, "Delete repeating old rate", upload_status::writing);
   const upload_phase_timer timer(task.deletion);
-  send_all(task.connection.get(), task.deletions, kBatchSize, "Rate Delete", task.delete_count);
+  send_all(task.connection.get(), rate_statement_writer(), task.deletions, "Rate Delete",
+           task.delete_count);
 }
 
 }  // namespace

@@ -1,27 +1,25 @@
-/// The codes that a deck has shown so far. Belongs to the thread that reads the deck.
+/// The codes that a deck has shown so far, and their texts. Belongs to the thread that reads the
+/// deck. A deck's author cannot have his codes fall on one slot.
 #pragma once
 
-#include "base/qvn_hash.h"
+#include <cstdint>
+#include <string_view>
+
+#include "rate_upload/keyed_slots.h"
+#include "rate_upload/text_pool.h"
 
 class seen_codes {
  public:
-  seen_codes() { qvn_hash_init(&table_); }
-  ~seen_codes() { qvn_hash_clear(&table_); }
-  seen_codes(const seen_codes&) = delete;
-  seen_codes& operator=(const seen_codes&) = delete;
-
   enum class verdict { fresh, repeated, no_memory };
 
-  /// Records the code under its line number, which differs from every other line's.
-  verdict add(const char* code, int line_number) {
-    const auto line = static_cast<qvn_hash_value>(line_number);
-    const qvn_hash_value stored = qvn_hash_insert(&table_, code, line);
-    if (stored == 0) {
-      return verdict::fresh;
-    }
-    return stored == line ? verdict::no_memory : verdict::repeated;
-  }
+  /// Says that the code will probably be added soon: its slot is fetched meanwhile.
+  void expect(std::string_view code) const { slots_.fetch(keyed_slots::hash(code)); }
+
+  /// Keeps the code unless it is there already. A fresh one then is the kept text, which has a NUL
+  /// behind it and lives as long as this object.
+  [[nodiscard]] verdict add(std::string_view& code);
 
  private:
-  qvn_hash_table table_;
+  text_pool texts_;
+  keyed_slots slots_;
 };

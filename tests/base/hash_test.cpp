@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/qvn_hash.h"
+#include "base/qvn_keyed_hash.h"
 
 namespace {
 
@@ -78,6 +79,14 @@ TEST(HashDeathTest, BrokenInvariantsAbortWithTheirText) {
   EXPECT_DEATH((void)qvn_hash_insert(&table, "a", 0), R"(`ph->count == 0')");
   ASSERT_EQ(qvn_hash_insert(&table, "b", 1), 0U);
   EXPECT_DEATH((void)qvn_hash_insert(&table, "a", 0), R"(`ph->first == \(\(void \*\)0\)')");
+}
+
+/// The test vectors of its authors.
+TEST(keyed_hash, is_sip_hash_2_4) {
+  const qvn_hash_key key{0x0706050403020100, 0x0f0e0d0c0b0a0908};
+  EXPECT_EQ(qvn_keyed_hash(key, ""), 0x726fdb47dd0e0e31U);
+  EXPECT_EQ(qvn_keyed_hash(key, {"\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16", 15}),
+            0xa129ca6149be45e5U);
 }
 
 }  // namespace

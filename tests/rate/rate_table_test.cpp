@@ -3,12 +3,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/qvn_slab.h"
 #include "rate/qvn_rate_table.h"
 
 namespace {
-
-constexpr int64_t kNow = 1000;
-constexpr int64_t kFuture = 5000;
 
 rate_node* make_rate(const std::string& id, int64_t effective_date) {
   rate_node* const rate = rate_node_create({.code = "44", .rate_id = id, .rate_table_id = "7"});
@@ -29,60 +27,20 @@ std::vector<std::string> ids(const rp_hash_node* node) {
 
 using id_list = std::vector<std::string>;
 
-/// A tree of rate table 7 that is loaded rate by rate at kNow.
-class loading : public testing::Test {
- protected:
-  ~loading() override { rp_hash_destroy(&root_, delete_rate_node); }
-
-  void load(const std::string& id, int64_t effective_date) {
-    rate_node* const rate = make_rate(id, effective_date);
-    rp_hash_node* const table = rp_hash_create(&root_, "7");
-    rate_node_link_superseding(root_, rp_hash_create(&table->sub, "44"), rate, kNow);
-  }
-  rp_hash_node* code() {
-    rp_hash_node* const table = rp_hash_match_all(&root_, "7");
-    return table ? rp_hash_match_all(&table->sub, "44") : nullptr;
-  }
-
-  rp_hash_node* root_ = nullptr;
-};
-
-struct superseding_case {
-  const char* name;
-  std::vector<int64_t> dates;  // loaded in this order as rates "0", "1", ...
-  id_list left;
-};
-
-TEST_F(loading, of_rates_in_force_only_the_latest_is_kept) {
-  const superseding_case cases[] = {
-      {"a newer rate in force replaces the older", {100, 200}, {"1"}},
-      {"an older rate is removed again", {200, 100}, {"0"}},
-      {"a future rate replaces nothing", {100, kFuture}, {"0", "1"}},
-      {"before a first rate that is not in force all stay", {kFuture, 100}, {"1", "0"}},
-      {"equal dates stay", {100, 100}, {"1", "0"}},
-      {"all of the first date go", {100, 100, 200}, {"2"}},
-      {"now itself is not yet in force", {100, kNow}, {"0", "1"}},
-  };
-  for (const superseding_case& test : cases) {
-    SCOPED_TRACE(test.name);
-    for (std::size_t i = 0; i < test.dates.size(); ++i) {
-      load(std::to_string(i), test.dates[i]);
-    }
-    EXPECT_EQ(ids(code()), test.left);
-    rp_hash_destroy(&root_, delete_rate_node);
-  }
-}
-
 /// The slot is handed over by value: freeing the table's only node would leave the caller on freed
 /// memory.
-TEST_F(loading, removing_the_last_rate_never_frees_the_callers_first_node) {
-  load("0", 100);
-  rp_hash_node* const table = root_;
-  delete_expire_rate(root_, "44", "0", "7", 0);
-  ASSERT_EQ(root_, table);
-  EXPECT_EQ(code(), nullptr);
-  load("1", 100);
-  EXPECT_EQ(ids(code()), (id_list{"1"}));
+TEST(expiry, of_the_last_rate_never_frees_the_callers_first_node) {
+  rp_hash_node* root = nullptr;
+  rp_hash_node* const table = rp_hash_create(&root, "7");
+  rate_node* const rate = make_rate("0", 100);
+  rate_node_link(rp_hash_create(&table->sub, "44"), rate);
+  expire_rate_req* request = nullptr;
+  create_del_expire_rate(rate, 1, &request, 100);
+  delete_expire_rate(root, request->code, request->rate_id, request->rate_table_id, 0);
+  qvn_slab::release(request);
+  ASSERT_EQ(root, table);
+  EXPECT_EQ(rp_hash_match_all(&table->sub, "44"), nullptr);
+  rp_hash_destroy(&root, delete_rate_node);
 }
 
 TEST(record_lists, give_up_one_record_by_id_or_all) {
