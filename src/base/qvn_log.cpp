@@ -296,7 +296,7 @@ bool size_check_is_due() {
   return now >= next;
 }
 
-void check_log_file() {
+void check_log_size() {
   if (!size_check_is_due()) {
     return;
   }
@@ -322,11 +322,11 @@ void deliver(log_entry* entry) {
 void* log_thread_run(void*) {
   qvn_thread_set_name("qvn_log");
   for (bool ended = false; !ended;) {
-    check_log_file();
+    check_log_size();
     log_entry* entry = take_entries(ended);
     while (entry != nullptr) {
       log_entry* next = entry->next;
-      check_log_file();
+      check_log_size();
       deliver(entry);
       entry = next;
     }
