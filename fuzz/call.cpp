@@ -186,7 +186,7 @@ class call_world {
     const rate_node* const rate = expected_rate(call.billed_number, call.start_second);
     const rate_choice choice = rate ? choose_rate(world_.terms, *rate, call) : rate_choice{};
     texts priced = {"-1"};
-    if (choice.rate >= BIILING_EPSINON) {
+    if (rate && choice.rate >= BIILING_EPSINON) {
       priced = priced_texts(*rate, choice, call.duration);
     } else if (choice.rate == kNoRate) {
       for (const std::string_view text : {columns[kSessionId], call.ani, call.billed_number}) {

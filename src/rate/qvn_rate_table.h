@@ -27,11 +27,13 @@ class near_text {
   near_text& operator=(const near_text&) = delete;
 
   operator const char*() const {
-    const char* place = reinterpret_cast<const char*>(this) + (distance_ & kReach);
-    if (distance_ > kReach) {
-      std::memcpy(&place, place, sizeof place);
+    const char* const place = reinterpret_cast<const char*>(this) + (distance_ & kReach);
+    if (distance_ <= kReach) {
+      return distance_ == 0 ? nullptr : place;
     }
-    return distance_ == 0 ? nullptr : place;
+    const char* text = nullptr;
+    std::memcpy(&text, place, sizeof(const char*));
+    return text;
   }
 
   /// Leads to a text behind this place, null for none. One that begins beyond the reach is led to

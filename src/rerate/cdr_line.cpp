@@ -120,7 +120,8 @@ std::size_t cdr_line::copy_columns(const char* line, std::size_t length, char* m
     }
     uint64_t commas = copy_block(memory + offset, block);
     for (; commas != 0; commas &= commas - 1) {
-      begins_[++reached] = static_cast<uint32_t>(offset) + std::countr_zero(commas) + 1;
+      const auto place = offset + static_cast<std::size_t>(std::countr_zero(commas));
+      begins_[++reached] = static_cast<uint32_t>(place + 1);
       if (reached + 1 == columns_) {
         return reached;
       }
