@@ -26,8 +26,8 @@
 #include <string>
 
 #include "db/qvn_db.h"
+#include "plain_rater.h"
 #include "rerate/cdr_pricer.h"
-#include "rerate/cdr_rater.h"
 
 namespace {
 
@@ -184,7 +184,7 @@ int main(int argc, char** argv) {
   terms.rate_decimal = 5;
   const std::string lines = make_lines(count);
   figure("rating_line_length", static_cast<double>(lines.size()) / count - 1, "bytes");
-  cdr_rater rater(call_side::ingress, terms, kDay);
+  plain_rater rater(call_side::ingress, terms, kDay);
   uint32_t rated = 0;
   rounds priced{};
   rounds plain{};
@@ -192,7 +192,7 @@ int main(int argc, char** argv) {
   for (std::size_t round = 0; round < kRounds; ++round) {
     priced[round] = run_pricer(lines, terms);
     plain[round] = run_plain(lines, [&](cdr_columns columns) {
-      rated += rater.rate(columns) == cdr_rater::outcome::rated ? 1 : 0;
+      rated += rater.rate(columns) == plain_rater::outcome::rated ? 1 : 0;
     });
     frame[round] = run_plain(lines, [](cdr_columns) {});
   }

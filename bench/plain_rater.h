@@ -1,5 +1,5 @@
-/// Rates call records: the columns of a record in, the rewritten columns out. Pure: no connection,
-/// clock, file or log.
+/// The plain way to rate call records, against which the daemon's is measured: all columns of a
+/// record split, those of the rating rewritten, all of them joined, one call after the other.
 #pragma once
 
 #include <array>
@@ -18,14 +18,14 @@ using cdr_columns = std::span<std::string_view>;
 
 struct rated_columns;
 
-class cdr_rater {
+class plain_rater {
  public:
   /// What happened to a record: priced; priced at nothing by a rate of 0; or no rate matched.
   enum class outcome { rated, zero_rate, not_matched };
 
   /// The terms' trees must outlive the rater. `rates_date` is the date that the rates were loaded
   /// for, seconds since the epoch.
-  cdr_rater(call_side side, const pricing_terms& terms, int64_t rates_date);
+  plain_rater(call_side side, const pricing_terms& terms, int64_t rates_date);
 
   /// Rewrites the side's rating columns; of a record without a price only the rate, as "-1". The
   /// new texts are valid until the next call and as long as the rates.

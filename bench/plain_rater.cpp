@@ -1,4 +1,4 @@
-#include "rerate/cdr_rater.h"
+#include "plain_rater.h"
 
 #include <charconv>
 #include <cstdlib>
@@ -60,7 +60,7 @@ std::string_view digits(std::span<char> buffer, Number value) {
 call_facts facts_of(cdr_columns columns, std::string_view rate_type) {
   constexpr int64_t kMicrosecondsASecond = 1'000'000;
   return {
-      .billed_number = cdr_rater::billed_number(columns),
+      .billed_number = plain_rater::billed_number(columns),
       .ani = columns[kTranslationAni],
       .start_second = number(columns[kStartTimeOfDate]) / kMicrosecondsASecond,
       .duration = number(columns[kCallDuration]),
@@ -96,12 +96,12 @@ char* put(char* end, std::string_view text) {
 
 }  // namespace
 
-cdr_rater::cdr_rater(call_side side, const pricing_terms& terms, int64_t rates_date)
+plain_rater::plain_rater(call_side side, const pricing_terms& terms, int64_t rates_date)
     : out_(side == call_side::ingress ? kIngressColumns : kEgressColumns),
       terms_(terms),
       rates_date_text_(digits(rates_date_buffer_, rates_date)) {}
 
-cdr_rater::outcome cdr_rater::rate(cdr_columns columns) {
+plain_rater::outcome plain_rater::rate(cdr_columns columns) {
   const call_facts call = facts_of(columns, columns[out_.rate_type]);
   const rate_node* const record = choose_record(
       terms_, rp_hash_search(&terms_.codes, call.billed_number.data()), call.start_second);
@@ -114,13 +114,13 @@ cdr_rater::outcome cdr_rater::rate(cdr_columns columns) {
   return choice.rate == kNoRate ? outcome::not_matched : outcome::zero_rate;
 }
 
-std::string_view cdr_rater::billed_number(cdr_columns columns) {
+std::string_view plain_rater::billed_number(cdr_columns columns) {
   const std::string_view type = columns[kIngressDnisType];
   return columns[type.empty() || type.starts_with('0') ? kRoutingDigits : kLrnDnis];
 }
 
-void cdr_rater::write(cdr_columns columns, const rate_node& record, const rate_choice& choice,
-                      const call_charge& charge) {
+void plain_rater::write(cdr_columns columns, const rate_node& record, const rate_choice& choice,
+                        const call_charge& charge) {
   columns[out_.rate] = qvn_money_text(rate_text_, choice.rate);
   columns[out_.cost] = qvn_money_text(cost_text_, charge.cost);
   columns[out_.bill_time] = digits(bill_time_text_, charge.bill_time);
