@@ -12,3 +12,9 @@ bool qvn_core_assign(std::string& text, const char* value) {
   }
   return true;
 }
+
+bool qvn_is_pid_file(const struct stat& status) {
+  return g_core_ctrl && g_core_ctrl->pid_file.st_ino != 0 &&
+         g_core_ctrl->pid_file.st_dev == status.st_dev &&
+         g_core_ctrl->pid_file.st_ino == status.st_ino;
+}

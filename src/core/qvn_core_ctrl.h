@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <sys/stat.h>
 
 #include "base/qvn_hash.h"
 #include "base/qvn_mutex.h"
@@ -56,10 +57,16 @@ struct qvn_core_ctrl {
   std::string conf_dir;     ///< install_dir + "/conf/"
   std::string log_dir;      ///< install_dir + "/log/"
   std::string run_dir;      ///< install_dir + "/run/"
+
+  struct stat pid_file {};  ///< of the pid file once it is locked; all 0 before
 };
 
 /// Null before `main` makes it and after qvn_core_free.
 extern qvn_core_ctrl* g_core_ctrl;
+
+/// Whether this is the daemon's own pid file, which nobody may open: closing it again drops the
+/// lock. False without a record. Any thread.
+[[nodiscard]] bool qvn_is_pid_file(const struct stat& status);
 
 /// Replaces a text of the record by a copy of `value`; false when memory runs out, with the text as
 /// it was.

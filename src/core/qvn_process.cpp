@@ -284,13 +284,8 @@ void qvn_lock_running() {
     std::exit(kPidFileTrouble);
   }
   take_lock_or_exit();
+  (void)fstat(g_lock_fd, &g_core_ctrl->pid_file);
   (void)dprintf(g_lock_fd, "%d\n", g_pid);  // on a full disk only -kill misses it
-}
-
-bool qvn_is_pid_file(const struct stat& status) {
-  struct stat own {};
-  return g_lock_fd >= 0 && fstat(g_lock_fd, &own) == 0 && own.st_dev == status.st_dev &&
-         own.st_ino == status.st_ino;
 }
 
 void qvn_core_kill() {

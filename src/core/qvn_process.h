@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdint>
 #include <string>
-#include <sys/stat.h>
 
 void show_version();
 void show_usage();
@@ -55,10 +54,6 @@ void qvn_remember_pid();
 /// status 1 when the file cannot be opened.
 void qvn_already_running();
 void qvn_lock_running();
-
-/// Whether this is the pid file, which nobody else in the process may open: closing it drops the
-/// lock. Any thread.
-[[nodiscard]] bool qvn_is_pid_file(const struct stat& status);
 
 /// Sends SIGTERM to the daemon that the pid file names and ends this process with status 0. A first
 /// line that is anything but a process id above 1 names none.

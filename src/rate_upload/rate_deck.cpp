@@ -9,7 +9,7 @@
 
 #include "base/qvn_fd.h"
 #include "base/qvn_text.h"
-#include "core/qvn_process.h"
+#include "core/qvn_core_ctrl.h"
 #include "rate_upload/deck_lines.h"
 
 namespace {
