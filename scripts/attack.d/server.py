@@ -1,7 +1,7 @@
-"""A PostgreSQL server that is not one: server.py PORT-FILE silent|mute|columns
+"""A PostgreSQL server that is not one: server.py PORT-FILE silent|mute|columns|pooler
 
 silent: takes connections and never says a word. mute: lets everybody in, and says no more. columns: answers each query
-with one row of one column, whatever was asked for. Writes the port that it listens on into PORT-FILE.
+with one row of one column, whatever was asked for. pooler: the same, but lets nobody in who brings server options. Writes the port that it listens on into PORT-FILE.
 """
 import socket
 import struct
@@ -32,16 +32,21 @@ def serve(connection):
     try:
         while True:  # the start-up packet; encryption is declined
             size = struct.unpack("!i", read(connection, 4))[0]
-            if struct.unpack("!i", read(connection, size - 4)[:4])[0] == 196608:
+            packet = read(connection, size - 4)
+            if struct.unpack("!i", packet[:4])[0] == 196608:
                 break
             connection.sendall(b"N")
+        if sys.argv[2] == "pooler" and b"\0options\0" in packet:
+            error = b"SFATAL\0C08P01\0Munsupported startup parameter: options\0\0"
+            connection.sendall(message(b"E", error))
+            return
         connection.sendall(message(b"R", struct.pack("!i", 0)) + READY)
         while True:
             kind = read(connection, 1)
             read(connection, struct.unpack("!i", read(connection, 4))[0] - 4)
             if kind == b"X":
                 return
-            if sys.argv[2] == "columns":
+            if sys.argv[2] != "mute":
                 connection.sendall(COLUMN + ROW + message(b"C", b"SELECT 1\0") + READY)
     except OSError:
         pass
