@@ -215,6 +215,6 @@ bool rate_upload_show_begin(rate_upload_task& task) {
     return true;
   }
   task.connection.reset();
-  task.fail(("job row can't be written, " + refusal).c_str());
+  task.fail(qvn_format("job row can't be written, %s", refusal.c_str()).c_str());
   return false;
 }
