@@ -167,8 +167,8 @@ class RerateJob : public Job {
       there += found.empty() ? 0 : 1;
     }
     const fs::path folder = file("1", "2026-03-01").parent_path();
-    const size_t files = fs::exists(folder) ? std::distance(fs::directory_iterator(folder), {}) : 0;
-    EXPECT_EQ(files, there) << "something else is left in " << folder;
+    const auto files = fs::exists(folder) ? std::distance(fs::directory_iterator(folder), {}) : 0;
+    EXPECT_EQ(static_cast<size_t>(files), there) << "something else is left in " << folder;
     // A file counts when its job's row names it, and no earlier.
     Session session = portal();
     EXPECT_EQ(e2e::listed_files(session, id_).empty(), !finished);
