@@ -9,7 +9,6 @@
 #include "db/qvn_job_folder.h"
 #include "db/qvn_job_queue.h"
 #include "rerate/cdr_columns.h"
-#include "rerate/cdr_columns.h"
 #include "rerate/rerate_day.h"
 #include "rerate/rerate_trunk.h"
 #include "rerate/rerated_calls.h"
