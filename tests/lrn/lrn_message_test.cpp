@@ -8,7 +8,7 @@ namespace {
 
 constexpr const char* kCallId = "7-5060";
 
-TEST(lrn_request, is_written_to_the_letter) {
+TEST(lrn_request, has_these_very_bytes) {
   lrn_request_text text;
   const std::size_t length = lrn_request_write(text, {.number = "12125550100",
                                                       .from_user = "web",
