@@ -55,7 +55,8 @@ void rerated_calls::finish() {
 
 void rerated_calls::each_unmatched(
     const std::function<void(const char*, const char*, const char*)>& tell) const {
-  unmatched_reader reader;
-  unmatched_.replay([&](std::string_view piece) { reader.read(piece, tell); });
-  reader.read(out_.unmatched, tell);
+  unmatched_reader spooled;
+  unmatched_.replay([&](std::string_view piece) { spooled.read(piece, tell); });
+  unmatched_reader kept;  // on a full disk the spool may end in the middle of a call
+  kept.read(out_.unmatched, tell);
 }
