@@ -9,8 +9,8 @@
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 #include "core/qvn_settings.h"
-#include "db/qvn_db.h"
 #include "db/qvn_job_queue.h"
+#include "db/qvn_pg_rows.h"
 #include "rate_upload/rate_upload_task.h"
 
 namespace {
@@ -81,20 +81,19 @@ std::string trimmed_path(const char* column) {
 }
 
 /// Throws std::bad_alloc when memory runs out.
-std::unique_ptr<rate_upload_task> make_task(const PGresult* result, int row,
-                                            const db_info& database) {
-  const auto text_of = [&](job_column column) { return qvn_pg_text(result, row, column); };
+std::unique_ptr<rate_upload_task> make_task(const pg_row& row, const db_info& database) {
+  const auto text_of = [&](job_column column) { return row.text(column); };
   auto task = std::make_unique<rate_upload_task>();
-  task->id = qvn_pg_number<uint32_t>(result, row, kId);
+  task->id = row.number<uint32_t>(kId);
   task->upload_file_path = trimmed_path(text_of(kUploadFilePath));
   task->upload_format_file = text_of(kUploadFormatFile);
   task->rate_table_id = text_of(kRateTableId);
   task->rate_table_code_deck_id = text_of(kRateTableCodeDeckId);
   task->rate_date_format = text_of(kRateDateFormat);
   task->rate_end_date = text_of(kRateEndDate);
-  task->reduplicate_rate_action = qvn_pg_number<int32_t>(result, row, kReduplicateRateAction);
-  task->code_deck_flag = qvn_pg_number<uint8_t>(result, row, kCodeDeckFlag);
-  task->use_ocn_lata_code = qvn_pg_number<uint8_t>(result, row, kUseOcnLataCode);
+  task->reduplicate_rate_action = row.number<int32_t>(kReduplicateRateAction);
+  task->code_deck_flag = row.number<uint8_t>(kCodeDeckFlag);
+  task->use_ocn_lata_code = row.number<uint8_t>(kUseOcnLataCode);
   task->start_time = std::time(nullptr);
   task->conninfo = database.conninfo;
   task->label = qvn_db_key_make(database.host, database.name).text;
@@ -149,20 +148,17 @@ void enqueue(std::unique_ptr<rate_upload_task> task, db_info& database) {
   }
 }
 
-int32_t rate_upload_task_create(int row, PGresult* result, void* context) {
-  auto& database = *static_cast<db_info*>(context);
-  if (!qvn_db_has_columns(result, kJobColumns)) {
-    return -1;
+void rate_upload_task_create(const pg_row& row, db_info& database) {
+  if (!row.has_columns(kJobColumns)) {
+    return;
   }
   try {
-    enqueue(make_task(result, row, database), database);
+    enqueue(make_task(row, database), database);
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError,
             "Alloc memory for rate upload task failed, dbhost %s, dbname %s, task id %s\n",
-            database.host.c_str(), database.name.c_str(), qvn_pg_text(result, row, kId));
-    return -1;
+            database.host.c_str(), database.name.c_str(), row.text(kId));
   }
-  return 0;
 }
 
 }  // namespace
@@ -212,7 +208,8 @@ int32_t qvn_rate_upload_task_get(PGconn* connection, db_info* database) {
             "Maximum rate upload task in progress, can't start a new rate upload task\n");
     return 1;
   }
-  return qvn_db_data_select_p1(connection, kRateUploadJobQuery, rate_upload_task_create, database);
+  return qvn_pg_select(connection, kRateUploadJobQuery,
+                       [database](const pg_row& row) { rate_upload_task_create(row, *database); });
 }
 
 const std::string& qvn_rate_upload_result_directory() {

@@ -8,8 +8,8 @@
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 #include "core/qvn_settings.h"
-#include "db/qvn_db.h"
 #include "db/qvn_job_queue.h"
+#include "db/qvn_pg_rows.h"
 #include "rerate/rerate_task.h"
 
 namespace {
@@ -71,17 +71,15 @@ enum job_column : int {
 };
 
 /// Throws std::bad_alloc when memory runs out.
-std::unique_ptr<rerate_task> make_task(const PGresult* result, int row, const db_info& database) {
+std::unique_ptr<rerate_task> make_task(const pg_row& row, const db_info& database) {
   constexpr std::size_t kMostAddressCharacters = 15;
-  const auto text_of = [&](job_column column) { return qvn_pg_text(result, row, column); };
-  const auto flag_of = [&](job_column column) {
-    return qvn_pg_number<uint8_t>(result, row, column);
-  };
+  const auto text_of = [&](job_column column) { return row.text(column); };
+  const auto flag_of = [&](job_column column) { return row.number<uint8_t>(column); };
   auto task = std::make_unique<rerate_task>();
-  task->id = qvn_pg_number<uint32_t>(result, row, kId);
-  task->from_time = qvn_pg_number<int64_t>(result, row, kFromTime);
-  task->to_time = qvn_pg_number<int64_t>(result, row, kToTime);
-  task->timezone = qvn_pg_number<int32_t>(result, row, kTimezone);
+  task->id = row.number<uint32_t>(kId);
+  task->from_time = row.number<int64_t>(kFromTime);
+  task->to_time = row.number<int64_t>(kToTime);
+  task->timezone = row.number<int32_t>(kTimezone);
   task->update_lrn = flag_of(kUpdateLrn);
   task->update_us_jurisdiction = flag_of(kUpdateUsJurisdiction);
   task->update_local_rate = flag_of(kUpdateLocalRate);
@@ -89,7 +87,7 @@ std::unique_ptr<rerate_task> make_task(const PGresult* result, int row, const db
   task->ingress_trunk_text = text_of(kIngressTrunk);
   task->egress_trunk_text = text_of(kEgressTrunk);
   task->lrn_server_ip = std::string_view(text_of(kLrnServerIp)).substr(0, kMostAddressCharacters);
-  task->lrn_server_port = qvn_pg_number<int32_t>(result, row, kLrnServerPort);
+  task->lrn_server_port = row.number<int32_t>(kLrnServerPort);
   task->start_time = std::time(nullptr);
   task->conninfo = database.conninfo;
   task->label = qvn_db_key_make(database.host, database.name).text;
@@ -116,19 +114,16 @@ void enqueue(std::unique_ptr<rerate_task> task, db_info& database) {
           database.rerate_count);
 }
 
-int32_t rerate_task_create(int row, PGresult* result, void* context) {
-  auto& database = *static_cast<db_info*>(context);
-  if (!qvn_db_has_columns(result, kJobColumns)) {
-    return -1;
+void rerate_task_create(const pg_row& row, db_info& database) {
+  if (!row.has_columns(kJobColumns)) {
+    return;
   }
   try {
-    enqueue(make_task(result, row, database), database);
+    enqueue(make_task(row, database), database);
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for rerate task failed, dbhost %s, dbname %s, task id %s\n",
-            database.host.c_str(), database.name.c_str(), qvn_pg_text(result, row, kId));
-    return -1;
+            database.host.c_str(), database.name.c_str(), row.text(kId));
   }
-  return 0;
 }
 
 }  // namespace
@@ -176,7 +171,8 @@ int32_t qvn_rerate_task_get(PGconn* connection, db_info* database) {
     QVN_LOG(kLogWarning, "Maximum rerate task in progress, can't start a new rerate task\n");
     return 1;
   }
-  return qvn_db_data_select_p1(connection, kRerateJobQuery, rerate_task_create, database);
+  return qvn_pg_select(connection, kRerateJobQuery,
+                       [database](const pg_row& row) { rerate_task_create(row, *database); });
 }
 
 const std::string& qvn_rerate_cdr_directory() {
