@@ -9,38 +9,13 @@
 #include <set>
 #include <string_view>
 
-#include "base/qvn_hash.h"
+#include "base/qvn_conf_setting.h"
 #include "core/qvn_core_ctrl.h"
 #include "db/qvn_db_conf.h"
 #include "tools/conf_layout.h"
 #include "tools/conf_section.h"
 
 namespace {
-
-/// Loads the list into a table of its own, as the daemon does; the list's last entries are freed
-/// with it.
-class database_table {
- public:
-  database_table() {
-    qvn_hash_init(&table_);
-    const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-    g_core_ctrl->db_table = &table_;
-  }
-  ~database_table() {
-    const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-    db_info_clear();
-    g_core_ctrl->db_table = nullptr;
-  }
-  database_table(const database_table&) = delete;
-  database_table& operator=(const database_table&) = delete;
-
-  [[nodiscard]] const db_info* find(const std::string& key) const {
-    return reinterpret_cast<const db_info*>(qvn_hash_find(&table_, key.c_str()));
-  }
-
- private:
-  qvn_hash_table table_;
-};
 
 /// The values that a section has given to the daemon, by their settings.
 using section_values = std::map<const qvn_setting*, std::string>;
@@ -159,7 +134,7 @@ void list_check::check_entry(const recorded_line& header, const section_values& 
     return;
   }
   // A string that libpq does not understand is not tried: the complaint would hold pieces of it.
-  const db_info* const entry = table_.find(key);
+  const db_info* const entry = table_.find(key.c_str());
   if (entry && check_connection_string(header, *entry)) {
     databases_.push_back({header.key, header.number, entry->conninfo});
   }
@@ -196,11 +171,11 @@ bool list_check::check_connection_string(const recorded_line& header, const db_i
 
 std::vector<conf_database> conf_check_database_list(conf_findings& findings) {
   const conf_layout layout(conf_survey(g_core_ctrl->conf_dir.c_str(), kDbConfFile));
-  const database_table table;
   const conf_recorder recorder;
-  const bool starts = load_db_info() == 0;
+  const bool starts = qvn_db_conf_init() == 0 && load_db_info() == 0;
   const std::set<std::string> references = recorder.references();
-  list_check check(table, layout, references, findings);
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+  list_check check(*g_core_ctrl->db_table, layout, references, findings);
   for (const recorded_reading& reading : recorder.readings()) {
     check.check(reading);
   }
