@@ -11,6 +11,8 @@
 #include <span>
 #include <string>
 
+#include "base/qvn_conf_file.h"
+
 /// A number of any section, with its range and its messages.
 struct qvn_number_setting {
   const char* source;    ///< module word of its messages
@@ -40,6 +42,7 @@ struct qvn_setting {
 struct qvn_conf_section {
   const char* name;
   std::span<const qvn_setting> settings;
+  conf_callback handler;
 };
 
 /// The setting of that key, or null.

@@ -108,18 +108,18 @@ int32_t qvn_default_conf_init() {
   return 0;
 }
 
-int32_t qvn_load_section(const char* name, conf_callback handler) {
-  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, name, handler, nullptr,
-                          nullptr, 0);
+int32_t qvn_load_section(const qvn_conf_section& section) {
+  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, section.name,
+                          section.handler, nullptr, nullptr, 0);
 }
 
 int32_t qvn_load_config() {
-  const int32_t general = qvn_load_section(qvn_general_section().name, read_general_config);
+  const int32_t general = qvn_load_section(qvn_general_section());
   return qvn_load_cli_config() | general;  // read, whatever has become of the other
 }
 
 int32_t qvn_load_cli_config() {
-  return qvn_load_section(qvn_cli_section().name, read_cli_config);
+  return qvn_load_section(qvn_cli_section());
 }
 
 int32_t qvn_check_config() {
@@ -131,11 +131,11 @@ int32_t qvn_check_config() {
 }
 
 qvn_conf_section qvn_general_section() {
-  return {"general", kGeneralSettings};
+  return {"general", kGeneralSettings, read_general_config};
 }
 
 qvn_conf_section qvn_cli_section() {
-  return {"CLI", kCliSettings};
+  return {"CLI", kCliSettings, read_cli_config};
 }
 
 int32_t read_general_config(const char* key, const char* value) {

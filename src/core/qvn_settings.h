@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include "base/qvn_conf_file.h"
 #include "base/qvn_conf_setting.h"
 
 /// Sets the defaults of the console and of the job limits. Returns 0.
@@ -17,7 +16,7 @@ int32_t qvn_default_conf_init();
 [[nodiscard]] int32_t qvn_load_cli_config();
 
 /// Reads one section of the main configuration file. 0, or -1 when it cannot be opened.
-[[nodiscard]] int32_t qvn_load_section(const char* name, conf_callback handler);
+[[nodiscard]] int32_t qvn_load_section(const qvn_conf_section& section);
 
 /// 0 when the console listen address is set; else -1, with a NOTICE.
 [[nodiscard]] int32_t qvn_check_config();

@@ -9,7 +9,6 @@
 
 #include "base/qvn_conf_file.h"
 #include "base/qvn_conf_setting.h"
-#include "base/qvn_file.h"
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 
@@ -17,7 +16,6 @@ namespace {
 
 constexpr const char* kLogSource = "qvn_db_conf";
 
-constexpr std::size_t kSectionNameLength = 99;
 constexpr std::size_t kConninfoLength = 1023;
 
 /// A section of the list file, with the values that its lines have given so far.
@@ -36,28 +34,9 @@ using section_list = std::forward_list<db_section>;
 /// The head of the list, which is the section that is being read; null outside load_db_info.
 db_section* g_db_section QVN_GUARDED_BY(g_core_ctrl->db_list_lock) = nullptr;
 
-/// The name of a section header, cut out of the line in place; null for any other line.
-const char* section_name(char* line) {
-  if (*line == '#' || *line == ';') {
-    return nullptr;
-  }
-  char* text = qvn_strip_prefix_blank(line);
-  if (*text != '[') {
-    return nullptr;
-  }
-  char* const name = qvn_strip_prefix_blank(text + 1);
-  char* const end = std::strchr(name, ']');
-  if (!end || end == name) {
-    return nullptr;
-  }
-  *end = '\0';
-  qvn_strip_suffix_blank(end - 1);
-  return zstr(name) ? nullptr : name;
-}
-
 bool add_section(section_list& sections, const char* name) {
   try {
-    sections.emplace_front().heading.assign(name, strnlen(name, kSectionNameLength));
+    sections.emplace_front().heading.assign(name, strnlen(name, kMostSectionCharacters));
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for a new DB segment %s failed\n", name);
     return false;
@@ -67,21 +46,15 @@ bool add_section(section_list& sections, const char* name) {
 
 /// Collects the names of all sections of the list file; false, logged, when it cannot.
 bool load_db_section_name(section_list& sections) {
-  constexpr int kLineSize = 254;  // 253 characters and a NUL; a longer line is read in pieces
-  char path[256];
-  (void)std::snprintf(path, sizeof path, "%s%s", g_core_ctrl->conf_dir.c_str(), kDbConfFile);
-  const qvn_file file(std::fopen(path, "re"));
-  if (!file) {
-    QVN_LOG(kLogWarning, "Can't open a %s file\n", path);
+  conf_reader reader(g_core_ctrl->conf_dir.c_str(), kDbConfFile);
+  if (!reader.is_open()) {
+    QVN_LOG(kLogWarning, "Can't open a %s file\n", reader.path());
     return false;
   }
-  char line[256] = {};
-  while (std::fgets(line, kLineSize, file.get())) {
-    const char* const name = section_name(line);
-    if (name && !add_section(sections, name)) {
+  for (conf_line line; reader.next(line);) {
+    if (line.kind == conf_kind::header && !zstr(line.key) && !add_section(sections, line.key)) {
       return false;
     }
-    std::memset(line, 0, sizeof line);
   }
   return true;
 }

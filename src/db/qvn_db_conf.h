@@ -32,6 +32,9 @@ struct db_info {
 /// A database's port lies above this.
 inline constexpr uint16_t kHighestSystemPort = 1023;
 
+/// A section's name in the list file is cut there, and then not found again.
+inline constexpr std::size_t kMostSectionCharacters = 99;
+
 /// Which of the two counts of an entry a job belongs to.
 enum class job_kind : int32_t { rerate = 0, rate_upload = 1 };
 

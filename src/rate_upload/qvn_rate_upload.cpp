@@ -179,11 +179,11 @@ int32_t qvn_rate_upload_init() {
 }
 
 qvn_conf_section qvn_rate_upload_section() {
-  return {"rate_upload", kSettings};
+  return {"rate_upload", kSettings, read_rate_upload_config};
 }
 
 int32_t qvn_rate_upload_conf() {
-  return qvn_load_section(qvn_rate_upload_section().name, read_rate_upload_config);
+  return qvn_load_section(qvn_rate_upload_section());
 }
 
 int32_t qvn_rate_upload_start() {

@@ -145,11 +145,11 @@ int32_t qvn_rerate_init() {
 }
 
 qvn_conf_section qvn_rerate_section() {
-  return {"rerate", kSettings};
+  return {"rerate", kSettings, read_rerate_config};
 }
 
 int32_t qvn_rerate_conf() {
-  return qvn_load_section(qvn_rerate_section().name, read_rerate_config);
+  return qvn_load_section(qvn_rerate_section());
 }
 
 int32_t qvn_rerate_start() {

@@ -5,6 +5,7 @@
 #include <libpq-fe.h>
 #include <map>
 #include <memory>
+#include <new>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -48,6 +49,23 @@ std::string_view understood(const option_list& options, std::string_view keyword
     }
   }
   return "";
+}
+
+int32_t judge_value(const char* key, const char* value) {
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+  return read_db_config(key, value);
+}
+
+/// The sections, the last one of the file first, as the daemon reads them.
+std::vector<recorded_reading> read_as_daemon(const conf_layout& layout) {
+  std::vector<recorded_reading> readings;
+  for (auto line = layout.lines().rbegin(); line != layout.lines().rend(); ++line) {
+    if (line->kind == conf_kind::header && !line->key.empty()) {
+      readings.push_back(conf_read_section(
+          layout.lines(), kDbConfFile, line->key.substr(0, kMostSectionCharacters), judge_value));
+    }
+  }
+  return readings;
 }
 
 /// Reports on the sections of the list in the order in which the daemon reads them.
@@ -170,13 +188,16 @@ bool list_check::check_connection_string(const recorded_line& header, const db_i
 }  // namespace
 
 std::vector<conf_database> conf_check_database_list(conf_findings& findings) {
-  const conf_layout layout(conf_survey(g_core_ctrl->conf_dir.c_str(), kDbConfFile));
-  const conf_recorder recorder;
-  const bool starts = qvn_db_conf_init() == 0 && load_db_info() == 0;
-  const std::set<std::string> references = recorder.references();
+  const conf_layout layout(conf_survey(kDbConfFile));
+  if (qvn_db_conf_init() != 0) {
+    throw std::bad_alloc();
+  }
+  const bool starts = load_db_info() == 0;
+  const std::vector<recorded_reading> readings = read_as_daemon(layout);
+  const std::set<std::string> references = conf_references(readings);
   const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
   list_check check(*g_core_ctrl->db_table, layout, references, findings);
-  for (const recorded_reading& reading : recorder.readings()) {
+  for (const recorded_reading& reading : readings) {
     check.check(reading);
   }
   layout.check_headers(findings);
