@@ -25,7 +25,7 @@
 #include <random>
 #include <string>
 
-#include "db/qvn_db.h"
+#include "db/qvn_row_split.h"
 #include "plain_rater.h"
 #include "rerate/cdr_pricer.h"
 

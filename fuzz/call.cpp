@@ -20,7 +20,7 @@
 #include <tuple>
 #include <vector>
 
-#include "db/qvn_db.h"
+#include "db/qvn_row_split.h"
 #include "rerate/cdr_pricer.h"
 #include "rerate/pricing_world.h"
 #include "support.h"

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "base/qvn_text.h"
-#include "db/qvn_db.h"
+#include "db/qvn_row_split.h"
 #include "support.h"
 
 namespace {

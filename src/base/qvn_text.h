@@ -25,6 +25,12 @@ using qvn_heap_text = std::unique_ptr<char, qvn_heap_text_free>;
 /// 1 when the text is present and not empty, else 0.
 [[nodiscard]] int32_t str_nonzero(const char* text);
 
+/// The base-10 number that the text begins with, cut to the width of T; 0 when it begins with none.
+template <class T>
+[[nodiscard]] T qvn_number(const char* text) {
+  return static_cast<T>(std::strtol(text, nullptr, 10));
+}
+
 /// A heap copy; none for an absent or empty text, or when memory runs out.
 [[nodiscard]] qvn_heap_text qvn_strdup(const char* text);
 

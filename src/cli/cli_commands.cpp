@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <string>
 
-#include "base/qvn_hash.h"
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 #include "cli/cli_connection.h"
@@ -44,15 +43,10 @@ std::string list_head() {
 std::string list_rows() QVN_REQUIRES(g_core_ctrl->db_list_lock) {
   std::string text;
   int rows = 0;
-  for (const auto* element = g_core_ctrl->db_table->first; element; element = element->next) {
-    const auto* const database = reinterpret_cast<const db_info*>(element->data);
-    if (!database) {
-      continue;
-    }
-    text +=
-        qvn_format("%20s | %5d | %30s | %30s | %30s \r\n", database->host.c_str(), database->port,
-                   database->name.c_str(), database->user.c_str(), database->password.c_str())
-            .substr(0, kSeparator.size());
+  for (const db_info& database : *g_core_ctrl->db_table) {
+    text += qvn_format("%20s | %5d | %30s | %30s | %30s \r\n", database.host.c_str(), database.port,
+                       database.name.c_str(), database.user.c_str(), database.password.c_str())
+                .substr(0, kSeparator.size());
     ++rows;
   }
   return text + qvn_format("(%d rows)\r\n", rows);

@@ -12,6 +12,8 @@
 #include <memory>
 #include <string>
 
+#include "base/qvn_text.h"
+
 struct pg_connection_close {
   void operator()(PGconn* connection) const noexcept { PQfinish(connection); }
 };
@@ -90,5 +92,5 @@ void qvn_db_set_connection_defaults();
 /// The column as a base-10 number, cut to the width of T; 0 where qvn_pg_text is no number.
 template <class T>
 [[nodiscard]] T qvn_pg_number(const PGresult* result, int row, int column) {
-  return static_cast<T>(std::strtol(qvn_pg_text(result, row, column), nullptr, 10));
+  return qvn_number<T>(qvn_pg_text(result, row, column));
 }

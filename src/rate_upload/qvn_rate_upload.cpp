@@ -5,12 +5,12 @@
 #include <memory>
 #include <new>
 
-#include "base/qvn_conf_file.h"
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 #include "core/qvn_settings.h"
-#include "db/qvn_db.h"
+#include "db/qvn_db_conf.h"
 #include "db/qvn_job_queue.h"
+#include "db/qvn_pg_rows.h"
 #include "rate_upload/rate_upload_task.h"
 
 namespace {
@@ -21,7 +21,7 @@ constexpr qvn_job_queue_config kQueueConfig = {
     .source = kLogSource,
     .dispatcher_name = "qvn_import",
     .worker_name = "import",
-    .kind = job_kind::rate_upload,
+    .left = [](const qvn_job& job) { db_info_task_sub(job.label, job_kind::rate_upload); },
 };
 
 struct qvn_rate_upload_ctrl {
@@ -32,13 +32,12 @@ struct qvn_rate_upload_ctrl {
 qvn_rate_upload_ctrl* g_rate_upload_ctrl = nullptr;
 
 constexpr qvn_number_setting kMaxTask = {
-    &qvn_core_ctrl::max_rate_upload_task, 5, 300,
+    kLogSource,
+    []() -> uint16_t& { return g_core_ctrl->max_rate_upload_task; },
+    5,
+    300,
     "The max concurrent rate upload task item MUST be configurate\n",
     "The max concurrent rate upload task MUST be in 5 - 300\n"};
-
-int32_t read_max_task(const char* value) {
-  return qvn_conf_read_number(kMaxTask, value, kLogSource);
-}
 
 int32_t read_directory(const char* value) {
   return qvn_conf_read_directory(g_rate_upload_ctrl->result_directory, value,
@@ -48,7 +47,7 @@ int32_t read_directory(const char* value) {
 
 constexpr qvn_setting kSettings[] = {
     {"result_directory", read_directory, nullptr, kMostDirectoryCharacters},
-    {"max_rate_upload_task", read_max_task, &kMaxTask},
+    {"max_rate_upload_task", qvn_conf_read_number<kMaxTask>, &kMaxTask},
 };
 
 // --- one row of the job table
@@ -81,20 +80,19 @@ std::string trimmed_path(const char* column) {
 }
 
 /// Throws std::bad_alloc when memory runs out.
-std::unique_ptr<rate_upload_task> make_task(const PGresult* result, int row,
-                                            const db_info& database) {
-  const auto text_of = [&](job_column column) { return qvn_pg_text(result, row, column); };
+std::unique_ptr<rate_upload_task> make_task(const pg_row& row, const db_info& database) {
+  const auto text_of = [&](job_column column) { return row.text(column); };
   auto task = std::make_unique<rate_upload_task>();
-  task->id = qvn_pg_number<uint32_t>(result, row, kId);
+  task->id = row.number<uint32_t>(kId);
   task->upload_file_path = trimmed_path(text_of(kUploadFilePath));
   task->upload_format_file = text_of(kUploadFormatFile);
   task->rate_table_id = text_of(kRateTableId);
   task->rate_table_code_deck_id = text_of(kRateTableCodeDeckId);
   task->rate_date_format = text_of(kRateDateFormat);
   task->rate_end_date = text_of(kRateEndDate);
-  task->reduplicate_rate_action = qvn_pg_number<int32_t>(result, row, kReduplicateRateAction);
-  task->code_deck_flag = qvn_pg_number<uint8_t>(result, row, kCodeDeckFlag);
-  task->use_ocn_lata_code = qvn_pg_number<uint8_t>(result, row, kUseOcnLataCode);
+  task->reduplicate_rate_action = row.number<int32_t>(kReduplicateRateAction);
+  task->code_deck_flag = row.number<uint8_t>(kCodeDeckFlag);
+  task->use_ocn_lata_code = row.number<uint8_t>(kUseOcnLataCode);
   task->start_time = std::time(nullptr);
   task->conninfo = database.conninfo;
   task->label = qvn_db_key_make(database.host, database.name).text;
@@ -149,20 +147,17 @@ void enqueue(std::unique_ptr<rate_upload_task> task, db_info& database) {
   }
 }
 
-int32_t rate_upload_task_create(int row, PGresult* result, void* context) {
-  auto& database = *static_cast<db_info*>(context);
-  if (!qvn_db_has_columns(result, kJobColumns)) {
-    return -1;
+void rate_upload_task_create(const pg_row& row, db_info& database) {
+  if (!row.has_columns(kJobColumns)) {
+    return;
   }
   try {
-    enqueue(make_task(result, row, database), database);
+    enqueue(make_task(row, database), database);
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError,
             "Alloc memory for rate upload task failed, dbhost %s, dbname %s, task id %s\n",
-            database.host.c_str(), database.name.c_str(), qvn_pg_text(result, row, kId));
-    return -1;
+            database.host.c_str(), database.name.c_str(), row.text(kId));
   }
-  return 0;
 }
 
 }  // namespace
@@ -180,13 +175,11 @@ int32_t qvn_rate_upload_init() {
 }
 
 qvn_conf_section qvn_rate_upload_section() {
-  return {"rate_upload", kSettings};
+  return {"rate_upload", kSettings, read_rate_upload_config};
 }
 
 int32_t qvn_rate_upload_conf() {
-  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile,
-                          qvn_rate_upload_section().name, read_rate_upload_config, nullptr, nullptr,
-                          0);
+  return qvn_load_section(qvn_rate_upload_section());
 }
 
 int32_t qvn_rate_upload_start() {
@@ -212,7 +205,8 @@ int32_t qvn_rate_upload_task_get(PGconn* connection, db_info* database) {
             "Maximum rate upload task in progress, can't start a new rate upload task\n");
     return 1;
   }
-  return qvn_db_data_select_p1(connection, kRateUploadJobQuery, rate_upload_task_create, database);
+  return qvn_pg_select(connection, kRateUploadJobQuery,
+                       [database](const pg_row& row) { rate_upload_task_create(row, *database); });
 }
 
 const std::string& qvn_rate_upload_result_directory() {

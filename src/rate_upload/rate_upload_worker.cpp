@@ -204,13 +204,13 @@ void rate_upload_task::fail(const char* progress_text) {
 void rate_upload_task_progress_update(rate_upload_task& task, const char* text,
                                       upload_status status) {
   const std::string sql = progress_statement(task, text, status);
-  (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);
+  (void)qvn_db_progress(task.connection.get(), sql.c_str(), {kLogSource, __LINE__});
 }
 
 bool rate_upload_show_begin(rate_upload_task& task) {
   std::string refusal;
   const std::string sql = progress_statement(task, "Loading data", upload_status::loading);
-  qvn_db_first_progress(task.connection.get(), sql.c_str(), kLogSource, refusal);
+  qvn_db_first_progress(task.connection.get(), sql.c_str(), {kLogSource, __LINE__}, refusal);
   if (refusal.empty()) {
     return true;
   }

@@ -7,6 +7,7 @@
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
+#include "db/qvn_pg_rows.h"
 #include "rate_upload/rate_copy_line.h"
 #include "rate_upload/rate_statements.h"
 #include "rate_upload/rate_upload_task.h"

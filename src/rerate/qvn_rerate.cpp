@@ -4,12 +4,12 @@
 #include <memory>
 #include <new>
 
-#include "base/qvn_conf_file.h"
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 #include "core/qvn_settings.h"
-#include "db/qvn_db.h"
+#include "db/qvn_db_conf.h"
 #include "db/qvn_job_queue.h"
+#include "db/qvn_pg_rows.h"
 #include "rerate/rerate_task.h"
 
 namespace {
@@ -20,7 +20,7 @@ constexpr qvn_job_queue_config kQueueConfig = {
     .source = kLogSource,
     .dispatcher_name = "qvn_rerate",
     .worker_name = "rerate",
-    .kind = job_kind::rerate,
+    .left = [](const qvn_job& job) { db_info_task_sub(job.label, job_kind::rerate); },
 };
 
 struct qvn_rerate_ctrl {
@@ -31,13 +31,12 @@ struct qvn_rerate_ctrl {
 qvn_rerate_ctrl* g_rerate_ctrl = nullptr;
 
 constexpr qvn_number_setting kMaxTask = {
-    &qvn_core_ctrl::max_rerate_task, 5, 100,
+    kLogSource,
+    []() -> uint16_t& { return g_core_ctrl->max_rerate_task; },
+    5,
+    100,
     "The max concurrent rerate task item MUST be configurate\n",
     "The max concurrent rerate task MUST be in 5 - 100\n"};
-
-int32_t read_max_task(const char* value) {
-  return qvn_conf_read_number(kMaxTask, value, kLogSource);
-}
 
 int32_t read_directory(const char* value) {
   return qvn_conf_read_directory(g_rerate_ctrl->cdr_directory, value,
@@ -47,7 +46,7 @@ int32_t read_directory(const char* value) {
 
 constexpr qvn_setting kSettings[] = {
     {"cdr_directory", read_directory, nullptr, kMostDirectoryCharacters},
-    {"max_rerate_task", read_max_task, &kMaxTask},
+    {"max_rerate_task", qvn_conf_read_number<kMaxTask>, &kMaxTask},
 };
 
 // --- one row of the job table
@@ -71,17 +70,15 @@ enum job_column : int {
 };
 
 /// Throws std::bad_alloc when memory runs out.
-std::unique_ptr<rerate_task> make_task(const PGresult* result, int row, const db_info& database) {
+std::unique_ptr<rerate_task> make_task(const pg_row& row, const db_info& database) {
   constexpr std::size_t kMostAddressCharacters = 15;
-  const auto text_of = [&](job_column column) { return qvn_pg_text(result, row, column); };
-  const auto flag_of = [&](job_column column) {
-    return qvn_pg_number<uint8_t>(result, row, column);
-  };
+  const auto text_of = [&](job_column column) { return row.text(column); };
+  const auto flag_of = [&](job_column column) { return row.number<uint8_t>(column); };
   auto task = std::make_unique<rerate_task>();
-  task->id = qvn_pg_number<uint32_t>(result, row, kId);
-  task->from_time = qvn_pg_number<int64_t>(result, row, kFromTime);
-  task->to_time = qvn_pg_number<int64_t>(result, row, kToTime);
-  task->timezone = qvn_pg_number<int32_t>(result, row, kTimezone);
+  task->id = row.number<uint32_t>(kId);
+  task->from_time = row.number<int64_t>(kFromTime);
+  task->to_time = row.number<int64_t>(kToTime);
+  task->timezone = row.number<int32_t>(kTimezone);
   task->update_lrn = flag_of(kUpdateLrn);
   task->update_us_jurisdiction = flag_of(kUpdateUsJurisdiction);
   task->update_local_rate = flag_of(kUpdateLocalRate);
@@ -89,7 +86,7 @@ std::unique_ptr<rerate_task> make_task(const PGresult* result, int row, const db
   task->ingress_trunk_text = text_of(kIngressTrunk);
   task->egress_trunk_text = text_of(kEgressTrunk);
   task->lrn_server_ip = std::string_view(text_of(kLrnServerIp)).substr(0, kMostAddressCharacters);
-  task->lrn_server_port = qvn_pg_number<int32_t>(result, row, kLrnServerPort);
+  task->lrn_server_port = row.number<int32_t>(kLrnServerPort);
   task->start_time = std::time(nullptr);
   task->conninfo = database.conninfo;
   task->label = qvn_db_key_make(database.host, database.name).text;
@@ -116,19 +113,16 @@ void enqueue(std::unique_ptr<rerate_task> task, db_info& database) {
           database.rerate_count);
 }
 
-int32_t rerate_task_create(int row, PGresult* result, void* context) {
-  auto& database = *static_cast<db_info*>(context);
-  if (!qvn_db_has_columns(result, kJobColumns)) {
-    return -1;
+void rerate_task_create(const pg_row& row, db_info& database) {
+  if (!row.has_columns(kJobColumns)) {
+    return;
   }
   try {
-    enqueue(make_task(result, row, database), database);
+    enqueue(make_task(row, database), database);
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for rerate task failed, dbhost %s, dbname %s, task id %s\n",
-            database.host.c_str(), database.name.c_str(), qvn_pg_text(result, row, kId));
-    return -1;
+            database.host.c_str(), database.name.c_str(), row.text(kId));
   }
-  return 0;
 }
 
 }  // namespace
@@ -146,12 +140,11 @@ int32_t qvn_rerate_init() {
 }
 
 qvn_conf_section qvn_rerate_section() {
-  return {"rerate", kSettings};
+  return {"rerate", kSettings, read_rerate_config};
 }
 
 int32_t qvn_rerate_conf() {
-  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, qvn_rerate_section().name,
-                          read_rerate_config, nullptr, nullptr, 0);
+  return qvn_load_section(qvn_rerate_section());
 }
 
 int32_t qvn_rerate_start() {
@@ -176,7 +169,8 @@ int32_t qvn_rerate_task_get(PGconn* connection, db_info* database) {
     QVN_LOG(kLogWarning, "Maximum rerate task in progress, can't start a new rerate task\n");
     return 1;
   }
-  return qvn_db_data_select_p1(connection, kRerateJobQuery, rerate_task_create, database);
+  return qvn_pg_select(connection, kRerateJobQuery,
+                       [database](const pg_row& row) { rerate_task_create(row, *database); });
 }
 
 const std::string& qvn_rerate_cdr_directory() {

@@ -6,6 +6,7 @@
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
+#include "db/qvn_pg_rows.h"
 #include "rerate/rerate_task.h"
 
 namespace {
@@ -20,18 +21,15 @@ struct cdr_load {
   bool complete = true;  ///< false from the first call on that was lost for lack of memory
 };
 
-int32_t rerate_cdr_add(char* line, void* context) {
-  auto& load = *static_cast<cdr_load*>(context);
+void rerate_cdr_add(char* line, cdr_load& load) {
   if (!load.complete) {
-    return -1;
+    return;
   }
   try {
     load.calls.add(line);
-    return 0;
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for trunk %s rerate cdr failed\n", load.trunk.id.c_str());
     load.complete = false;
-    return -1;
   }
 }
 
@@ -69,9 +67,9 @@ bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& 
       "copy (select %s%s from %s %s) to stdout delimiter as ',' csv header", kCdrColumnList,
       task.include_q850 == 1 ? kCdrQ850ColumnList : "", day.table.c_str(), filter.c_str());
   cdr_load load{trunk, calls};
-  return qvn_db_data_copy_load_p1(task.connection.get(), sql.c_str(), rerate_cdr_add, &load,
-                                  kLabel) == 0 &&
-         load.complete;
+  const pg_copy_end end = qvn_pg_copy_lines(task.connection.get(), sql.c_str(), kLabel,
+                                            [&](char* line) { rerate_cdr_add(line, load); });
+  return end == pg_copy_end::whole && load.complete;
 }
 
 }  // namespace
@@ -93,7 +91,7 @@ int32_t get_rerate_cdr(rerate_task& task, call_side side, const rerate_trunk& tr
   QVN_LOG(kLogNotice, "Rerate task %d loading %s %s %s cdr done, elapsed %ld(s), cdr count %u\n",
           static_cast<int>(task.id), side_name(side), trunk.alias.c_str(), day.date.c_str(),
           elapsed, calls.count());
-  task.cdr_load_seconds += static_cast<int32_t>(elapsed);
+  task.cdr_load_seconds += elapsed;
   task.cdr_count += calls.count();
   return 0;
 }

@@ -7,9 +7,12 @@
 #include <new>
 
 #include "base/qvn_log.h"
+#include "base/qvn_stopwatch.h"
 #include "base/qvn_text.h"
 #include "base/qvn_time.h"
+#include "db/qvn_pg_rows.h"
 #include "rate/qvn_rate_table.h"
+#include "rate/rate_query.h"
 #include "rerate/rerate_task.h"
 
 namespace {
@@ -18,35 +21,9 @@ constexpr const char* kLogSource = "qvn_rerate";
 constexpr const char* kLabel = "Rerate";
 constexpr const char* kRateLabel = "Rerate Rate";
 
-/// Results of the row handlers.
-constexpr int32_t kDone = 0;
-constexpr int32_t kSkipped = 0;
-constexpr int32_t kStored = 1;
-constexpr int32_t kNoMemory = -1;
-
-template <class Number>
-Number number(const char* text) {
-  return static_cast<Number>(std::strtol(text, nullptr, 10));  // cut to the field's width
-}
-
-/// Adds the seconds from here to the end of the scope to a total.
-class seconds_counter {
- public:
-  explicit seconds_counter(int32_t& total) : total_(total), start_(std::time(nullptr)) {}
-  ~seconds_counter() { total_ += static_cast<int32_t>(elapsed()); }
-  seconds_counter(const seconds_counter&) = delete;
-  seconds_counter& operator=(const seconds_counter&) = delete;
-  [[nodiscard]] int64_t elapsed() const { return std::time(nullptr) - start_; }
-
- private:
-  int32_t& total_;
-  int64_t start_;
-};
-
 /// Remembers that a row was lost; the load goes on to its end.
-int32_t lost(rerate_task& task) {
+void lost(rerate_task& task) {
   task.reference_data_lost = true;
-  return kNoMemory;
 }
 
 // --- time profiles
@@ -59,38 +36,37 @@ void read_clock_time(const char* text, const char* profile_id, int32_t& hour, in
   }
 }
 
-int32_t rerate_time_profile_create(std::span<char*> fields, void* context) {
-  auto& task = *static_cast<rerate_task*>(context);
+void rerate_time_profile_create(std::span<char*> fields, rerate_task& task) {
   const char* const id = fields[0];
   time_profile_node* const profile = time_profile_node_create(id);
   rp_hash_node* const node = profile ? rp_hash_create(&task.time_profiles, id) : nullptr;
   if (!node) {
     time_profile_node_drop(profile);
     QVN_LOG(kLogError, "Alloc memory for time profile tree failed\n");
-    return lost(task);
+    lost(task);
+    return;
   }
   read_clock_time(fields[1], id, profile->start_hour, profile->start_minute, profile->start_second);
   read_clock_time(fields[2], id, profile->end_hour, profile->end_minute, profile->end_second);
-  profile->start_week = number<uint16_t>(fields[3]);
-  profile->end_week = number<uint16_t>(fields[4]);
-  profile->type = number<uint16_t>(fields[5]);
+  profile->start_week = qvn_number<uint16_t>(fields[3]);
+  profile->end_week = qvn_number<uint16_t>(fields[4]);
+  profile->type = qvn_number<uint16_t>(fields[5]);
   profile->time_zone = get_timezone_from_str(fields[6]);
   time_profile_node_link(node, profile);
-  return kDone;
 }
 
 /// None is nothing wrong: most rates apply at all hours. A table that the server does not give
 /// whole counts as none, so that a profile applies to all calls of the job or to none.
 void load_time_profiles(rerate_task& task) {
   constexpr std::size_t kColumns = 7;
-  const int32_t loaded = qvn_db_data_copy_load_p2(
+  const pg_copy_end end = qvn_pg_copy_fields(
       task.connection.get(),
       "copy time_profile (time_profile_id, start_time, end_time, start_week, end_week, "
       "type,time_zone) to stdout delimiter as ',' csv header",
-      kColumns, rerate_time_profile_create, &task, kLabel);
-  if (loaded != 0) {
+      kColumns, kLabel, [&](std::span<char*> fields) { rerate_time_profile_create(fields, task); });
+  if (end != pg_copy_end::whole) {
     (void)rp_hash_destroy(&task.time_profiles, delete_time_profile_node);
-    task.reference_data_lost = task.reference_data_lost || loaded == kCopyLost;
+    task.reference_data_lost = task.reference_data_lost || end == pg_copy_end::lost;
   }
   if (!task.time_profiles) {
     QVN_LOG(kLogNotice, "Rerate task %u not time profile data\n", task.id);
@@ -100,8 +76,7 @@ void load_time_profiles(rerate_task& task) {
 // --- jurisdictions
 // -----------------------------------------------------------------------------------
 
-int32_t create_jurisdiction_prefix_ext(std::span<char*> fields, void* context) {
-  auto& task = *static_cast<rerate_task*>(context);
+void create_jurisdiction_prefix_ext(std::span<char*> fields, rerate_task& task) {
   const char* const prefix = fields[1];
   const char* const country_id = fields[3];
   jurisdiction_prefix_node* const record = jurisdiction_prefix_node_create(fields[0], fields[2]);
@@ -110,10 +85,10 @@ int32_t create_jurisdiction_prefix_ext(std::span<char*> fields, void* context) {
   if (!node) {
     jurisdiction_prefix_node_drop(record);
     QVN_LOG(kLogError, "Alloc memory for jurisdiction prefix tree failed\n");
-    return lost(task);
+    lost(task);
+    return;
   }
   jurisdiction_prefix_node_link(node, record);
-  return kDone;
 }
 
 bool load_jurisdictions(rerate_task& task) {
@@ -121,12 +96,13 @@ bool load_jurisdictions(rerate_task& task) {
   if (task.update_us_jurisdiction != 1) {
     return true;
   }
-  const int32_t loaded = qvn_db_data_copy_load_p2(
+  const pg_copy_end end = qvn_pg_copy_fields(
       task.connection.get(),
       "copy jurisdiction_prefix (id, prefix, jurisdiction_id, jurisdiction_country_id) to stdout "
       "delimiter as ',' csv header",
-      kColumns, create_jurisdiction_prefix_ext, &task, kLabel);
-  if (loaded == 0 && task.jurisdictions) {
+      kColumns, kLabel,
+      [&](std::span<char*> fields) { create_jurisdiction_prefix_ext(fields, task); });
+  if (end == pg_copy_end::whole && task.jurisdictions) {
     return true;
   }
   QVN_LOG(kLogNotice, "Rerate task %u not jurisdiction data\n", task.id);
@@ -137,32 +113,25 @@ bool load_jurisdictions(rerate_task& task) {
 // --- settings of trunks and rate tables
 // --------------------------------------------------------------
 
-/// What the row handler of a trunk's settings works on.
-struct resource_load {
-  rerate_task& task;
-  rerate_trunk& trunk;
-};
-
-int32_t rerate_resource_create(int row, PGresult* result, void* context) {
+void rerate_resource_create(const pg_row& row, rerate_task& task, rerate_trunk& trunk) {
   constexpr std::size_t kMostAliasCharacters = 99;
   constexpr int kColumns = 4;
-  auto& [task, trunk] = *static_cast<resource_load*>(context);
-  if (!qvn_db_has_columns(result, kColumns)) {
-    return lost(task);
+  if (!row.has_columns(kColumns)) {
+    lost(task);
+    return;
   }
-  trunk.rate_decimal = qvn_pg_number<uint8_t>(result, row, 2);
-  trunk.rate_rounding = qvn_pg_number<uint8_t>(result, row, 3);
+  trunk.rate_decimal = row.number<uint8_t>(2);
+  trunk.rate_rounding = row.number<uint8_t>(3);
   try {
-    trunk.alias = qvn_cut(qvn_pg_text(result, row, 1), kMostAliasCharacters);
+    trunk.alias = qvn_cut(row.text(1), kMostAliasCharacters);
   } catch (const std::bad_alloc&) {
-    return kNoMemory;  // the alias is for texts only
+    // The trunk goes without: the alias is for texts only.
   }
-  return kDone;
 }
 
-std::unique_ptr<rate_table_settings> make_rate_table(int row, const PGresult* result) {
-  const auto text = [&](int column) { return qvn_pg_text(result, row, column); };
-  const auto number8 = [&](int column) { return qvn_pg_number<uint8_t>(result, row, column); };
+std::unique_ptr<rate_table_settings> make_rate_table(const pg_row& row) {
+  const auto text = [&](int column) { return row.text(column); };
+  const auto number8 = [&](int column) { return row.number<uint8_t>(column); };
   auto table = std::make_unique<rate_table_settings>();
   table->rate_table_id = text(0);
   table->jur_type = number8(1);
@@ -178,20 +147,17 @@ std::unique_ptr<rate_table_settings> make_rate_table(int row, const PGresult* re
   return table;
 }
 
-int32_t rerate_rate_table_create(int row, PGresult* result, void* context) {
+void rerate_rate_table_create(const pg_row& row, rerate_trunk& trunk) {
   constexpr int kColumns = 11;
-  auto& trunk = *static_cast<rerate_trunk*>(context);
-  if (!qvn_db_has_columns(result, kColumns)) {
-    return kSkipped;
+  if (!row.has_columns(kColumns)) {
+    return;
   }
   try {
-    trunk.rate_table = make_rate_table(row, result);
+    trunk.rate_table = make_rate_table(row);
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for rate table tree failed, trunk id %d rate table id %s\n",
-            number<int32_t>(trunk.id.c_str()), trunk.rate_table_id.c_str());
-    return kNoMemory;
+            qvn_number<int32_t>(trunk.id.c_str()), trunk.rate_table_id.c_str());
   }
-  return kDone;
 }
 
 void load_resource(rerate_task& task, rerate_trunk& trunk) {
@@ -199,9 +165,8 @@ void load_resource(rerate_task& task, rerate_trunk& trunk) {
       "SELECT resource_id,alias,rate_decimal,rate_rounding from resource where resource_id = '%s'",
       trunk.id.c_str());
   // Without a row the trunk has no alias and its costs no decimals.
-  resource_load load{task, trunk};
-  if (qvn_db_data_select_p1(task.connection.get(), sql.c_str(), rerate_resource_create, &load) <
-      0) {
+  if (qvn_pg_select(task.connection.get(), sql.c_str(),
+                    [&](const pg_row& row) { rerate_resource_create(row, task, trunk); }) < 0) {
     task.reference_data_lost = true;
   }
 }
@@ -212,7 +177,8 @@ bool load_rate_table(rerate_task& task, call_side side, rerate_trunk& trunk) {
       "currency_id, jurisdiction_prefix, noprefix_min_length, noprefix_max_length, "
       "prefix_min_length, prefix_max_length  from rate_table where rate_table_id = '%s'",
       trunk.rate_table_id.c_str());
-  (void)qvn_db_data_select_p1(task.connection.get(), sql.c_str(), rerate_rate_table_create, &trunk);
+  (void)qvn_pg_select(task.connection.get(), sql.c_str(),
+                      [&](const pg_row& row) { rerate_rate_table_create(row, trunk); });
   if (trunk.rate_table) {
     return true;
   }
@@ -267,10 +233,10 @@ float rate_or_none(const char* text) {
 
 /// "hours:minutes" with a sign, or hours alone.
 void read_zone(const char* text, rate_node& rate) {
-  rate.zone_hours = number<int32_t>(text);
+  rate.zone_hours = qvn_number<int32_t>(text);
   const char* const colon = std::strchr(text, ':');
   if (colon) {
-    const auto minutes = number<uint32_t>(colon + 1);
+    const auto minutes = qvn_number<uint32_t>(colon + 1);
     rate.zone_minutes = static_cast<int32_t>(*text == '-' ? 0U - minutes : minutes);
   }
 }
@@ -285,10 +251,10 @@ rate_node* make_rate(std::span<char*> fields, int64_t effective_date, int64_t en
   if (!rate) {
     return nullptr;
   }
-  rate->seconds = number<uint16_t>(fields[kSeconds]);
-  rate->interval = number<uint16_t>(fields[kInterval]);
-  rate->min_time = number<uint16_t>(fields[kMinTime]);
-  rate->grace_time = number<uint16_t>(fields[kGraceTime]);
+  rate->seconds = qvn_number<uint16_t>(fields[kSeconds]);
+  rate->interval = qvn_number<uint16_t>(fields[kInterval]);
+  rate->min_time = qvn_number<uint16_t>(fields[kMinTime]);
+  rate->grace_time = qvn_number<uint16_t>(fields[kGraceTime]);
   rate->effective_date = effective_date;
   rate->end_date = end_date;
   rate->rate = rate_or_none(fields[kRate]);
@@ -301,17 +267,16 @@ rate_node* make_rate(std::span<char*> fields, int64_t effective_date, int64_t en
   return rate;
 }
 
-int32_t create_rate_ext(std::span<char*> fields, void* context, void* extra) {
-  auto& trunk = *static_cast<rerate_trunk*>(context);
-  auto& task = *static_cast<rerate_task*>(extra);
-  const auto effective_date = number<int64_t>(fields[kEffectiveDate]);
-  const auto end_date = number<int64_t>(fields[kEndDate]);
+void create_rate_ext(std::span<char*> fields, rerate_trunk& trunk, rerate_task& task) {
+  const auto effective_date = qvn_number<int64_t>(fields[kEffectiveDate]);
+  const auto end_date = qvn_number<int64_t>(fields[kEndDate]);
   if (effective_date > task.to_time || (end_date != 0 && end_date < task.from_time)) {
-    return kSkipped;
+    return;
   }
   rate_node* const rate = make_rate(fields, effective_date, end_date);
   if (!rate) {
-    return lost(task);
+    lost(task);
+    return;
   }
   rp_hash_node* const table = rp_hash_create(&trunk.rate_tree, fields[kRateTableId]);
   rp_hash_node* const node = table ? rp_hash_create(&table->sub, fields[kCode]) : nullptr;
@@ -319,25 +284,24 @@ int32_t create_rate_ext(std::span<char*> fields, void* context, void* extra) {
     rate_node_link(node, rate);
   } else {
     rate_node_drop(rate);
-    task.reference_data_lost = true;
+    lost(task);
   }
-  return kStored;
 }
 
 /// The rates that have not ended at `date`; false when there are none or not all of them came.
 bool load_rates(rerate_task& task, rerate_trunk& trunk, int64_t date) {
-  const std::string sql = qvn_format(
-      "copy (select code, rate_id, rate_table_id, time_profile_id, extract(epoch from "
-      "(effective_date)) as effective_date, extract(epoch from (end_date)) as end_date, rate, "
-      "rate_type, intra_rate, inter_rate, local_rate, zone, setup_fee, min_time, grace_time, "
-      "interval, seconds, code_name, country from rate where rate_table_id = '%s' and "
-      "(extract(epoch from (end_date)) > %ld or end_date is null)) to stdout delimiter as ',' csv "
-      "header",
-      trunk.rate_table_id.c_str(), date);
-  const int32_t loaded = qvn_db_data_copy_load_p3(task.connection.get(), sql.c_str(), kRateColumns,
-                                                  create_rate_ext, &trunk, &task, kRateLabel);
+  const std::string sql = rates_not_ended_copy(
+      "code, rate_id, rate_table_id, time_profile_id, extract(epoch from (effective_date)) as "
+      "effective_date, extract(epoch from (end_date)) as end_date, rate, rate_type, intra_rate, "
+      "inter_rate, local_rate, zone, setup_fee, min_time, grace_time, interval, seconds, "
+      "code_name, "
+      "country",
+      trunk.rate_table_id, date);
+  const pg_copy_end end =
+      qvn_pg_copy_fields(task.connection.get(), sql.c_str(), kRateColumns, kRateLabel,
+                         [&](std::span<char*> fields) { create_rate_ext(fields, trunk, task); });
   trunk.loaded_rate_date = date;
-  return loaded == 0 && trunk.rate_tree;
+  return end == pg_copy_end::whole && trunk.rate_tree;
 }
 
 /// A rated trunk, other than `wanting`, whose rates are loaded and the same; ingress side first.
@@ -362,7 +326,7 @@ bool load_fixed_rates(rerate_task& task, call_side side) {
       trunk.borrow_rates(*other);
       continue;
     }
-    const seconds_counter counter(task.rate_load_seconds);
+    const qvn_stopwatch counter(task.rate_load_seconds);
     if (!load_rates(task, trunk, trunk.rate_date)) {
       task.fail(rerate_error::reference_data, "Get %s %s rate failed", side_name(side),
                 trunk.alias.c_str());
@@ -378,7 +342,7 @@ bool load_rates_of_day(rerate_task& task, call_side side, rerate_trunk& trunk,
     trunk.borrow_rates(*other);
     return true;
   }
-  const seconds_counter counter(task.rate_load_seconds);
+  const qvn_stopwatch counter(task.rate_load_seconds);
   if (!load_rates(task, trunk, day.start)) {
     task.fail(rerate_error::reference_data, "Get %s trunk %s rate failed", side_name(side),
               trunk.alias.c_str());

@@ -96,9 +96,9 @@ struct rerate_task final : qvn_job {
 
   int64_t start_time = 0;  ///< when the row was read, later when its work began
   int64_t end_time = 0;
-  int32_t cdr_load_seconds = 0;
-  int32_t rate_load_seconds = 0;
-  int32_t rerate_seconds = 0;  ///< counted by nobody; the row's column shows 0
+  int64_t cdr_load_seconds = 0;
+  int64_t rate_load_seconds = 0;
+  int64_t rerate_seconds = 0;  ///< counted by nobody; the row's column shows 0
   uint32_t cdr_count = 0;      ///< calls loaded, both sides
   std::string cdr_files;       ///< names of the files written, each followed by ","
 };

@@ -192,7 +192,7 @@ bool show_begin(rerate_task& task) {
   std::string refusal;
   const std::string sql =
       progress_statement(task, "Loading rate data", rerate_status::loading_rates);
-  qvn_db_first_progress(task.connection.get(), sql.c_str(), kLogSource, refusal);
+  qvn_db_first_progress(task.connection.get(), sql.c_str(), {kLogSource, __LINE__}, refusal);
   if (refusal.empty()) {
     return true;
   }
@@ -228,13 +228,14 @@ void write_final_row(rerate_task& task) {
     task.cdr_files.pop_back();  // the last comma
   }
   const std::string sql = qvn_format(
-      "update rerate_cdr_task set err_code=%d,progress='%s',status=%d,load_cdr_elapsed_sec=%d,"
-      "load_rate_elapsed_sec=%d,rerate_elapsed_sec=%d,start_time=%ld,end_time=%ld,cdr_file='%s',"
+      "update rerate_cdr_task set err_code=%d,progress='%s',status=%d,load_cdr_elapsed_sec=%ld,"
+      "load_rate_elapsed_sec=%ld,rerate_elapsed_sec=%ld,start_time=%ld,end_time=%ld,cdr_file='%s',"
       "cdr_file_path='%s' where id=%d",
       static_cast<int>(task.error), task.error_text, static_cast<int>(task.status),
       task.cdr_load_seconds, task.rate_load_seconds, task.rerate_seconds, task.start_time,
       task.end_time, task.cdr_files.c_str(), task.folder.path().c_str(), static_cast<int>(task.id));
-  (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);  // logged there
+  (void)qvn_db_progress(task.connection.get(), sql.c_str(),
+                        {kLogSource, __LINE__});  // logged there
   task.connection.reset();
 }
 
@@ -307,7 +308,7 @@ const char* side_name(call_side side) {
 
 void rerate_task_progress_update(rerate_task& task, const char* text, rerate_status status) {
   const std::string sql = progress_statement(task, text, status);
-  (void)qvn_db_progress(task.connection.get(), sql.c_str(), kLogSource);
+  (void)qvn_db_progress(task.connection.get(), sql.c_str(), {kLogSource, __LINE__});
 }
 
 int32_t rerate_task_trunk_parse(rerate_task& task, call_side side, const std::string& text) {

@@ -12,7 +12,8 @@
 
 #include "base/qvn_file.h"
 #include "base/qvn_text.h"
-#include "db/qvn_db.h"
+#include "db/qvn_pg_rows.h"
+#include "db/qvn_row_split.h"
 
 namespace {
 
