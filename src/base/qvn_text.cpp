@@ -67,7 +67,7 @@ std::size_t split_fields(char* line, std::span<char*> fields, char separator) {
   fields[0] = line;
   while (index + 1 < fields.size()) {
     char* next = cut_field(fields[index], separator);
-    if (next == nullptr) {
+    if (!next) {
       break;
     }
     fields[++index] = next;
@@ -130,7 +130,7 @@ bool is_control(std::string_view bytes) {
 }  // namespace
 
 int32_t zstr(const char* text) {
-  return text == nullptr || *text == '\0' ? 1 : 0;
+  return !text || *text == '\0' ? 1 : 0;
 }
 
 int32_t str_nonzero(const char* text) {
@@ -142,10 +142,10 @@ qvn_heap_text qvn_strdup(const char* text) {
 }
 
 qvn_heap_text qvn_strcat(const char* first, const char* second) {
-  if (first == nullptr || second == nullptr) {
+  if (!first || !second) {
     // The analyser does not see that the returned owner frees it.
     // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
-    return qvn_strdup(first == nullptr ? second : first);
+    return qvn_strdup(first ? first : second);
   }
   return heap_copy(first, second);
 }
@@ -249,7 +249,7 @@ void qvn_strip_suffix_blank(char* last) {
 }
 
 char* qvn_trim_suffix_blank(char* text) {
-  if (text != nullptr) {
+  if (text) {
     std::size_t length = std::strlen(text);
     while (length > 0 && code_of(text[length - 1]) <= kBlank) {
       text[--length] = '\0';
@@ -285,7 +285,7 @@ int32_t qvn_is_telephone_number(const char* text) {
 }
 
 int32_t qvn_is_ipaddr(const char* text) {
-  if (text == nullptr) {
+  if (!text) {
     return -1;
   }
   const std::string_view address = text;

@@ -145,7 +145,7 @@ int64_t qvn_longtime_msec() {
 
 tm* qvn_gmtime_r(tm* out) {
   const time_t now = time(nullptr);
-  if (out == nullptr || gmtime_r(&now, out) == nullptr) {
+  if (!out || !gmtime_r(&now, out)) {
     return nullptr;
   }
   if (out->tm_wday == 0) {
@@ -158,7 +158,7 @@ int32_t qvn_get_timezone() {
   const time_t now = time(nullptr);
   tm local{};
   tm utc{};
-  if (localtime_r(&now, &local) == nullptr || gmtime_r(&now, &utc) == nullptr) {
+  if (!localtime_r(&now, &local) || !gmtime_r(&now, &utc)) {
     return 0;
   }
   // Both are taken as standard time, so that their difference is the offset of now, summer time
@@ -169,7 +169,7 @@ int32_t qvn_get_timezone() {
 }
 
 int32_t qvn_strtime(const char* text, int32_t* hour, int32_t* minute, int32_t* second) {
-  if (text == nullptr) {
+  if (!text) {
     return -1;
   }
   std::string_view rest = std::string_view(text).substr(0, kClockTextLength);
@@ -191,7 +191,7 @@ void qvn_int_date_to_string(int64_t time, char* out) {
   constexpr std::size_t kOutLength = 19;
   tm date{};
   const time_t seconds = time;
-  if (out == nullptr || localtime_r(&seconds, &date) == nullptr) {
+  if (!out || !localtime_r(&seconds, &date)) {
     return;
   }
   std::array<char, kDateBufferSize> text{};
@@ -203,7 +203,7 @@ void qvn_int_date_to_string(int64_t time, char* out) {
 std::string qvn_utc_timestamp(int64_t time) {
   tm date{};
   const time_t seconds = time;
-  if (gmtime_r(&seconds, &date) == nullptr) {
+  if (!gmtime_r(&seconds, &date)) {
     return {};
   }
   std::array<char, kDateBufferSize> text{};
@@ -212,7 +212,7 @@ std::string qvn_utc_timestamp(int64_t time) {
 }
 
 int64_t qvn_string_date_to_int(const char* text) {
-  if (text == nullptr) {
+  if (!text) {
     return 0;
   }
   std::string_view rest = std::string_view(text).substr(0, kDateTextLength);

@@ -90,7 +90,7 @@ class cli_request_reader {
   qvn_line_buffer buffer_;
 };
 
-/// The client's reader of what the console sends, or whoever else answers on its port.
+/// The client's reader of what comes from the console, or another server on its port.
 class cli_answer_reader {
  public:
   /// Takes at most kSessionReadSize bytes. Calls `on_line(text)` for each line, and

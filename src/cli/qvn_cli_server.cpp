@@ -26,7 +26,7 @@ constexpr int64_t kSweepInterval = 10;  // seconds
 constexpr int kTickMilliseconds = 500;
 
 /// How often a connection is read, and how many are accepted, before the others have their turn;
-/// the rest waits for the next tick. Whoever streams without end costs next to nothing.
+/// the rest waits for the next tick. A client that streams without end costs next to nothing.
 constexpr int kReadsPerTick = 16;
 constexpr int kAcceptsPerTick = 1000;
 

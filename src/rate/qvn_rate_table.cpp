@@ -26,7 +26,7 @@ thread_local constinit qvn_slab record_slab;
 template <class Record>
 using text_field = std::pair<const char * Record::*, std::string_view>;
 
-/// A zeroed record with its texts behind it in the same piece of the slab; null without memory.
+/// A zeroed record followed by its texts in the same piece of the slab; null without memory.
 template <class Record, std::size_t Count>
 Record* make_record(const std::array<text_field<Record>, Count>& fields) {
   std::size_t size = sizeof(Record);
