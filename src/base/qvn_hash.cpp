@@ -184,8 +184,7 @@ void qvn_hash_init(qvn_hash_table* table) {
 }
 
 qvn_hash_value qvn_hash_insert(qvn_hash_table* table, const char* key, qvn_hash_value value) {
-  const int32_t keylen = length_of(key);
-  return insert_hashed(table, key, value, keylen, hash_of(key, keylen));
+  return qvn_hash_insert_ext(table, key, value, nullptr, nullptr);
 }
 
 qvn_hash_value qvn_hash_insert_ext(qvn_hash_table* table, const char* key, qvn_hash_value value,
@@ -205,19 +204,19 @@ qvn_hash_value qvn_hash_insert_ext(qvn_hash_table* table, const char* key, qvn_h
 }
 
 qvn_hash_value qvn_hash_find(const qvn_hash_table* table, const char* key) {
-  if (is_empty(table)) {
-    return 0;
-  }
-  const int32_t keylen = length_of(key);
-  return find_hashed(table, key, keylen, hash_of(key, keylen));
+  return qvn_hash_find_ext(table, key, 0, 0);
 }
 
 qvn_hash_value qvn_hash_find_ext(const qvn_hash_table* table, const char* key, int32_t keylen,
                                  uint32_t hash) {
-  if (keylen < 1) {
-    return qvn_hash_find(table, key);
+  if (is_empty(table)) {
+    return 0;
   }
-  return is_empty(table) ? 0 : find_hashed(table, key, keylen, hash);
+  if (keylen < 1) {
+    keylen = length_of(key);
+    hash = hash_of(key, keylen);
+  }
+  return find_hashed(table, key, keylen, hash);
 }
 
 void qvn_hash_this(const qvn_hash_element* element, const char** key, int32_t* keylen,

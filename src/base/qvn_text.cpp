@@ -18,10 +18,6 @@ unsigned char code_of(char c) {
   return static_cast<unsigned char>(c);
 }
 
-bool is_inner_blank(char c) {
-  return c == '\t' || c == ' ' || c == '\r';
-}
-
 bool is_ascii_digit(char c) {
   return c >= '0' && c <= '9';
 }
@@ -42,23 +38,8 @@ qvn_heap_text heap_copy(std::string_view first, std::string_view second = {}) {
 
 /// The first separator, line feed or end of a field.
 char* field_end(char* field, char separator) {
-  while (*field != '\0' && *field != separator && *field != '\n') {
-    ++field;
-  }
-  return field;
-}
-
-/// Cuts the field at its next separator and returns the field after it, or null when the line ends
-/// first.
-char* cut_field(char* field, char separator) {
-  while (*field != '\0' && *field != separator) {
-    ++field;
-  }
-  if (*field == '\0') {
-    return nullptr;
-  }
-  *field = '\0';
-  return field + 1;
+  const char ends[] = {'\n', separator, '\0'};
+  return field + std::strcspn(field, ends);
 }
 
 /// Splits until the line ends or the vector is full; returns the index of the last field.
@@ -66,11 +47,12 @@ std::size_t split_fields(char* line, std::span<char*> fields, char separator) {
   std::size_t index = 0;
   fields[0] = line;
   while (index + 1 < fields.size()) {
-    char* next = cut_field(fields[index], separator);
-    if (!next) {
+    char* const end = std::strchr(fields[index], separator);
+    if (!end) {
       break;
     }
-    fields[++index] = next;
+    *end = '\0';
+    fields[++index] = end + 1;
   }
   return index;
 }
@@ -236,14 +218,11 @@ char* qvn_skip_named_char(char* text, char named) {
 }
 
 char* qvn_strip_prefix_blank(char* text) {
-  while (is_inner_blank(*text)) {
-    ++text;
-  }
-  return text;
+  return text + std::strspn(text, "\t \r");
 }
 
 void qvn_strip_suffix_blank(char* last) {
-  while (is_inner_blank(*last) || *last == '\n') {
+  while (*last != '\0' && std::strchr("\t \r\n", *last)) {
     *last-- = '\0';
   }
 }

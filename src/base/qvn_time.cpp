@@ -26,9 +26,11 @@ void select_sleep(time_t seconds, suseconds_t microseconds) {
 }
 
 /// "%04d-%02d-%02d %02d:%02d:%02d"; the year is widened because a broken-down one counts from 1900.
-void print_date(const tm& date, std::array<char, kDateBufferSize>& out) {
+std::array<char, kDateBufferSize> date_text(const tm& date) {
+  std::array<char, kDateBufferSize> out{};
   std::snprintf(out.data(), out.size(), "%04ld-%02d-%02d %02d:%02d:%02d", date.tm_year + 1900L,
                 date.tm_mon + 1, date.tm_mday, date.tm_hour, date.tm_min, date.tm_sec);
+  return out;
 }
 
 /// The decimal number at the start of a text, cut to 32 bits; 0 for no number.
@@ -52,31 +54,19 @@ std::optional<std::string_view> take_before(std::string_view& rest, char separat
 /// Reads year, month and day, all required and at least 1, and leaves the text after the first
 /// blank.
 bool read_date(std::string_view& rest, tm& date) {
-  const auto year = take_before(rest, '-');
-  if (!year || year->empty()) {
-    return false;
-  }
-  const auto month = take_before(rest, '-');
-  if (!month || month->empty()) {
-    return false;
-  }
-  auto day = take_before(rest, ' ');
-  if (!day) {
-    day = rest;
+  const int32_t year = to_number(take_before(rest, '-').value_or(""));
+  const int32_t month = to_number(take_before(rest, '-').value_or(""));
+  const auto day_text = take_before(rest, ' ');
+  const int32_t day = to_number(day_text.value_or(rest));
+  if (!day_text) {
     rest = {};
   }
-  if (day->empty()) {
+  if (year < 1 || month < 1 || day < 1) {
     return false;
   }
-  const int32_t year_number = to_number(*year);
-  const int32_t month_number = to_number(*month);
-  const int32_t day_number = to_number(*day);
-  if (year_number < 1 || month_number < 1 || day_number < 1) {
-    return false;
-  }
-  date.tm_year = year_number - 1900;
-  date.tm_mon = month_number - 1;
-  date.tm_mday = day_number;
+  date.tm_year = year - 1900;
+  date.tm_mon = month - 1;
+  date.tm_mday = day;
   return true;
 }
 
@@ -98,11 +88,6 @@ bool read_time_of_day(std::string_view rest, tm& date) {
   }
   return date.tm_hour >= 0 && date.tm_hour <= 23 && date.tm_min >= 0 && date.tm_min <= 59 &&
          date.tm_sec >= 0 && date.tm_sec <= 59;
-}
-
-bool local_time_now(tm& out) {
-  const time_t now = time(nullptr);
-  return localtime_r(&now, &out) != nullptr;
 }
 
 }  // namespace
@@ -194,9 +179,7 @@ void qvn_int_date_to_string(int64_t time, char* out) {
   if (!out || !localtime_r(&seconds, &date)) {
     return;
   }
-  std::array<char, kDateBufferSize> text{};
-  print_date(date, text);
-  const std::size_t length = std::string_view(text.data()).copy(out, kOutLength);
+  const std::size_t length = std::string_view(date_text(date).data()).copy(out, kOutLength);
   out[length] = '\0';
 }
 
@@ -206,9 +189,7 @@ std::string qvn_utc_timestamp(int64_t time) {
   if (!gmtime_r(&seconds, &date)) {
     return {};
   }
-  std::array<char, kDateBufferSize> text{};
-  print_date(date, text);
-  return std::string(text.data()) + "+00";
+  return std::string(date_text(date).data()) + "+00";
 }
 
 int64_t qvn_string_date_to_int(const char* text) {
@@ -216,8 +197,9 @@ int64_t qvn_string_date_to_int(const char* text) {
     return 0;
   }
   std::string_view rest = std::string_view(text).substr(0, kDateTextLength);
+  const time_t now = time(nullptr);
   tm date{};
-  if (!local_time_now(date) || !read_date(rest, date) || !read_time_of_day(rest, date)) {
+  if (!localtime_r(&now, &date) || !read_date(rest, date) || !read_time_of_day(rest, date)) {
     return 0;
   }
   return mktime(&date);

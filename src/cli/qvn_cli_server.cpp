@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -237,20 +238,14 @@ void handle_events(std::span<const epoll_event> events) {
   }
 }
 
-int64_t monotonic_milliseconds() {
-  timespec now{};
-  (void)clock_gettime(CLOCK_MONOTONIC, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
 void* cli_listen_threand_run(void* /*unused*/) noexcept {
   constexpr std::size_t kMostEvents = 100;
   qvn_thread_set_name("qvn_console");
-  int64_t next_tick = 0;
+  std::chrono::steady_clock::time_point next_tick{};
   while (!exit_requested()) {
     sweep(std::time(nullptr));
-    if (const int64_t now = monotonic_milliseconds(); now >= next_tick) {
-      next_tick = now + kTickMilliseconds;
+    if (const auto now = std::chrono::steady_clock::now(); now >= next_tick) {
+      next_tick = now + std::chrono::milliseconds(kTickMilliseconds);
       resume_paused();
     }
     std::array<epoll_event, kMostEvents> events;
