@@ -192,8 +192,8 @@ void check_lookups(rp_hash_node* const* slot, level& expected, const std::string
   FUZZ_CHECK(!exact || exact == found);
 }
 
-/// A key without records stays to be found while it has children; whoever undoes more insertions of
-/// it than there were takes those of the keys on its way.
+/// A key without records stays to be found while it has children; undoing more insertions of it
+/// than there were takes those of the keys on its way.
 bool may_delete(level& expected, const std::string& key) {
   const place* const kept = match(expected, key);
   return !kept || kept->insertions > 0;

@@ -39,7 +39,7 @@ qvn_hash_element* find_in_bucket(const qvn_hash_bucket& bucket, const char* key,
   return nullptr;
 }
 
-/// An unlinked element with its key behind it in the same block, or none when memory runs out.
+/// An unlinked element followed by its key in the same block, or none when memory runs out.
 qvn_hash_element* make_element(const char* key, int32_t keylen, qvn_hash_value value) {
   const auto key_size = static_cast<std::size_t>(keylen);
   void* block = ::operator new(sizeof(qvn_hash_element) + key_size, std::nothrow);
@@ -55,7 +55,7 @@ void free_element(qvn_hash_element* element) {
   ::operator delete(element);
 }
 
-/// In front of the bucket's head, or at the very front of the list when the bucket is empty.
+/// Before the bucket's head, or at the very front of the list when the bucket is empty.
 void link_element(qvn_hash_table* ph, qvn_hash_bucket& bucket, qvn_hash_element* element) {
   qvn_hash_element* head = bucket.head;
   if (head) {
@@ -75,8 +75,8 @@ void link_element(qvn_hash_table* ph, qvn_hash_bucket& bucket, qvn_hash_element*
   bucket.head = element;
 }
 
-// The assertion texts are part of the module: what a crashed daemon leaves behind is searched for
-// by them. The formatter would change some, so it is switched off around those.
+// The assertion texts are part of the module: what a crashed daemon leaves is searched for them.
+// The formatter would change some, so it is switched off around those.
 
 /// Spreads all elements over `new_size` buckets; on a shortage of memory nothing changes.
 void rehash(qvn_hash_table* ph, uint32_t new_size) {
@@ -184,8 +184,7 @@ void qvn_hash_init(qvn_hash_table* table) {
 }
 
 qvn_hash_value qvn_hash_insert(qvn_hash_table* table, const char* key, qvn_hash_value value) {
-  const int32_t keylen = length_of(key);
-  return insert_hashed(table, key, value, keylen, hash_of(key, keylen));
+  return qvn_hash_insert_ext(table, key, value, nullptr, nullptr);
 }
 
 qvn_hash_value qvn_hash_insert_ext(qvn_hash_table* table, const char* key, qvn_hash_value value,
@@ -205,19 +204,19 @@ qvn_hash_value qvn_hash_insert_ext(qvn_hash_table* table, const char* key, qvn_h
 }
 
 qvn_hash_value qvn_hash_find(const qvn_hash_table* table, const char* key) {
-  if (is_empty(table)) {
-    return 0;
-  }
-  const int32_t keylen = length_of(key);
-  return find_hashed(table, key, keylen, hash_of(key, keylen));
+  return qvn_hash_find_ext(table, key, 0, 0);
 }
 
 qvn_hash_value qvn_hash_find_ext(const qvn_hash_table* table, const char* key, int32_t keylen,
                                  uint32_t hash) {
-  if (keylen < 1) {
-    return qvn_hash_find(table, key);
+  if (is_empty(table)) {
+    return 0;
   }
-  return is_empty(table) ? 0 : find_hashed(table, key, keylen, hash);
+  if (keylen < 1) {
+    keylen = length_of(key);
+    hash = hash_of(key, keylen);
+  }
+  return find_hashed(table, key, keylen, hash);
 }
 
 void qvn_hash_this(const qvn_hash_element* element, const char** key, int32_t* keylen,

@@ -1,5 +1,5 @@
-/// A hash for tables whose keys come from outside: whoever writes the keys must not be able to
-/// choose them so that all fall on one place. SipHash-2-4, under a key that the process draws for
+/// A hash for tables whose keys come from outside: their author must not be able to choose
+/// them so that all fall on one place. SipHash-2-4, under a key that the process draws for
 /// itself. Any thread.
 #pragma once
 

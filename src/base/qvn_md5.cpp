@@ -35,27 +35,10 @@ void add_block(digest& state, const unsigned char* block) {
   auto [a, b, c, d] = state;
   for (uint32_t step = 0; step < kBlock; ++step) {
     const uint32_t round = step / 16;
-    uint32_t mixed = 0;
-    uint32_t word = 0;
-    switch (round) {
-      case 0:
-        mixed = (b & c) | (~b & d);
-        word = step;
-        break;
-      case 1:
-        mixed = (d & b) | (~d & c);
-        word = 5 * step + 1;
-        break;
-      case 2:
-        mixed = b ^ c ^ d;
-        word = 3 * step + 5;
-        break;
-      default:
-        mixed = c ^ (b | ~d);
-        word = 7 * step;
-        break;
-    }
-    const uint32_t sum = a + mixed + kSines[step] + word_at(block + std::size_t{word % 16} * 4);
+    const uint32_t mixed[] = {(b & c) | (~b & d), (d & b) | (~d & c), b ^ c ^ d, c ^ (b | ~d)};
+    const uint32_t word[] = {step, 5 * step + 1, 3 * step + 5, 7 * step};
+    const uint32_t sum =
+        a + mixed[round] + kSines[step] + word_at(block + std::size_t{word[round] % 16} * 4);
     a = d;
     d = c;
     c = b;

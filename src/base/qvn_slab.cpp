@@ -51,15 +51,14 @@ void* map_aligned(std::size_t size) {
   return start + front;
 }
 
-// --- what the address sanitizer is told: which bytes belong to pieces
-// ---------------------------------------------------------------------------------------------
+// --- for the address sanitizer: which bytes belong to pieces ------------------------------------
 
 #if QVN_ADDRESS_SANITIZER
 
-/// In front of each piece, a line, so that pieces of whole lines still begin one. Nobody but the
-/// slab may touch it.
+/// Before each piece: a whole line, so that pieces of whole lines still begin one. For the slab
+/// alone.
 struct piece_note {
-  std::size_t size;  ///< as it was asked for; kReleased when it is nobody's any more
+  std::size_t size;  ///< as it was asked for; kReleased afterwards
   char unused[kLine - sizeof(std::size_t)];
 };
 constexpr std::size_t kReleased = SIZE_MAX;
@@ -90,7 +89,7 @@ void unguard_block(void* contents, std::size_t size) {
   __asan_unpoison_memory_region(contents, size);
 }
 
-/// Makes `size` bytes behind the note at `front` a piece; returns it.
+/// Makes `size` bytes after the note at `front` a piece; returns it.
 void* hand_out(char* front, std::size_t size) {
   __asan_unpoison_memory_region(front, kFront + size);
   new (front) piece_note{size, {}};
@@ -121,18 +120,17 @@ void take_back(void* /*piece*/) {}
 
 #endif
 
-// Pieces are counted without a lock. Whoever pays for a sanitizer or does without optimisation has
-// it looked after.
+// Pieces are counted without a lock. Builds with a sanitizer or without optimisation check the
+// thread.
 #if QVN_ADDRESS_SANITIZER || QVN_THREAD_SANITIZER || !defined(__OPTIMIZE__)
-constexpr bool kThreadIsLookedAfter = true;
+constexpr bool kThreadIsChecked = true;
 #else
-constexpr bool kThreadIsLookedAfter = false;
+constexpr bool kThreadIsChecked = false;
 #endif
 
 }  // namespace
 
-/// Stands at the front of every block.
-/// A whole line, so that pieces of whole lines begin one.
+/// Stands at the front of every block. A whole line, so that pieces of whole lines begin one.
 struct alignas(kLine) qvn_slab::block {
   std::size_t mapped;  ///< bytes of the whole block
   std::size_t used;    ///< bytes handed out, this header included
@@ -166,7 +164,7 @@ struct alignas(kLine) qvn_slab::block {
   }
 
   [[nodiscard]] bool is_of_this_thread() const {
-    return !kThreadIsLookedAfter || pthread_equal(thread, pthread_self()) != 0;
+    return !kThreadIsChecked || pthread_equal(thread, pthread_self()) != 0;
   }
 
   void* cut(std::size_t size, std::size_t taken) {

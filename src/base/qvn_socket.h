@@ -1,6 +1,9 @@
 /// Thin wrappers over IPv4 sockets: the daemon's socket options, its rules for sending, and every
 /// failure logged in fixed words. Stateless; any thread.
 ///
+/// The daemon does not call qvn_cli_reliable_send, qvn_tcp_secket, qvn_tcp_secket_connect,
+/// qvn_nonblock_udp_socket, qvn_is_public_address, qvn_domain2ip and qvn_get_addr.
+///
 /// Addresses are dotted texts, ports are in host order. Sockets are close-on-exec. A socket made in
 /// a call that fails is closed again.
 #pragma once

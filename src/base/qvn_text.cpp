@@ -18,10 +18,6 @@ unsigned char code_of(char c) {
   return static_cast<unsigned char>(c);
 }
 
-bool is_inner_blank(char c) {
-  return c == '\t' || c == ' ' || c == '\r';
-}
-
 bool is_ascii_digit(char c) {
   return c >= '0' && c <= '9';
 }
@@ -42,23 +38,8 @@ qvn_heap_text heap_copy(std::string_view first, std::string_view second = {}) {
 
 /// The first separator, line feed or end of a field.
 char* field_end(char* field, char separator) {
-  while (*field != '\0' && *field != separator && *field != '\n') {
-    ++field;
-  }
-  return field;
-}
-
-/// Cuts the field at its next separator and returns the field after it, or null when the line ends
-/// first.
-char* cut_field(char* field, char separator) {
-  while (*field != '\0' && *field != separator) {
-    ++field;
-  }
-  if (*field == '\0') {
-    return nullptr;
-  }
-  *field = '\0';
-  return field + 1;
+  const char ends[] = {'\n', separator, '\0'};
+  return field + std::strcspn(field, ends);
 }
 
 /// Splits until the line ends or the vector is full; returns the index of the last field.
@@ -66,11 +47,12 @@ std::size_t split_fields(char* line, std::span<char*> fields, char separator) {
   std::size_t index = 0;
   fields[0] = line;
   while (index + 1 < fields.size()) {
-    char* next = cut_field(fields[index], separator);
-    if (next == nullptr) {
+    char* const end = std::strchr(fields[index], separator);
+    if (!end) {
       break;
     }
-    fields[++index] = next;
+    *end = '\0';
+    fields[++index] = end + 1;
   }
   return index;
 }
@@ -130,7 +112,7 @@ bool is_control(std::string_view bytes) {
 }  // namespace
 
 int32_t zstr(const char* text) {
-  return text == nullptr || *text == '\0' ? 1 : 0;
+  return !text || *text == '\0' ? 1 : 0;
 }
 
 int32_t str_nonzero(const char* text) {
@@ -142,10 +124,10 @@ qvn_heap_text qvn_strdup(const char* text) {
 }
 
 qvn_heap_text qvn_strcat(const char* first, const char* second) {
-  if (first == nullptr || second == nullptr) {
+  if (!first || !second) {
     // The analyser does not see that the returned owner frees it.
     // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
-    return qvn_strdup(first == nullptr ? second : first);
+    return qvn_strdup(first ? first : second);
   }
   return heap_copy(first, second);
 }
@@ -236,20 +218,17 @@ char* qvn_skip_named_char(char* text, char named) {
 }
 
 char* qvn_strip_prefix_blank(char* text) {
-  while (is_inner_blank(*text)) {
-    ++text;
-  }
-  return text;
+  return text + std::strspn(text, "\t \r");
 }
 
 void qvn_strip_suffix_blank(char* last) {
-  while (is_inner_blank(*last) || *last == '\n') {
+  while (*last != '\0' && std::strchr("\t \r\n", *last)) {
     *last-- = '\0';
   }
 }
 
 char* qvn_trim_suffix_blank(char* text) {
-  if (text != nullptr) {
+  if (text) {
     std::size_t length = std::strlen(text);
     while (length > 0 && code_of(text[length - 1]) <= kBlank) {
       text[--length] = '\0';
@@ -285,7 +264,7 @@ int32_t qvn_is_telephone_number(const char* text) {
 }
 
 int32_t qvn_is_ipaddr(const char* text) {
-  if (text == nullptr) {
+  if (!text) {
     return -1;
   }
   const std::string_view address = text;

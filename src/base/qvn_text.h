@@ -1,6 +1,10 @@
 /// Small stateless text helpers, shared by all modules. Every function may be called by any thread.
 ///
 /// Where a text may be absent it is a null pointer. Characters are compared as unsigned, 0 to 255.
+///
+/// The daemon does not call qvn_strcat, qvn_dup_printf, qvn_vsprintf_dup, qvn_skip_nonblanks,
+/// qvn_skip_named_char, qvn_is_digit, qvn_is_telephone_number, qvn_is_ipaddr, qvn_booleam and
+/// qvn_row_parse_to_array_vstr.
 #pragma once
 
 #include <cstdarg>
@@ -79,8 +83,8 @@ inline constexpr std::size_t kMoneyTextSize = 64;
 [[nodiscard]] char* qvn_strip_prefix_blank(char* text);
 
 /// Given a pointer to the last character of a text, writes NUL backwards over tabs, blanks,
-/// carriage returns and line feeds, up to any other character or a NUL. A text of nothing but those
-/// is walked past its beginning, so the byte before it must be readable and end the walk (a "[", a
+/// carriage returns and line feeds, up to any other character or a NUL. A text of only those is
+/// walked past its beginning, so the byte before it must be readable and end the walk (a "[", a
 /// NUL).
 void qvn_strip_suffix_blank(char* last);
 

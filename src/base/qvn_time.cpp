@@ -26,9 +26,11 @@ void select_sleep(time_t seconds, suseconds_t microseconds) {
 }
 
 /// "%04d-%02d-%02d %02d:%02d:%02d"; the year is widened because a broken-down one counts from 1900.
-void print_date(const tm& date, std::array<char, kDateBufferSize>& out) {
+std::array<char, kDateBufferSize> date_text(const tm& date) {
+  std::array<char, kDateBufferSize> out{};
   std::snprintf(out.data(), out.size(), "%04ld-%02d-%02d %02d:%02d:%02d", date.tm_year + 1900L,
                 date.tm_mon + 1, date.tm_mday, date.tm_hour, date.tm_min, date.tm_sec);
+  return out;
 }
 
 /// The decimal number at the start of a text, cut to 32 bits; 0 for no number.
@@ -52,31 +54,19 @@ std::optional<std::string_view> take_before(std::string_view& rest, char separat
 /// Reads year, month and day, all required and at least 1, and leaves the text after the first
 /// blank.
 bool read_date(std::string_view& rest, tm& date) {
-  const auto year = take_before(rest, '-');
-  if (!year || year->empty()) {
-    return false;
-  }
-  const auto month = take_before(rest, '-');
-  if (!month || month->empty()) {
-    return false;
-  }
-  auto day = take_before(rest, ' ');
-  if (!day) {
-    day = rest;
+  const int32_t year = to_number(take_before(rest, '-').value_or(""));
+  const int32_t month = to_number(take_before(rest, '-').value_or(""));
+  const auto day_text = take_before(rest, ' ');
+  const int32_t day = to_number(day_text.value_or(rest));
+  if (!day_text) {
     rest = {};
   }
-  if (day->empty()) {
+  if (year < 1 || month < 1 || day < 1) {
     return false;
   }
-  const int32_t year_number = to_number(*year);
-  const int32_t month_number = to_number(*month);
-  const int32_t day_number = to_number(*day);
-  if (year_number < 1 || month_number < 1 || day_number < 1) {
-    return false;
-  }
-  date.tm_year = year_number - 1900;
-  date.tm_mon = month_number - 1;
-  date.tm_mday = day_number;
+  date.tm_year = year - 1900;
+  date.tm_mon = month - 1;
+  date.tm_mday = day;
   return true;
 }
 
@@ -98,11 +88,6 @@ bool read_time_of_day(std::string_view rest, tm& date) {
   }
   return date.tm_hour >= 0 && date.tm_hour <= 23 && date.tm_min >= 0 && date.tm_min <= 59 &&
          date.tm_sec >= 0 && date.tm_sec <= 59;
-}
-
-bool local_time_now(tm& out) {
-  const time_t now = time(nullptr);
-  return localtime_r(&now, &out) != nullptr;
 }
 
 }  // namespace
@@ -145,7 +130,7 @@ int64_t qvn_longtime_msec() {
 
 tm* qvn_gmtime_r(tm* out) {
   const time_t now = time(nullptr);
-  if (out == nullptr || gmtime_r(&now, out) == nullptr) {
+  if (!out || !gmtime_r(&now, out)) {
     return nullptr;
   }
   if (out->tm_wday == 0) {
@@ -158,7 +143,7 @@ int32_t qvn_get_timezone() {
   const time_t now = time(nullptr);
   tm local{};
   tm utc{};
-  if (localtime_r(&now, &local) == nullptr || gmtime_r(&now, &utc) == nullptr) {
+  if (!localtime_r(&now, &local) || !gmtime_r(&now, &utc)) {
     return 0;
   }
   // Both are taken as standard time, so that their difference is the offset of now, summer time
@@ -169,7 +154,7 @@ int32_t qvn_get_timezone() {
 }
 
 int32_t qvn_strtime(const char* text, int32_t* hour, int32_t* minute, int32_t* second) {
-  if (text == nullptr) {
+  if (!text) {
     return -1;
   }
   std::string_view rest = std::string_view(text).substr(0, kClockTextLength);
@@ -191,33 +176,30 @@ void qvn_int_date_to_string(int64_t time, char* out) {
   constexpr std::size_t kOutLength = 19;
   tm date{};
   const time_t seconds = time;
-  if (out == nullptr || localtime_r(&seconds, &date) == nullptr) {
+  if (!out || !localtime_r(&seconds, &date)) {
     return;
   }
-  std::array<char, kDateBufferSize> text{};
-  print_date(date, text);
-  const std::size_t length = std::string_view(text.data()).copy(out, kOutLength);
+  const std::size_t length = std::string_view(date_text(date).data()).copy(out, kOutLength);
   out[length] = '\0';
 }
 
 std::string qvn_utc_timestamp(int64_t time) {
   tm date{};
   const time_t seconds = time;
-  if (gmtime_r(&seconds, &date) == nullptr) {
+  if (!gmtime_r(&seconds, &date)) {
     return {};
   }
-  std::array<char, kDateBufferSize> text{};
-  print_date(date, text);
-  return std::string(text.data()) + "+00";
+  return std::string(date_text(date).data()) + "+00";
 }
 
 int64_t qvn_string_date_to_int(const char* text) {
-  if (text == nullptr) {
+  if (!text) {
     return 0;
   }
   std::string_view rest = std::string_view(text).substr(0, kDateTextLength);
+  const time_t now = time(nullptr);
   tm date{};
-  if (!local_time_now(date) || !read_date(rest, date) || !read_time_of_day(rest, date)) {
+  if (!localtime_r(&now, &date) || !read_date(rest, date) || !read_time_of_day(rest, date)) {
     return 0;
   }
   return mktime(&date);

@@ -1,12 +1,18 @@
 /// Clock, sleep and date helpers. Stateless; every function may be called by any thread.
 ///
 /// Times are seconds since the epoch in 64-bit signed integers unless a name says otherwise.
+///
+/// The daemon does not call qvn_add_gettimeofday, qvn_add_gettimeofday_us, qvn_longtime_usec,
+/// qvn_longtime_msec, qvn_get_timezone, qvn_int_date_to_string and qvn_string_date_to_int.
 #pragma once
 
 #include <cstdint>
 #include <ctime>
 #include <string>
 #include <sys/time.h>
+
+/// Without leap seconds, as the epoch counts.
+inline constexpr int64_t kSecondsPerDay = 86'400;
 
 /// Adds milliseconds, carrying into the seconds. Above 999,999 milliseconds only whole seconds are
 /// added and the microseconds become 0.
@@ -16,8 +22,8 @@ void qvn_add_gettimeofday(timeval* time, uint32_t milliseconds);
 void qvn_add_gettimeofday_us(timeval* time, uint32_t microseconds);
 
 /// Sleeps that number of microseconds by `select`. The full count is handed over beside the whole
-/// seconds contained in it, so from a second on those count twice: 1,500,000 sleeps 2.5 seconds. A
-/// signal handler that runs meanwhile ends each of the three sleeps.
+/// seconds contained in it, so from one second on those count twice: 1,500,000 sleeps 2.5 seconds.
+/// A signal handler that runs meanwhile ends each of the three sleeps.
 void qvn_usleep(uint32_t microseconds);
 void qvn_msleep(uint32_t milliseconds);
 void qvn_sleep(uint32_t seconds);

@@ -12,7 +12,7 @@ struct named_method {
   std::string_view name;
 };
 
-/// In the order of their numbers. The first stands for every word that is none of the others.
+/// In the order of their numbers. The first stands for every other word.
 constexpr named_method cli_methods[] = {
     {cli_method::unknown, "UNKNOWN"},   {cli_method::heartbeat, "heartbeat"},
     {cli_method::get_conf, "get_conf"}, {cli_method::reload_conf, "reload_conf"},

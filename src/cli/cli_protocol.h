@@ -43,7 +43,7 @@ enum class cli_login : uint8_t { none, accepted, words_missing, wrong_password }
 const char* cli_masked(char* line, std::string_view kept = "\t");
 
 /// The listener's reader of a connection that has not logged in.
-class cli_login_reader {
+class cli_login_reader : qvn_line_buffer {
  public:
   /// Takes at most kLoginReadSize bytes; true when a login in them is accepted. Further lines of
   /// such a read change nothing. Calls `on_refused(cli_login)` for each login that is not, and
@@ -62,17 +62,13 @@ class cli_login_reader {
         on_refused(login);
       }
     };
-    buffer_.feed(received, kLoginLimits, on_line,
-                 [&](char* line) { on_invalid(cli_masked(line)); });
+    feed(received, kLoginLimits, on_line, [&](char* line) { on_invalid(cli_masked(line)); });
     return login == cli_login::accepted;
   }
-
- private:
-  qvn_line_buffer buffer_;
 };
 
 /// The connection's reader of commands.
-class cli_request_reader {
+class cli_request_reader : qvn_line_buffer {
  public:
   /// Takes at most kSessionReadSize bytes. Calls `on_request(cli_method, arguments, text)` for each
   /// line, and `on_invalid(text)` for what is too long. Texts are masked.
@@ -82,16 +78,12 @@ class cli_request_reader {
       const auto [word, arguments] = cli_request_split(line);
       on_request(cli_method_find(word), arguments, cli_masked(line));
     };
-    buffer_.feed(received, kSessionLimits, on_line,
-                 [&](char* line) { on_invalid(cli_masked(line)); });
+    feed(received, kSessionLimits, on_line, [&](char* line) { on_invalid(cli_masked(line)); });
   }
-
- private:
-  qvn_line_buffer buffer_;
 };
 
-/// The client's reader of what the console sends, or whoever else answers on its port.
-class cli_answer_reader {
+/// The client's reader of what comes from the console, or another server on its port.
+class cli_answer_reader : qvn_line_buffer {
  public:
   /// Takes at most kSessionReadSize bytes. Calls `on_line(text)` for each line, and
   /// `on_invalid(text)` for what is too long. Texts are masked but for line feeds and carriage
@@ -99,11 +91,8 @@ class cli_answer_reader {
   template <class OnLine, class OnInvalid>
   void read(std::string_view received, OnLine on_line, OnInvalid on_invalid) {
     constexpr std::string_view kKept = "\t\r\n";
-    buffer_.feed(
+    feed(
         received, kSessionLimits, [&](char* line) { on_line(cli_masked(line, kKept)); },
         [&](char* line) { on_invalid(cli_masked(line, kKept)); });
   }
-
- private:
-  qvn_line_buffer buffer_;
 };

@@ -25,7 +25,7 @@ namespace {
 
 constexpr const char* kMayBeShutdown = "The CLI connection may be shutdown";
 
-/// Whoever waits for the socket looks at the exit flag this often.
+/// Each wait for the socket looks at the exit flag this often.
 constexpr int kLookAtExitFlag = 1000;  // milliseconds
 
 struct cli_client_ctrl {

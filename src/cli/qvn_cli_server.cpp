@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -26,7 +27,7 @@ constexpr int64_t kSweepInterval = 10;  // seconds
 constexpr int kTickMilliseconds = 500;
 
 /// How often a connection is read, and how many are accepted, before the others have their turn;
-/// the rest waits for the next tick. Whoever streams without end costs next to nothing.
+/// the rest waits for the next tick. A client that streams without end costs next to nothing.
 constexpr int kReadsPerTick = 16;
 constexpr int kAcceptsPerTick = 1000;
 
@@ -237,20 +238,14 @@ void handle_events(std::span<const epoll_event> events) {
   }
 }
 
-int64_t monotonic_milliseconds() {
-  timespec now{};
-  (void)clock_gettime(CLOCK_MONOTONIC, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
 void* cli_listen_threand_run(void* /*unused*/) noexcept {
   constexpr std::size_t kMostEvents = 100;
   qvn_thread_set_name("qvn_console");
-  int64_t next_tick = 0;
+  std::chrono::steady_clock::time_point next_tick{};
   while (!exit_requested()) {
     sweep(std::time(nullptr));
-    if (const int64_t now = monotonic_milliseconds(); now >= next_tick) {
-      next_tick = now + kTickMilliseconds;
+    if (const auto now = std::chrono::steady_clock::now(); now >= next_tick) {
+      next_tick = now + std::chrono::milliseconds(kTickMilliseconds);
       resume_paused();
     }
     std::array<epoll_event, kMostEvents> events;

@@ -5,7 +5,9 @@
 /// create its socket. Then for each number fill in `number` and call qvn_get_lrn_number. A record
 /// and its socket belong to one thread; several records work side by side. The local address and
 /// the first local port are those of the core control record: without a valid address all of the
-/// machine's are used, and the server is told the one by which it is reached; port 0 is any.
+/// machine's are used, and the request names the one by which the server is reached; port 0 is any.
+///
+/// For lookups to come: the daemon does not call qvn_lrn_socket_create and qvn_get_lrn_number.
 #pragma once
 
 #include <cstdint>
@@ -39,7 +41,7 @@ struct lrn_query {
 /// -1, logged.
 [[nodiscard]] int32_t qvn_lrn_socket_create(lrn_query& query);
 
-/// Looks `number` up, with up to three attempts of a second each. 0 when a response was accepted:
+/// Looks `number` up, with up to three attempts of one second each. 0 when a response was accepted:
 /// `result` has its class, and `location_info` and `lrn` what it said, or what they held before
 /// when it said nothing of it. -1 when none came; the three are as they were. Only a response
 /// without its headers is logged, at INFO; one that belongs elsewhere costs an attempt.

@@ -26,7 +26,7 @@ thread_local constinit qvn_slab record_slab;
 template <class Record>
 using text_field = std::pair<const char * Record::*, std::string_view>;
 
-/// A zeroed record with its texts behind it in the same piece of the slab; null without memory.
+/// A zeroed record followed by its texts in the same piece of the slab; null without memory.
 template <class Record, std::size_t Count>
 Record* make_record(const std::array<text_field<Record>, Count>& fields) {
   std::size_t size = sizeof(Record);
@@ -128,10 +128,13 @@ int32_t delete_by_key(rp_hash_node* node, Text Record::*key, const void* wanted)
   return 0;
 }
 
-void lower_item_count(rp_hash_node* node) {
+/// Frees the node's first record and links nothing anew. Returns 1.
+int32_t free_first(rp_hash_node* node) {
+  qvn_slab::release(node->items);
   if (node->item_count > 0) {
     --node->item_count;
   }
+  return 1;
 }
 
 const rp_hash_node* top_of(const rp_hash_node* node) {
@@ -270,19 +273,11 @@ int32_t delete_code_deck_node(rp_hash_node* node, const void* code_id) {
   if (!entry || (code_id && !same_text(entry->code_id, static_cast<const char*>(code_id)))) {
     return 0;
   }
-  qvn_slab::release(entry);
-  lower_item_count(node);
-  return 1;
+  return free_first(node);
 }
 
 int32_t delete_time_profile_node(rp_hash_node* node, const void* /*ignored*/) {
-  auto* const profile = first_of<time_profile_node>(node);
-  if (!profile) {
-    return 0;
-  }
-  qvn_slab::release(profile);
-  lower_item_count(node);
-  return 1;
+  return node->items ? free_first(node) : 0;
 }
 
 void create_del_expire_rate(const rate_node* first, uint64_t count, expire_rate_req** requests,

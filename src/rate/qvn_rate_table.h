@@ -5,8 +5,10 @@
 /// the first record and `item_count` their number. A record and its texts are one piece of a slab.
 /// Records and trees belong to the thread of their job; nothing here locks.
 ///
-/// A text that is absent is null. Bytes (x86-64): 81 a rate plus its texts, rounded up
-/// to eight, and 88 at least.
+/// A text that is absent is null. Bytes (x86-64): 81 per rate plus its texts, rounded up to eight,
+/// and 88 at least.
+///
+/// The daemon does not call create_del_expire_rate and delete_expire_rate.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +20,7 @@
 /// The tolerance below which a rate or an amount of money counts as zero.
 inline constexpr float BIILING_EPSINON = 1e-6F;
 
-/// Where a text lies that is kept behind its record: in 2 bytes instead of a pointer's 8. Null when
+/// Where a text lies that is kept after its record: in 2 bytes instead of a pointer's 8. Null when
 /// absent. Set by the record's maker.
 class near_text {
  public:
@@ -36,7 +38,7 @@ class near_text {
     return text;
   }
 
-  /// Leads to a text behind this place, null for none. One that begins beyond the reach is led to
+  /// Leads to a text after this place, null for none. One that begins beyond the reach is led to
   /// by way of `pointer`, room for a pointer within the reach.
   void lead_to(const char* text, char* pointer);
 
@@ -73,7 +75,7 @@ struct rate_node {
   near_text rate_table_id;    ///< the rate table it belongs to
   near_text time_profile_id;  ///< hours in which it applies, or null: always
   char rate_type;             ///< first character of the column
-  char texts[7];              ///< the texts begin here, and go on behind the record
+  char texts[7];              ///< the texts begin here, and go on after the record
 };
 
 /// One code of the system code deck. Outer tree key: code deck id; inner key: code. Of several

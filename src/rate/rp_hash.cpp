@@ -36,7 +36,7 @@ rp_hash_node* find_sibling(rp_hash_node* level, uint8_t ch) {
 }
 
 rp_hash_node* find_child(const rp_hash_node* parent, uint8_t ch) {
-  const rp_hash_index* const index = rp_hash_index::of(parent);
+  rp_hash_index* const index = rp_hash_index::of(parent);
   const int32_t* const link = index ? index->link_of(ch) : nullptr;
   if (link && *link != 0) {
     return index->linked_child(*link);
@@ -123,7 +123,7 @@ class descent {
     if (key_ == end_) {
       return false;
     }
-    const rp_hash_index* const index = std::exchange(index_, nullptr);
+    rp_hash_index* const index = std::exchange(index_, nullptr);
     const int32_t* const link = index->link_of(key_byte(key_));
     if (!link || (*link == 0 && index->partial)) {
       return enter_level(index->owner_node()->children);
@@ -149,7 +149,7 @@ class descent {
     return node->index != 0 ? enter_index(rp_hash_index::of(node)) : enter_level(node->children);
   }
 
-  bool enter_index(const rp_hash_index* index) {
+  bool enter_index(rp_hash_index* index) {
     index_ = index;
     qvn_prefetch(index);
     return true;
@@ -163,8 +163,8 @@ class descent {
 
   const char* key_ = nullptr;  ///< the byte to be looked for next
   const char* end_ = nullptr;
-  const rp_hash_index* index_ = nullptr;  ///< where to look for it, or null: in the level
-  rp_hash_node* level_ = nullptr;         ///< from this node on; null: nowhere
+  rp_hash_index* index_ = nullptr;  ///< where to look for it, or null: in the level
+  rp_hash_node* level_ = nullptr;   ///< from this node on; null: nowhere
   rp_hash_node* best_ = nullptr;
 };
 

@@ -1,17 +1,16 @@
 /// The prefix tree: a byte-wise trie for codes and prefixes, with a nested tree under any node.
 ///
-///     root slot -> [4]<->[3]<->...           one sibling list a level, unordered, newest first
+///     root slot -> [4]<->[3]<->...           one sibling list per level, unordered, newest first
 ///                   | '- index: digit 4 -> [4], digit 9 -> [9]
 ///                  [4]<->[9]                 44 and 49
 ///                   |
 ///                  [2]                       442; a key ends where `terminal` is 1
 ///                   '- items: the caller's circular list of records for this key
-///                   '- sub:   root slot of the nested tree (rate table id -> code, deck id ->
-///                   code)
+///                   '- sub:   root slot of the nested tree (rate table id -> code)
 ///
 /// The lists are the tree. A node with several children also has an index of them by digit, so that
-/// a search in a tree far larger than the cache fetches one line a level, not one a sibling. Other
-/// bytes than digits, and the top level, are looked up in their lists.
+/// a search in a tree far larger than the cache fetches one line per level, not one per sibling.
+/// Other bytes than digits, and the top level, are looked up in their lists.
 ///
 /// A tree is its root slot: a pointer that its owner keeps, null when empty; every operation takes
 /// the slot's address. A dialled number finds the longest key that is a prefix of it. The tree does
@@ -22,8 +21,8 @@
 /// bytes. The empty key is the default of a search that finds nothing else, but never of an exact
 /// match.
 ///
-/// Bytes (x86-64): 64 a node, one cache line, and 64 an index. Both come from slabs of the building
-/// thread: a tree is built, read and destroyed by one thread.
+/// Bytes (x86-64): 64 per node, one cache line, and 64 per index. Both come from slabs of the
+/// building thread: a tree is built, read and destroyed by one thread.
 #pragma once
 
 #include <cstddef>
@@ -93,5 +92,5 @@ int32_t rp_hash_delete(rp_hash_node** slot, const char* key, rp_hash_free_fn fre
 int32_t rp_hash_destroy(rp_hash_node** slot, rp_hash_free_fn free_fn);
 
 /// Visits every node with a payload, children and nested trees before their node. 1, or 0 for a
-/// null or empty slot.
+/// null or empty slot. The daemon does not call it.
 int32_t rp_hash_record(rp_hash_node* const* slot, rp_hash_visit_fn visit, void* argument);

@@ -11,7 +11,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <utility>
 
 #include "rate/rp_hash.h"
 
@@ -38,12 +37,9 @@ struct rp_hash_index {
   [[nodiscard]] rp_hash_node* owner_node() const { return at_distance<rp_hash_node>(this, owner); }
 
   /// The digit's link, or null for a byte that is no digit.
-  [[nodiscard]] const int32_t* link_of(uint8_t ch) const {
+  [[nodiscard]] int32_t* link_of(uint8_t ch) {
     const unsigned digit = unsigned{ch} - '0';
     return digit < std::size(child) ? &child[digit] : nullptr;
-  }
-  [[nodiscard]] int32_t* link_of(uint8_t ch) {
-    return const_cast<int32_t*>(std::as_const(*this).link_of(ch));
   }
 
   [[nodiscard]] static bool leads_to_index(int32_t link) { return (link & 1) != 0; }

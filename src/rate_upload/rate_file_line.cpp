@@ -11,6 +11,7 @@
 #include <strings.h>
 
 #include "base/qvn_text.h"
+#include "base/qvn_time.h"
 #include "rate/qvn_rate_table.h"
 
 namespace {
@@ -108,7 +109,6 @@ std::string_view unquote(std::string_view text) {
 // -------------------------------------------------------------------------------------------
 
 constexpr int kPartCount = 3;
-constexpr int64_t kSecondsPerDay = 86'400;
 constexpr std::size_t kLongestShownDate = 29;
 
 struct calendar_date {

@@ -10,12 +10,12 @@
 
 #include "base/qvn_prefetch.h"
 #include "base/qvn_text.h"
+#include "base/qvn_time.h"
 #include "rerate/call_money.h"
 
 namespace {
 
-constexpr int64_t kSecondsADay = 86'400;
-constexpr int32_t kHoursADay = 24;
+constexpr int32_t kHoursPerDay = 24;
 constexpr int32_t kDaysAWeek = 7;
 
 /// A moment in UTC.
@@ -28,10 +28,10 @@ struct clock_reading {
 
 clock_reading utc_clock(int64_t time) {
   constexpr int64_t kEpochWeekday = 4;  // a Thursday
-  int64_t day = time / kSecondsADay;
-  int64_t rest = time % kSecondsADay;
+  int64_t day = time / kSecondsPerDay;
+  int64_t rest = time % kSecondsPerDay;
   if (rest < 0) {
-    rest += kSecondsADay;
+    rest += kSecondsPerDay;
     --day;
   }
   const int64_t weekday = ((day + kEpochWeekday - 1) % kDaysAWeek + kDaysAWeek) % kDaysAWeek + 1;
@@ -42,11 +42,11 @@ clock_reading utc_clock(int64_t time) {
 /// Moves hour and weekday into a time zone, whole hours from UTC.
 clock_reading shifted(clock_reading clock, int32_t zone) {
   clock.hour += zone;
-  if (clock.hour >= kHoursADay) {
-    clock.hour -= kHoursADay;
+  if (clock.hour >= kHoursPerDay) {
+    clock.hour -= kHoursPerDay;
     clock.weekday = clock.weekday == kDaysAWeek ? 1 : clock.weekday + 1;
   } else if (clock.hour < 0) {
-    clock.hour += kHoursADay;
+    clock.hour += kHoursPerDay;
     clock.weekday = clock.weekday == 1 ? kDaysAWeek : clock.weekday - 1;
   }
   return clock;

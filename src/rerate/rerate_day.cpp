@@ -30,12 +30,11 @@ int64_t local_time(const tm& date, int hour, int minute, int second) {
 
 /// Moves to the next calendar date; false when there is none.
 bool advance(tm& date) {
-  constexpr int64_t kSecondsADay = 86'400;
   tm midnight{};
   midnight.tm_year = date.tm_year;
   midnight.tm_mon = date.tm_mon;
   midnight.tm_mday = date.tm_mday;
-  return break_down(timegm(&midnight) + kSecondsADay, date) && is_later(date, midnight);
+  return break_down(timegm(&midnight) + kSecondsPerDay, date) && is_later(date, midnight);
 }
 
 std::string date_text(const tm& date, const char* front, const char* separator) {

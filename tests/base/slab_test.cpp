@@ -12,8 +12,8 @@
 
 namespace {
 
-/// Pieces of all sizes, also larger than a block, are zeroed, aligned and nobody else's, whichever
-/// of them go.
+/// Pieces of all sizes, also larger than a block, are zeroed, aligned and apart from each other,
+/// whichever of them go.
 TEST(slab, pieces_are_zeroed_aligned_and_apart) {
   constexpr std::size_t kSizes[] = {1, 8, 72, 4095, 1 << 19, (1 << 20) - 32, 1 << 20, 3 << 20};
   qvn_slab slab;

@@ -90,10 +90,10 @@ class socket_test : public testing::Test {
   const support::TempDir folder_{""};
 };
 
-TEST_F(socket_test, a_connection_is_ready_at_both_ends_and_tells_its_peer) {
+TEST_F(socket_test, a_connection_is_ready_at_both_ends_and_stores_its_peer) {
   const qvn_fd listener(qvn_tcp_socket_and_listen(kLoopback, 0, 2));
   sockaddr_in peer{};
-  EXPECT_EQ(qvn_tcp_accept(listener.get(), &peer, "CLI"), -100) << "nobody waits";
+  EXPECT_EQ(qvn_tcp_accept(listener.get(), &peer, "CLI"), -100) << "no connection waits";
   const qvn_fd client(qvn_tcp_secket("test"));
   ASSERT_EQ(qvn_tcp_secket_connect(client.get(), kLoopback, local_port(listener.get())), 0);
   expect_session_options(client.get());
@@ -153,7 +153,7 @@ TEST_F(socket_test, a_datagram_socket_takes_the_first_free_port) {
   EXPECT_NE(fcntl(next.get(), F_GETFL) & O_NONBLOCK, 0);
 }
 
-// Behind the last port would come port 0, which binds to any.
+// After the last port would come port 0, which binds to any.
 TEST_F(socket_test, the_search_for_a_port_ends_at_the_last_one) {
   constexpr uint16_t kLast = 65535;
   const qvn_fd taken(qvn_nonblock_udp_socket(kLoopback, kLast));  // by us or by somebody else

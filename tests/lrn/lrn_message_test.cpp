@@ -34,7 +34,7 @@ TEST(lrn_request, has_these_very_bytes) {
   EXPECT_EQ(length, std::strlen(text.data()));
 }
 
-/// "accepted RESULT LOCATION LRN", "-" for what the response does not tell, or another verdict.
+/// "accepted RESULT LOCATION LRN", "-" for what the response does not say, or another verdict.
 std::string read(const std::string& datagram) {
   lrn_answer answer;
   switch (lrn_response_read(datagram, kCallId, answer)) {
@@ -101,7 +101,7 @@ TEST(lrn_response, routing_number_comes_from_the_contact) {
           {response(ok, "Contact: rn=1;\r\nLocation-Info: NX\r\n"), "accepted 2 N [1]"}});
 }
 
-TEST(lrn_response, headers_are_told_by_the_beginning_of_their_line) {
+TEST(lrn_response, headers_are_known_by_the_beginning_of_their_line) {
   const std::string ok = "SIP/2.0 302 Moved\r\n";
   const std::string rest = "From:\r\nCall-ID:7-5060\r\nCSeq:INVITE\r\n";
   expect({{ok + rest + "To", "accepted 2 - -"},

@@ -161,7 +161,7 @@ TEST_F(lrn_lookup, gives_up_after_three_attempts_and_leaves_what_it_held) {
 }
 
 TEST_F(lrn_lookup, keeps_99_characters_of_a_routing_number) {
-  // And without a local address and port it tells the server those by which it is reached.
+  // And without a local address and port the request names those by which the server is reached.
   core_.lrn_local_ip[0] = '\0';
   core_.lrn_local_port = 0;
   EXPECT_GE(qvn_lrn_socket_create(query_), 0);
