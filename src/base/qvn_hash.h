@@ -13,7 +13,8 @@
 /// Bytes (x86-64): table 24, bucket 16, element 40 plus its key in the same block.
 ///
 /// There is no lock inside: each table is guarded by its owner. Removing or inserting during a walk
-/// is not supported.
+/// is not supported. The daemon itself does without qvn_hash_insert_ext, qvn_hash_find_ext and
+/// qvn_hash_this.
 #pragma once
 
 #include <cstdint>

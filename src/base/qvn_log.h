@@ -11,7 +11,8 @@
 /// g_log_file_mutex guards the stream and its name. They are never held together, and nothing else
 /// is taken while one is held. Level, size, file and time cache are safe to use from any thread.
 /// Every function works before qvn_log_init and after qvn_log_uninit; lines are then kept in the
-/// queue, unseen, and the next qvn_log_init drops them.
+/// queue, unseen, and the next qvn_log_init drops them. The daemon itself neither binds loggers nor
+/// calls qvn_log_file_reopen.
 #pragma once
 
 #include <chrono>

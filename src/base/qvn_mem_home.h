@@ -1,5 +1,5 @@
 /// Memory home: a caller-owned head of a list of blocks that are released together, never one by
-/// one. A home is used by one thread at a time.
+/// one. A home is used by one thread at a time. The daemon itself has no memory home.
 #pragma once
 
 #include <cstddef>

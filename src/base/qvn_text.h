@@ -1,6 +1,9 @@
 /// Small stateless text helpers, shared by all modules. Every function may be called by any thread.
 ///
 /// Where a text may be absent it is a null pointer. Characters are compared as unsigned, 0 to 255.
+/// The daemon itself does without qvn_strcat, qvn_dup_printf, qvn_vsprintf_dup, qvn_skip_nonblanks,
+/// qvn_skip_named_char, qvn_is_digit, qvn_is_telephone_number, qvn_is_ipaddr, qvn_booleam and the
+/// two qvn_row_parse_to_array.
 #pragma once
 
 #include <cstdarg>

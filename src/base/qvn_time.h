@@ -1,6 +1,8 @@
 /// Clock, sleep and date helpers. Stateless; every function may be called by any thread.
 ///
-/// Times are seconds since the epoch in 64-bit signed integers unless a name says otherwise.
+/// Times are seconds since the epoch in 64-bit signed integers unless a name says otherwise. The
+/// daemon itself does without the two qvn_add_gettimeofday, the two qvn_longtime, qvn_get_timezone,
+/// qvn_int_date_to_string and qvn_string_date_to_int.
 #pragma once
 
 #include <cstdint>

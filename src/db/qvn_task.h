@@ -4,7 +4,7 @@
 ///
 /// The thread holds the database list lock for a whole cycle, connection attempts included. A
 /// database that does not answer keeps it there for a bounded time only (qvn_poll_budget.h). All
-/// functions are the main thread's and safe in any state.
+/// functions are the main thread's; exit and uninit are safe when init failed or never ran.
 #pragma once
 
 #include <cstdint>
