@@ -39,7 +39,7 @@ qvn_hash_element* find_in_bucket(const qvn_hash_bucket& bucket, const char* key,
   return nullptr;
 }
 
-/// An unlinked element with its key behind it in the same block, or none when memory runs out.
+/// An unlinked element with its key after it in the same block, or none when memory runs out.
 qvn_hash_element* make_element(const char* key, int32_t keylen, qvn_hash_value value) {
   const auto key_size = static_cast<std::size_t>(keylen);
   void* block = ::operator new(sizeof(qvn_hash_element) + key_size, std::nothrow);

@@ -44,7 +44,7 @@ struct sip_state {
   }
 };
 
-/// The bytes behind the last whole word, below the length's last byte.
+/// The bytes after the last whole word, below the length's last byte.
 uint64_t last_word(const char* rest, std::size_t length) {
   uint64_t word = 0;
   std::memcpy(&word, rest, length % kWord);

@@ -37,7 +37,7 @@ enum qvn_log_level : uint32_t {
 
 /// Prepares the module (everything passes until a level is set) and starts the log thread. Called
 /// once, by the main thread, before any other thread; does nothing while the log thread runs.
-/// Returns 0; without a log thread, which standard error is told, lines stay in the queue.
+/// Returns 0; without a log thread, which is reported on standard error, lines stay in the queue.
 int32_t qvn_log_init();
 
 /// Opens the file for appending, chooses it (or standard error when `foreground` is 1; the file is

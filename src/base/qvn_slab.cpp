@@ -51,7 +51,7 @@ void* map_aligned(std::size_t size) {
   return start + front;
 }
 
-// --- what the address sanitizer is told: which bytes belong to pieces
+// --- what the address sanitizer learns: which bytes belong to pieces
 // ---------------------------------------------------------------------------------------------
 
 #if QVN_ADDRESS_SANITIZER
@@ -59,7 +59,7 @@ void* map_aligned(std::size_t size) {
 /// In front of each piece, a line, so that pieces of whole lines still begin one. Nobody but the
 /// slab may touch it.
 struct piece_note {
-  std::size_t size;  ///< as it was asked for; kReleased when it is nobody's any more
+  std::size_t size;  ///< as it was asked for; kReleased when it has no owner any more
   char unused[kLine - sizeof(std::size_t)];
 };
 constexpr std::size_t kReleased = SIZE_MAX;
@@ -90,7 +90,7 @@ void unguard_block(void* contents, std::size_t size) {
   __asan_unpoison_memory_region(contents, size);
 }
 
-/// Makes `size` bytes behind the note at `front` a piece; returns it.
+/// Makes `size` bytes after the note at `front` a piece; returns it.
 void* hand_out(char* front, std::size_t size) {
   __asan_unpoison_memory_region(front, kFront + size);
   new (front) piece_note{size, {}};

@@ -1,6 +1,6 @@
 /// Memory for the records that exist a million times: tree nodes, rates, import records.
 ///
-/// A slab hands out zeroed pieces one behind the other from blocks of 2 MiB that come from the
+/// A slab hands out zeroed pieces one after the other from blocks of 2 MiB that come from the
 /// kernel and go back to it. A piece has no header; the block around it is found from its address
 /// and counts its live pieces. A released piece is not used again; its block goes back when its
 /// last piece is released. So loading is a pointer increment, neighbours in time are neighbours in
@@ -34,7 +34,7 @@ class qvn_slab {
   std::size_t blocks_ = 0;    ///< blocks that pieces live in
 };
 
-/// Bytes of a text behind a record in the same piece, its NUL included; none for an empty text.
+/// Bytes of a text after a record in the same piece, its NUL included; none for an empty text.
 [[nodiscard]] inline std::size_t qvn_stored_size(std::string_view text) {
   return text.empty() ? 0 : text.size() + 1;
 }
