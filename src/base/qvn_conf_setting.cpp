@@ -24,10 +24,6 @@ int32_t assign_setting(std::string& field, const char* value, const char* source
   return -1;
 }
 
-uint32_t number32(const char* value) {
-  return static_cast<uint32_t>(std::strtol(value, nullptr, 10));  // cut to the field's 32 bits
-}
-
 int32_t complain(const qvn_number_setting& setting, const char* message) {
   if (!setting.tolerant) {
     return qvn_conf_refuse(message, setting.source, setting.line);
@@ -51,7 +47,8 @@ int32_t qvn_setting_read(std::span<const qvn_setting> settings, const char* key,
 }
 
 uint32_t qvn_setting_stored(const qvn_number_setting& setting, const char* value) {
-  return setting.field ? qvn_conf_number16(value) : number32(value) * setting.factor;
+  const auto number = static_cast<uint32_t>(std::strtol(value, nullptr, 10));  // cut to 32 bits
+  return number * setting.factor & setting.widest;
 }
 
 int32_t qvn_conf_read_number(const qvn_number_setting& setting, const char* value) {
@@ -59,19 +56,9 @@ int32_t qvn_conf_read_number(const qvn_number_setting& setting, const char* valu
     return complain(setting, setting.when_empty);
   }
   const uint32_t number = qvn_setting_stored(setting, value);
-  if (setting.field) {
-    setting.field() = static_cast<uint16_t>(number);  // has been cut
-  } else {
-    setting.wide_field() = number;
-  }
-  if (number < setting.lowest || number > setting.highest) {
-    return complain(setting, setting.when_out_of_range);
-  }
-  return 0;
-}
-
-uint16_t qvn_conf_number16(const char* value) {
-  return static_cast<uint16_t>(std::strtol(value, nullptr, 10));  // cut to the field's 16 bits
+  setting.store(number);
+  const bool fits = number >= setting.lowest && number <= setting.highest;
+  return fits ? 0 : complain(setting, setting.when_out_of_range);
 }
 
 int32_t qvn_conf_read_text(std::string& text, const char* value, const char* when_empty,

@@ -15,16 +15,16 @@
 
 /// A number of any section, with its range and its messages.
 struct qvn_number_setting {
-  const char* source;    ///< module word of its messages
-  uint16_t& (*field)();  ///< of 16 bits; null: `wide_field`
-  uint32_t lowest;       ///< of what is stored
+  const char* source;              ///< module word of its messages
+  void (*store)(uint32_t number);  ///< into its field
+  uint32_t lowest;                 ///< of what is stored
   uint32_t highest;
   const char* when_empty;
   const char* when_out_of_range;
-  uint32_t& (*wide_field)() = nullptr;
-  uint32_t factor = 1;         ///< what is stored is the number times this
-  bool tolerant = false;       ///< a bad value is logged at INFO and does not stop its section
-  bool zero_is_unset = false;  ///< a stored 0 leaves the default in use
+  uint32_t widest = UINT16_MAX;  ///< what the field holds: a number is cut to these bits
+  uint32_t factor = 1;           ///< what is stored is the number times this
+  bool tolerant = false;         ///< a bad value is logged at INFO and does not stop its section
+  bool zero_is_unset = false;    ///< a stored 0 leaves the default in use
   int line = __builtin_LINE();
 };
 
@@ -53,7 +53,7 @@ struct qvn_conf_section {
 [[nodiscard]] int32_t qvn_setting_read(std::span<const qvn_setting> settings, const char* key,
                                        const char* value);
 
-/// What is stored for the value: base-10, times the factor, cut to the field's width.
+/// What is stored for the value: base-10, times the factor, cut.
 [[nodiscard]] uint32_t qvn_setting_stored(const qvn_number_setting& setting, const char* value);
 
 /// Stores a number. 0, or -1, with the setting's NOTICE, when the value is empty or the stored
@@ -65,9 +65,6 @@ template <const qvn_number_setting& Setting>
 int32_t qvn_conf_read_number(const char* value) {
   return qvn_conf_read_number(Setting, value);
 }
-
-/// Reads a base-10 number into a field of 16 bits, cut to its width.
-[[nodiscard]] uint16_t qvn_conf_number16(const char* value);
 
 /// Stores a text. 0, or -1 when the value is empty, with `when_empty` as NOTICE under the module
 /// word `source` and the caller's line, or when memory runs out, with the text as it was.

@@ -40,7 +40,7 @@ constexpr std::array<const char*, 9> log_level_desc = {"[EMERGENCY]", "[ALERT]",
                                                        "[ERROR]",     "[WARNING]", "[NOTICE]",
                                                        "[INFO]",      "[DEBUG]",   ""};
 
-/// One queued line; its text lies behind it in the same block.
+/// One queued line; its text lies after it in the same block.
 struct log_entry {
   log_entry* next;  ///< the line queued after this one
   char* text;       ///< the complete line
@@ -77,7 +77,7 @@ const char* level_label(uint32_t level) {
   return log_level_desc[std::min<std::size_t>(level, log_level_desc.size() - 1)];
 }
 
-/// The current local second, with a blank behind it; empty when it cannot be broken down.
+/// The current local second, with a blank after it; empty when it cannot be broken down.
 const char* timestamp() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
@@ -113,7 +113,7 @@ bool queue_is_full() {
   return g_curr_log_que_size.load(std::memory_order_relaxed) > kQueueLimit;
 }
 
-/// Links the entry behind the last one; false when the queue has filled up by now.
+/// Links the entry after the last one; false when the queue has filled up by now.
 bool link_entry(log_entry* entry) {
   bool was_empty = false;
   {

@@ -11,7 +11,8 @@
 /// g_log_file_mutex guards the stream and its name. They are never held together, and nothing else
 /// is taken while one is held. Level, size, file and time cache are safe to use from any thread.
 /// Every function works before qvn_log_init and after qvn_log_uninit; lines are then kept in the
-/// queue, unseen, and the next qvn_log_init drops them.
+/// queue, unseen, and the next qvn_log_init drops them. The daemon itself neither binds loggers nor
+/// calls qvn_log_file_reopen.
 #pragma once
 
 #include <chrono>
@@ -36,7 +37,7 @@ enum qvn_log_level : uint32_t {
 
 /// Prepares the module (everything passes until a level is set) and starts the log thread. Called
 /// once, by the main thread, before any other thread; does nothing while the log thread runs.
-/// Returns 0; without a log thread, which standard error is told, lines stay in the queue.
+/// Returns 0; without a log thread, which is reported on standard error, lines stay in the queue.
 int32_t qvn_log_init();
 
 /// Opens the file for appending, chooses it (or standard error when `foreground` is 1; the file is

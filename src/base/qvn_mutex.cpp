@@ -12,7 +12,7 @@ bool qvn_condition::wait_for(qvn_mutex& mutex, std::chrono::nanoseconds timeout)
   return pthread_cond_clockwait(&handle_, &mutex.handle_, CLOCK_MONOTONIC, &deadline) == 0;
 }
 
-/// Takes a lock that nobody holds, or waits in line.
+/// Takes a lock that is free, or waits in line.
 bool qvn_fair_mutex::take_or_join(waiter& self) {
   if (!held_) {
     held_ = true;

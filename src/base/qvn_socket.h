@@ -5,7 +5,9 @@
 /// qvn_nonblock_udp_socket, qvn_is_public_address, qvn_domain2ip and qvn_get_addr.
 ///
 /// Addresses are dotted texts, ports are in host order. Sockets are close-on-exec. A socket made in
-/// a call that fails is closed again.
+/// a call that fails is closed again. The daemon itself does without qvn_cli_reliable_send,
+/// qvn_tcp_secket, qvn_tcp_secket_connect, qvn_nonblock_udp_socket, qvn_is_public_address,
+/// qvn_domain2ip and qvn_get_addr.
 #pragma once
 
 #include <cstddef>

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <sys/stat.h>
+#include <type_traits>
 
 #include "base/qvn_mutex.h"
 
@@ -36,8 +37,8 @@ struct qvn_core_ctrl {
   std::string cli_login_user;             ///< console login user
   std::string cli_login_pwd;              ///< console login password
 
-  char lrn_local_ip[kAddressSize] = {};  ///< local address of the number lookup; set by nobody yet
-  uint16_t lrn_local_port = 0;           ///< local port of the number lookup; set by nobody yet
+  char lrn_local_ip[kAddressSize] = {};  ///< local address of the number lookup; not set yet
+  uint16_t lrn_local_port = 0;           ///< local port of the number lookup; not set yet
 
   /// The database list lock. The poller holds it for a whole cycle, connections included; under it
   /// only the mutex of one job module may be taken. Served in order of arrival.
@@ -60,6 +61,13 @@ struct qvn_core_ctrl {
 /// Null before `main` makes it and after qvn_core_free.
 extern qvn_core_ctrl* g_core_ctrl;
 
-/// Whether this is the daemon's own pid file, which nobody may open: closing it again drops the
+/// Stores a number, which fits, in a field of the record.
+template <auto Field>
+void qvn_core_store(uint32_t number) {
+  auto& field = g_core_ctrl->*Field;
+  field = static_cast<std::remove_reference_t<decltype(field)>>(number);
+}
+
+/// Whether this is the daemon's own pid file, which must not be opened: closing it again drops the
 /// lock. False without a record. Any thread.
 [[nodiscard]] bool qvn_is_pid_file(const struct stat& status);

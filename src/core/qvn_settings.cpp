@@ -26,39 +26,37 @@ int32_t read_listen_ip(const char* value) {
 constexpr const char* kLogLevelInvalid =
     "The log level invalid  in the %s file, used the default level\n";
 
-constexpr qvn_number_setting kLogLevel = {
-    .source = kLogSource,
-    .field = nullptr,
-    .lowest = kLogEmergency,
-    .highest = kLogDebug,
-    .when_empty = kLogLevelInvalid,
-    .when_out_of_range = kLogLevelInvalid,
-    .wide_field = []() -> uint32_t& { return g_core_ctrl->log_level; },
-    .tolerant = true};
+constexpr qvn_number_setting kLogLevel = {.source = kLogSource,
+                                          .store = qvn_core_store<&qvn_core_ctrl::log_level>,
+                                          .lowest = kLogEmergency,
+                                          .highest = kLogDebug,
+                                          .when_empty = kLogLevelInvalid,
+                                          .when_out_of_range = kLogLevelInvalid,
+                                          .widest = UINT32_MAX,
+                                          .tolerant = true};
 
 constexpr uint32_t kBytesPerKilobyte = 1024;
 constexpr qvn_number_setting kMaxLogSize = {
     .source = kLogSource,
-    .field = nullptr,
+    .store = qvn_core_store<&qvn_core_ctrl::max_log_size>,
     .lowest = 1024,
     .highest = 1024U * 1024U * 1024U,
     .when_empty = "The max log file size item MUST be configurate\n",
     .when_out_of_range = "The max log file size MUST be in 1024 - 1024*1024(KB)\n",
-    .wide_field = []() -> uint32_t& { return g_core_ctrl->max_log_size; },
+    .widest = UINT32_MAX,
     .factor = kBytesPerKilobyte,
     .zero_is_unset = true};
 
-constexpr qvn_number_setting kListenPort = {
-    kLogSource,
-    []() -> uint16_t& { return g_core_ctrl->cli_listen_port; },
-    1024,
-    65534,
-    "The CLI server listen port item MUST be configurate\n",
-    "The CLI server listen port MUST be in 1024 - 65534\n"};
+constexpr qvn_number_setting kListenPort = {kLogSource,
+                                            qvn_core_store<&qvn_core_ctrl::cli_listen_port>,
+                                            1024,
+                                            65534,
+                                            "The CLI server listen port item MUST be configurate\n",
+                                            "The CLI server listen port MUST be in 1024 - 65534\n"};
 
 constexpr qvn_number_setting kConnectionExpires = {
     kLogSource,
-    []() -> uint16_t& { return g_core_ctrl->cli_connection_expires; },
+    qvn_core_store<&qvn_core_ctrl::cli_connection_expires>,
     10,
     3600,
     "The CLI connection  expires item MUST be configurate\n",
@@ -66,7 +64,7 @@ constexpr qvn_number_setting kConnectionExpires = {
 
 constexpr qvn_number_setting kConnectionLimit = {
     kLogSource,
-    []() -> uint16_t& { return g_core_ctrl->cli_connection_limit; },
+    qvn_core_store<&qvn_core_ctrl::cli_connection_limit>,
     1,
     kMaxCliConnections,
     "The CLI connection limit count item MUST be configurate\n",

@@ -96,12 +96,12 @@ std::unique_ptr<db_info> make_entry(const std::string& host, uint16_t port, cons
   }
 }
 
-uint16_t& staged_port() QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  return g_db_section->port;
+void stage_port(uint32_t number) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  g_db_section->port = static_cast<uint16_t>(number);  // has been cut
 }
 
 constexpr qvn_number_setting kPort = {
-    kLogSource, staged_port, 0, UINT16_MAX, "The listen database listen port MUST be configurate\n",
+    kLogSource, stage_port, 0, UINT16_MAX, "The listen database listen port MUST be configurate\n",
     ""};
 
 int32_t stage_text(std::string& staged, const char* value, const char* when_empty,

@@ -107,7 +107,7 @@ void qvn_job_queue::start_worker(qvn_job* job) {
   if (error == 0) {
     return;
   }
-  (void)qvn_log_print(config_.source, __LINE__, kLogError, 0,
+  (void)qvn_log_print(config_.source, config_.line, kLogError, 0,
                       "%s task %u worker thread can't be started, %s\n", job->label.c_str(),
                       job->id, std::strerror(error));
   retire(job);

@@ -52,6 +52,7 @@ struct qvn_job_queue_config {
   const char* worker_name;      ///< thread name, followed by the job's id
   /// Called when a job has left the queue, by its worker; no lock is held.
   void (*left)(const qvn_job& job);
+  int line = __builtin_LINE();  ///< of the configuration in its module; its log lines name it
 };
 
 class qvn_job_queue {

@@ -4,7 +4,7 @@
 ///
 /// The thread holds the database list lock for a whole cycle, connection attempts included. A
 /// database that does not answer keeps it there for a bounded time only (qvn_poll_budget.h). All
-/// functions are the main thread's and safe in any state.
+/// functions are the main thread's; exit and uninit are safe when init failed or never ran.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 struct db_info;
 
-/// Asks a job module for work in the database behind the connection, which stays the poller's.
+/// Asks a job module for work in the database of the connection, which stays the poller's.
 /// Above 0 when jobs were found or the module is full, 0 when there are none, -1 when it could not
 /// ask. Runs under the database list lock; what it needs of the database later it copies.
 using qvn_job_picker = int32_t (*)(PGconn* connection, db_info* database);

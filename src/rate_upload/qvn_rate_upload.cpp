@@ -33,7 +33,7 @@ qvn_rate_upload_ctrl* g_rate_upload_ctrl = nullptr;
 
 constexpr qvn_number_setting kMaxTask = {
     kLogSource,
-    []() -> uint16_t& { return g_core_ctrl->max_rate_upload_task; },
+    qvn_core_store<&qvn_core_ctrl::max_rate_upload_task>,
     5,
     300,
     "The max concurrent rate upload task item MUST be configurate\n",

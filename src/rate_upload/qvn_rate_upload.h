@@ -31,9 +31,9 @@ int32_t qvn_rate_upload_exit();
 /// Frees the waiting imports and the module. Returns 0.
 int32_t qvn_rate_upload_uninit();
 
-/// Picks up at most two waiting rows of the database behind `connection`. 1 when the module is at
-/// its limit, which one job, and each poll by two, may exceed; else the number of rows, or -1 when
-/// the query could not be sent. Poller thread, which holds the database list lock.
+/// Picks up at most two waiting rows of the database behind `connection`. 1 when the module is
+/// above its limit, which therefore may be exceeded by two; else the number of rows, or -1 when the
+/// query could not be sent. Poller thread, which holds the database list lock.
 [[nodiscard]] int32_t qvn_rate_upload_task_get(PGconn* connection, db_info* database)
     QVN_REQUIRES(g_core_ctrl->db_list_lock);
 

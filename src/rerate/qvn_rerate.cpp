@@ -32,7 +32,7 @@ qvn_rerate_ctrl* g_rerate_ctrl = nullptr;
 
 constexpr qvn_number_setting kMaxTask = {
     kLogSource,
-    []() -> uint16_t& { return g_core_ctrl->max_rerate_task; },
+    qvn_core_store<&qvn_core_ctrl::max_rerate_task>,
     5,
     100,
     "The max concurrent rerate task item MUST be configurate\n",

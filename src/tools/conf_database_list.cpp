@@ -61,8 +61,7 @@ std::vector<recorded_reading> read_as_daemon(const conf_layout& layout) {
   std::vector<recorded_reading> readings;
   for (auto line = layout.lines().rbegin(); line != layout.lines().rend(); ++line) {
     if (line->kind == conf_kind::header && !line->key.empty()) {
-      readings.push_back(conf_read_section(
-          layout.lines(), kDbConfFile, line->key.substr(0, kMostSectionCharacters), judge_value));
+      readings.push_back(layout.read(line->key.substr(0, kMostSectionCharacters), judge_value));
     }
   }
   return readings;
@@ -131,7 +130,8 @@ bool list_check::check_whole(const recorded_line& header, const section_values& 
                   kUnusable);
     return false;
   }
-  if (qvn_conf_number16(value_of(values, "db_listen_port").c_str()) <= kHighestSystemPort) {
+  const qvn_setting& port = *qvn_setting_find(qvn_db_settings(), "db_listen_port");
+  if (qvn_setting_stored(*port.number, values.at(&port).c_str()) <= kHighestSystemPort) {
     findings_.add(header.number,
                   section + "has a db_listen_port below " + std::to_string(kHighestSystemPort + 1) +
                       ": the daemon does not start",
@@ -188,7 +188,7 @@ bool list_check::check_connection_string(const recorded_line& header, const db_i
 }  // namespace
 
 std::vector<conf_database> conf_check_database_list(conf_findings& findings) {
-  const conf_layout layout(conf_survey(kDbConfFile));
+  const conf_layout layout(kDbConfFile);
   if (qvn_db_conf_init() != 0) {
     throw std::bad_alloc();
   }

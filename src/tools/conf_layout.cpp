@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "core/qvn_core_ctrl.h"
+
 namespace {
 
 std::string repeated(const std::string& name, int first) {
@@ -13,6 +15,54 @@ bool is_header(const recorded_line& line) {
 }
 
 }  // namespace
+
+std::set<std::string> conf_references(const std::vector<recorded_reading>& readings) {
+  std::set<std::string> found;
+  for (const recorded_reading& reading : readings) {
+    for (const recorded_line& line : reading.lines) {
+      if (line.is_reference && line.fate != conf_fate::no_reference) {
+        found.insert(line.written);
+      }
+    }
+  }
+  return found;
+}
+
+conf_layout::conf_layout(const char* file_name) : file_name_(file_name) {
+  conf_reader reader(g_core_ctrl->conf_dir.c_str(), file_name);
+  for (conf_line line; reader.is_open() && reader.next(line);) {
+    lines_.push_back(
+        {line.number, line.continued, line.goes_on, line.kind, line.key, line.value, line.dropped});
+  }
+}
+
+void conf_layout::hand_over(recorded_line& line, conf_callback handler) const {
+  const char* const directory = g_core_ctrl->conf_dir.c_str();
+  line.is_reference = qvn_conf_is_reference(line.written.c_str());
+  line.value = qvn_conf_resolve(directory, file_name_, line.written.c_str()).data();
+  if (line.value.empty()) {
+    line.fate = conf_fate::no_reference;
+  } else {
+    const bool stops = handler(line.key.c_str(), line.value.c_str()) != 0;
+    line.fate = stops ? conf_fate::stopped : conf_fate::taken;
+  }
+}
+
+recorded_reading conf_layout::read(const std::string& section, conf_callback handler) const {
+  recorded_reading reading{section, {}};
+  const recorded_line* line = header(section);
+  const recorded_line* const end = lines_.data() + lines_.size();
+  for (bool goes_on = line != nullptr; goes_on && ++line != end && !is_header(*line);) {
+    if (line->is_content()) {
+      recorded_line& own = reading.lines.emplace_back(*line);
+      if (own.kind == conf_kind::pair) {
+        hand_over(own, handler);
+      }
+      goes_on = own.fate != conf_fate::stopped;
+    }
+  }
+  return reading;
+}
 
 const recorded_line* conf_layout::header(const std::string& name) const {
   const auto found = std::ranges::find_if(

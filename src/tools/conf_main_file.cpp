@@ -26,8 +26,7 @@ std::vector<recorded_reading> read_as_daemon(const conf_layout& layout,
   }
   std::vector<recorded_reading> readings;
   for (const qvn_conf_section& section : sections) {
-    readings.push_back(
-        conf_read_section(layout.lines(), kMainConfFile, section.name, section.handler));
+    readings.push_back(layout.read(section.name, section.handler));
   }
   (void)qvn_rate_upload_uninit();
   (void)qvn_rerate_uninit();
@@ -66,7 +65,7 @@ bool can_be_bound(in_addr_t address) {
   return bind(fd.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
 }
 
-/// The daemon ends when its console cannot listen; on no address at all nobody reaches it.
+/// The daemon ends when its console cannot listen; without an address it cannot be reached.
 void check_console_address(const recorded_line& line, conf_findings& findings) {
   const in_addr_t address = inet_addr(g_core_ctrl->cli_listen_ip);
   if (address == INADDR_NONE) {
@@ -94,7 +93,7 @@ void check_console(const recorded_reading& reading, conf_findings& findings) {
 void conf_check_main_file(conf_findings& findings) {
   const qvn_conf_section sections[] = {qvn_general_section(), qvn_cli_section(),
                                        qvn_rerate_section(), qvn_rate_upload_section()};
-  const conf_layout layout(conf_survey(kMainConfFile));
+  const conf_layout layout(kMainConfFile);
   const std::vector<recorded_reading> readings = read_as_daemon(layout, sections);
   const std::set<std::string> references = conf_references(readings);
   for (std::size_t i = 0; i < readings.size(); ++i) {

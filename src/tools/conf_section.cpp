@@ -21,23 +21,23 @@ bool reached_handler(const recorded_line& line) {
   return line.fate == conf_fate::taken || line.fate == conf_fate::stopped;
 }
 
-/// Where the text begins that a line has behind its value, or npos.
-std::size_t text_behind(const std::string& dropped) {
+/// Where the text begins that a line has after its value, or npos.
+std::size_t text_after(const std::string& dropped) {
   return dropped.find_first_not_of(" \t\r\n");
 }
 
-/// Whether nothing stands behind a value but a note, which a blank keeps apart from it.
+/// Whether nothing follows a value but a note, which a blank keeps apart from it.
 bool is_note(const std::string& dropped) {
-  const std::size_t start = text_behind(dropped);
+  const std::size_t start = text_after(dropped);
   return start == std::string::npos ||
          (start > 0 && (dropped[start] == '#' || dropped[start] == ';'));
 }
 
-/// Whether a part of what was meant is lost; behind a password nobody would expect a note.
+/// Whether a part of what was meant is lost; after a password a note is not expected.
 bool is_cut(const recorded_line& line, const qvn_setting& setting) {
   // A tab keeps a note apart as well, though it stays part of the value.
-  const std::string behind = (line.written.ends_with('\t') ? "\t" : "") + line.dropped;
-  return !is_note(behind) || (setting.secret && text_behind(behind) != std::string::npos);
+  const std::string after = (line.written.ends_with('\t') ? "\t" : "") + line.dropped;
+  return !is_note(after) || (setting.secret && text_after(after) != std::string::npos);
 }
 
 std::string sign_name(char sign) {
@@ -51,7 +51,7 @@ std::string sign_name(char sign) {
   }
 }
 
-/// The number that a value begins with, as it is written; `rest` is what stands behind it.
+/// The number that a value begins with, as it is written; `rest` is what follows it.
 long written_number(const std::string& value, std::string& rest) {
   char* end = nullptr;
   const long number = std::strtol(value.c_str(), &end, 10);

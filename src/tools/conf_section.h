@@ -7,7 +7,7 @@
 
 #include "base/qvn_conf_setting.h"
 #include "tools/conf_findings.h"
-#include "tools/conf_record.h"
+#include "tools/conf_layout.h"
 
 /// What a section is compared with.
 struct conf_known {

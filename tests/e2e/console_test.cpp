@@ -10,6 +10,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "base/qvn_sanitizer.h"
 #include "base/qvn_socket.h"
 #include "support/daemon_harness.h"
 #include "support/test_cluster.h"
@@ -34,11 +35,7 @@ constexpr const char* kHeader =
     "----+--------------------------------\r\n";
 
 /// What the sanitizers make of memory and processor time is their own affair.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
+constexpr bool kSanitized = QVN_ADDRESS_SANITIZER || QVN_THREAD_SANITIZER;
 
 std::string right(const std::string& text, size_t width) {
   return text.size() < width ? std::string(width - text.size(), ' ') + text : text;

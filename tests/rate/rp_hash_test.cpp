@@ -7,6 +7,8 @@
 #include <sys/mman.h>
 #include <vector>
 
+#include "base/qvn_sanitizer.h"
+
 namespace {
 
 /// Payload for the tests: only counted, so one address serves all.
@@ -66,7 +68,7 @@ TEST_F(prefix_tree, visit_reaches_every_payload_below_first_and_the_newest_of_a_
   EXPECT_EQ(seen, "3521");
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !QVN_ADDRESS_SANITIZER
 /// Indexes reach nodes by distances of up to 64 GiB. A daemon that holds the calls of a day may
 /// get memory from farther away: then crowded levels have nodes on both sides of the gap.
 TEST_F(prefix_tree, nodes_may_lie_anywhere_in_the_address_space) {
