@@ -11,9 +11,9 @@
 #include "db/qvn_db.h"
 #include "db/qvn_job_folder.h"
 #include "db/qvn_job_queue.h"
+#include "rate_upload/code_decks.h"
+#include "rate_upload/deck_dates.h"
 #include "rate_upload/import_record.h"
-#include "rate_upload/rate_code_deck.h"
-#include "rate_upload/rate_file_line.h"
 #include "rate_upload/seen_codes.h"
 #include "rate_upload/statement_list.h"
 #include "rate_upload/stored_rates.h"
@@ -92,8 +92,8 @@ struct rate_upload_task final : qvn_job {
   uint8_t code_deck_flag = 0;           ///< 1: names and countries come from the code deck
   uint8_t use_ocn_lata_code = 0;        ///< 1 is refused
 
-  stored_rates rates;        ///< of the rate table, not yet ended
-  rate_code_deck code_deck;  ///< names and countries by code
+  stored_rates rates;    ///< of the rate table, not yet ended
+  code_decks code_deck;  ///< names and countries by code
 
   std::unique_ptr<seen_codes> codes;      ///< owns the codes of `imports`
   std::optional<rate_date_reader> dates;  ///< owns their date texts

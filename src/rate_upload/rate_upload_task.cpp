@@ -1,5 +1,7 @@
 /// One import in its worker thread, from the connection to the final row.
 
+#include "rate_upload/rate_upload_task.h"
+
 #include <cstdio>
 #include <ctime>
 #include <memory>
@@ -7,10 +9,9 @@
 
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
+#include "rate_upload/deck_validation.h"
 #include "rate_upload/qvn_rate_upload.h"
-#include "rate_upload/rate_deck.h"
 #include "rate_upload/rate_reconcile.h"
-#include "rate_upload/rate_upload_task.h"
 
 namespace {
 

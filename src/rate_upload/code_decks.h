@@ -9,7 +9,7 @@
 #include "rate/qvn_rate_table.h"
 
 /// The columns of a row, in this order.
-enum rate_code_deck_column : std::size_t {
+enum code_deck_column : std::size_t {
   kDeckCodeId,
   kDeckCode,
   kDeckId,
@@ -18,12 +18,12 @@ enum rate_code_deck_column : std::size_t {
   kDeckColumns,
 };
 
-class rate_code_deck {
+class code_decks {
  public:
-  rate_code_deck() = default;
-  ~rate_code_deck() { clear(); }
-  rate_code_deck(const rate_code_deck&) = delete;
-  rate_code_deck& operator=(const rate_code_deck&) = delete;
+  code_decks() = default;
+  ~code_decks() { clear(); }
+  code_decks(const code_decks&) = delete;
+  code_decks& operator=(const code_decks&) = delete;
 
   /// Adds a row of kDeckColumns texts, which are copied. False when memory runs out.
   [[nodiscard]] bool add(std::span<char*> row);

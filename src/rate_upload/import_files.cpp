@@ -6,7 +6,7 @@
 
 #include "base/qvn_file.h"
 #include "base/qvn_log.h"
-#include "rate_upload/rate_deck.h"
+#include "rate_upload/deck_validation.h"
 #include "rate_upload/rate_upload_task.h"
 
 namespace {
