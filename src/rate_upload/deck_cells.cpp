@@ -14,6 +14,7 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
+/// Cut, not refused, when it is wider.
 uint16_t narrow_to_16_bits(long number) {
   return static_cast<uint16_t>(number);
 }
@@ -70,6 +71,8 @@ bool check_code(std::string_view cell, int line_number, std::string_view& field,
   return true;
 }
 
+/// No cell can hold the separator while lines are split at it. This keeps it out of the COPY, whose
+/// columns it would shift, however lines are split.
 bool check_text(const char* label, std::string_view cell, int line_number, std::string_view& field,
                 std::string& refusal) {
   if (cell.find(kCellSeparator) != std::string_view::npos) {
@@ -140,6 +143,7 @@ bool rate_line_check(const rate_header& header, std::span<const std::string_view
                      std::string& refusal) {
   for (std::size_t i = 0; i < cells.size(); ++i) {
     const std::string_view cell = cells[i];
+    // An empty cell leaves the default, in required columns too: these are tested afterwards.
     if (!cell.empty() && !check_cell(header.kinds[i], cell, line_number, dates, values, refusal)) {
       return false;
     }

@@ -17,7 +17,7 @@ int narrow_to_int(long number) {
   return static_cast<int>(number);
 }
 
-constexpr int kPartCount = 3;
+constexpr std::size_t kPartCount = 3;
 constexpr int64_t kSecondsPerDay = 86'400;
 constexpr std::size_t kLongestShownDate = 29;
 
@@ -44,28 +44,25 @@ const date_column& column_of(column_kind kind) {
   return kind == column_kind::effective_date ? kEffectiveColumn : kEndColumn;
 }
 
-bool year_first(date_format format) {
-  return format == date_format::ymd_dash || format == date_format::ymd_slash;
-}
+/// How a format writes a date, and the places of its parts.
+struct date_layout {
+  const char* name;
+  char separator;
+  uint8_t year;
+  uint8_t month;
+  uint8_t day;
 
-bool day_first(date_format format) {
-  return format == date_format::dmy_dash || format == date_format::dmy_slash;
-}
+  [[nodiscard]] bool year_first() const { return year == 0; }
+};
 
-char separator_of(date_format format) {
-  switch (format) {
-    case date_format::mdy_slash:
-    case date_format::dmy_slash:
-    case date_format::ymd_slash:
-      return '/';
-    default:
-      return '-';
-  }
-}
+/// In the order of date_format.
+constexpr date_layout kLayouts[] = {
+    {"MM/DD/YYYY", '/', 2, 0, 1}, {"YYYY-MM-DD", '-', 0, 1, 2}, {"DD-MM-YYYY", '-', 2, 1, 0},
+    {"MM-DD-YYYY", '-', 2, 0, 1}, {"DD/MM/YYYY", '/', 2, 1, 0}, {"YYYY/MM/DD", '/', 0, 1, 2},
+};
 
 /// Splits into exactly three numbers; empty parts and text after a number count as they stand.
-bool split_date(date_format format, const std::string& date, std::array<int, kPartCount>& parts) {
-  const char separator = separator_of(format);
+bool split_date(char separator, const std::string& date, std::array<int, kPartCount>& parts) {
   if (std::ranges::count(date, separator) != kPartCount - 1) {
     return false;
   }
@@ -80,23 +77,13 @@ bool split_date(date_format format, const std::string& date, std::array<int, kPa
   return true;
 }
 
-calendar_date arrange(date_format format, const std::array<int, kPartCount>& parts) {
-  if (year_first(format)) {
-    return {parts[0], parts[1], parts[2]};
-  }
-  if (day_first(format)) {
-    return {parts[2], parts[1], parts[0]};
-  }
-  return {parts[2], parts[0], parts[1]};
-}
-
 /// The part of the date that is out of range, or null. There is no lower bound on the month, and on
 /// the day only where the year comes first; the conversion normalises what is left.
-const char* part_out_of_range(date_format format, const calendar_date& date) {
+const char* part_out_of_range(const date_layout& layout, const calendar_date& date) {
   if (date.month > 12) {
     return "month";
   }
-  if (date.day > 31 || (year_first(format) && date.day < 0)) {
+  if (date.day > 31 || (layout.year_first() && date.day < 0)) {
     return "day";
   }
   if (date.year < 2000) {
@@ -131,11 +118,9 @@ std::string date_refusal(int line_number, const char* label, const char* what,
 }  // namespace
 
 date_format rate_date_format_index(const char* text) {
-  static constexpr const char* kFormats[] = {"MM/DD/YYYY", "YYYY-MM-DD", "DD-MM-YYYY",
-                                             "MM-DD-YYYY", "DD/MM/YYYY", "YYYY/MM/DD"};
   const auto* const found = std::ranges::find_if(
-      kFormats, [text](const char* format) { return strcasecmp(format, text) == 0; });
-  return static_cast<date_format>(found - std::begin(kFormats));
+      kLayouts, [text](const date_layout& layout) { return strcasecmp(layout.name, text) == 0; });
+  return static_cast<date_format>(found - std::begin(kLayouts));
 }
 
 bool rate_date_reader::read(column_kind kind, std::string_view text, int line_number,
@@ -168,13 +153,14 @@ bool rate_date_reader::parse(column_kind kind, std::string_view text, int line_n
     refusal = date_refusal(line_number, column.label, "invalid", text);
     return false;
   }
+  const date_layout& layout = kLayouts[static_cast<std::size_t>(format_)];
   std::array<int, kPartCount> parts{};
-  if (!split_date(format_, std::string(text), parts)) {
+  if (!split_date(layout.separator, std::string(text), parts)) {
     refusal = date_refusal(line_number, column.label, "format invalid", text);
     return false;
   }
-  const calendar_date day = arrange(format_, parts);
-  if (const char* const part = part_out_of_range(format_, day)) {
+  const calendar_date day{parts[layout.year], parts[layout.month], parts[layout.day]};
+  if (const char* const part = part_out_of_range(layout, day)) {
     refusal = date_refusal(line_number, column.label, qvn_format("%s invalid", part).c_str(), text);
     return false;
   }

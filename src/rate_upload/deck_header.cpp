@@ -6,38 +6,20 @@
 
 namespace {
 
-struct column_name {
-  std::string_view name;
-  column_kind kind;
+/// In the order of column_kind; an empty cell is a column to be ignored.
+constexpr std::string_view kNames[] = {
+    "",           "zone",      "interval",   "seconds",    "rate_type",      "min_time",
+    "grace_time", "code",      "code_name",  "country",    "effective_date", "end_date",
+    "rate",       "setup_fee", "intra_rate", "inter_rate", "local_rate",     "ocn",
+    "lata",
 };
 
-constexpr column_name kColumns[] = {
-    {"zone", column_kind::zone},
-    {"interval", column_kind::interval},
-    {"seconds", column_kind::seconds},
-    {"rate_type", column_kind::rate_type},
-    {"min_time", column_kind::min_time},
-    {"grace_time", column_kind::grace_time},
-    {"code", column_kind::code},
-    {"code_name", column_kind::code_name},
-    {"country", column_kind::country},
-    {"effective_date", column_kind::effective_date},
-    {"end_date", column_kind::end_date},
-    {"rate", column_kind::rate},
-    {"setup_fee", column_kind::setup_fee},
-    {"intra_rate", column_kind::intra_rate},
-    {"inter_rate", column_kind::inter_rate},
-    {"local_rate", column_kind::local_rate},
-    {"ocn", column_kind::ocn},
-    {"lata", column_kind::lata},
-};
-
-column_kind kind_of(std::string_view name) {
-  const auto* const found = std::ranges::find_if(kColumns, [name](const column_name& column) {
-    return column.name.size() == name.size() &&
-           strncasecmp(column.name.data(), name.data(), name.size()) == 0;
+column_kind kind_of(std::string_view cell) {
+  const auto* const found = std::ranges::find_if(kNames, [cell](std::string_view name) {
+    return name.size() == cell.size() && strncasecmp(name.data(), cell.data(), name.size()) == 0;
   });
-  return found == std::end(kColumns) ? column_kind::ignored : found->kind;
+  return found == std::end(kNames) ? column_kind::ignored
+                                   : static_cast<column_kind>(found - std::begin(kNames));
 }
 
 bool is_blank(char c) {

@@ -89,7 +89,7 @@ bool deck_reader::accept_or_refuse() {
     case seen_codes::verdict::no_memory:
       return false;
   }
-  take_from_code_deck(values);
+  take_from_code_deck(values);  // not earlier: a repeated code gets no note
   return listener_.accepted(values);
 }
 
@@ -133,6 +133,7 @@ void deck_reader::take_from_code_deck(import_values& values) {
   if (!entry) {
     return;
   }
+  // A note, not a refusal: the shorter code's names are better than none.
   if (values.code != qvn_or_empty(entry->code)) {
     listener_.noted();
     put(request_.log, qvn_format("Line %d : code not matching system code deck, %s\n",

@@ -115,6 +115,7 @@ bool rate_upload_process_file(rate_upload_task& task) {
     return false;
   }
   const bool whole = validate(task, files);
+  // Of a deck that was read in part too: what was refused until then is of use.
   close_result_file(task, std::move(files.log), kImportLog);
   close_result_file(task, std::move(files.reimport), kReimportFile);
   return whole;

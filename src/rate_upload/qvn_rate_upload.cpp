@@ -61,7 +61,8 @@ std::unique_ptr<rate_upload_task> make_task(const pg_row& row, const db_info& da
 
 enum verdict : int32_t { kAdmitted = 0, kSameJob = 1, kSameRateTable = 2 };
 
-/// Two jobs without a rate table are not duplicates: each is refused for itself later.
+/// A second import of a rate table would not see the rates of the first. Jobs without a rate table
+/// are not duplicates: each is refused for itself later.
 bool same_rate_table(const qvn_job& fresh, const qvn_job* other) {
   if (!other || other->label != fresh.label) {
     return false;
@@ -71,6 +72,7 @@ bool same_rate_table(const qvn_job& fresh, const qvn_job* other) {
 }
 
 int32_t judge(const qvn_job& fresh, const qvn_job* first_waiting, const qvn_job* first_running) {
+  // All of the first test before the second: the log names the job, not its rate table.
   if (fresh.is_same_as(first_waiting) || fresh.is_same_as(first_running)) {
     return kSameJob;
   }
@@ -90,7 +92,7 @@ void enqueue(std::unique_ptr<rate_upload_task> task, db_info& database) {
       QVN_LOG(kLogInfo, "%s rate upload task %d have been in process\n", label.text,
               static_cast<int>(id));
       break;
-    case kSameRateTable:
+    case kSameRateTable:  // the label comes first, although the line reads the other way round
       QVN_LOG(kLogInfo,
               "The rate table %s of %s have been in rate import process, wait other task "
               "complete\n",
@@ -159,6 +161,7 @@ int32_t qvn_rate_upload_uninit() {
 }
 
 int32_t qvn_rate_upload_task_get(PGconn* connection, db_info* database) {
+  // At the limit a poll still picks up what it finds; above it, nothing.
   if (g_rate_upload_ctrl->queue.count() > g_core_ctrl->max_rate_upload_task) {
     QVN_LOG(kLogWarning,
             "Maximum rate upload task in progress, can't start a new rate upload task\n");

@@ -20,6 +20,7 @@ bool rate_upload_create_rate_ext(rate_upload_task& task, std::span<char*> fields
   const std::string_view rate_table_id = fields[1];
   const std::string_view code = fields[2];
   const int64_t effective_date = qvn_number<int64_t>(fields[3]);
+  // Judged by the clock at each row: a load takes seconds, and a rate may begin meanwhile.
   return rate_table_id != task.row.rate_table_id ||
          task.data.rates.add(code, rate_id, effective_date, std::time(nullptr));
 }
@@ -56,7 +57,7 @@ bool load_code_decks(rate_upload_task& task) {
 }
 
 bool load_rates(rate_upload_task& task) {
-  constexpr std::size_t kColumns = 6;
+  constexpr std::size_t kColumns = 6;  // the last two are not looked at
   const qvn_stopwatch stopwatch(task.figures.download_seconds);
   const std::string sql = rates_not_ended_copy(
       "rate_id, rate_table_id, code, extract(epoch from (effective_date)) as effective_date, "

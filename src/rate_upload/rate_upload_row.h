@@ -1,4 +1,5 @@
-/// A row of the job table `rate_upload_task`, and all SQL by which it is read and written.
+/// A row of the job table `rate_upload_task`: what it asks for, what it shows, and all SQL by which
+/// it is read and written.
 #pragma once
 
 #include <cstdint>
@@ -38,6 +39,37 @@ struct rate_upload_row {
   uint8_t use_ocn_lata_code = 0;        ///< 1 is refused
 };
 
+/// Whether and why an import has failed.
+class rate_upload_outcome {
+ public:
+  /// The first call decides: what fails after it is a consequence. The text is what the portal will
+  /// show; at most 199 bytes of it are kept.
+  void fail(const char* progress_text);
+
+  [[nodiscard]] bool failed() const { return failed_; }
+
+  /// Empty until it failed.
+  [[nodiscard]] const char* text() const { return text_; }
+
+ private:
+  bool failed_ = false;
+  char text_[200] = {};
+};
+
+/// What the portal sees of an import in numbers.
+struct rate_upload_figures {
+  uint32_t accepted = 0;  ///< lines of the deck, as the next
+  uint32_t refused = 0;
+  uint32_t inserted = 0;  ///< lines sent to the database
+  uint32_t deleted = 0;   ///< statements sent, as the next
+  uint32_t updated = 0;
+  int64_t download_seconds = 0;
+  int64_t process_seconds = 0;
+  int64_t deletion_seconds = 0;
+  int64_t update_seconds = 0;
+  int64_t copy_seconds = 0;
+};
+
 /// Reads a row of the job query. Throws std::bad_alloc when memory runs out, as all that follow.
 [[nodiscard]] rate_upload_row rate_upload_row_read(const pg_row& row);
 
@@ -45,15 +77,9 @@ struct rate_upload_row {
 [[nodiscard]] std::string rate_upload_row_progress_update(uint32_t id, const char* text,
                                                           upload_status status);
 
-/// What the row shows of an import that has ended.
-struct rate_upload_final_row {
-  const char* progress = "";
-  upload_status status = upload_status::waiting;
-  int64_t start_time = 0;  ///< seconds since the epoch, as the next
-  int64_t end_time = 0;
-  const char* expense_detail = "";
-  const char* result_file_path = "";
-  uint32_t id = 0;
-};
-
-[[nodiscard]] std::string rate_upload_row_final_update(const rate_upload_final_row& row);
+/// The update that shows how an import ended; times are seconds since the epoch.
+[[nodiscard]] std::string rate_upload_row_final_update(uint32_t id,
+                                                       const rate_upload_outcome& outcome,
+                                                       const rate_upload_figures& figures,
+                                                       int64_t start_time, int64_t end_time,
+                                                       const std::string& result_file_path);

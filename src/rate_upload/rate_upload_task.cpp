@@ -29,6 +29,7 @@ bool make_result_directory(rate_upload_task& task) {
          task.refuse("%s rate upload task %u mkdir result path failed, wait for restart\n", "");
 }
 
+/// Before all that grows: without memory for so little the import ends before it loads anything.
 bool make_code_table(rate_upload_task& task) {
   task.data.codes.reset(new (std::nothrow) seen_codes);
   if (!task.data.codes) {
@@ -40,7 +41,8 @@ bool make_code_table(rate_upload_task& task) {
   return true;
 }
 
-/// The first fault of the row is the one that the portal sees.
+/// The first fault of the row is the one that the portal sees. Portals know these texts, "souce"
+/// included.
 bool check_row(rate_upload_task& task) {
   if (task.row.rate_date_format == date_format::unsupported) {
     return task.refuse("%s rate upload task %u rate date format unsupported\n",
@@ -61,6 +63,7 @@ bool check_row(rate_upload_task& task) {
   return true;
 }
 
+/// After the checks of the row: one that fails them goes from waiting to failed at once.
 bool show_begin(rate_upload_task& task) {
   const std::string refusal = task.write_first_progress(
       rate_upload_row_progress_update(task.id, "Loading data", upload_status::loading),
@@ -109,13 +112,6 @@ void rate_upload_process_rate(rate_upload_task& task) {
 
 }  // namespace
 
-void rate_upload_outcome::fail(const char* progress_text) {
-  if (!failed_) {
-    failed_ = true;
-    text_[qvn_cut(progress_text, sizeof text_ - 1).copy(text_, sizeof text_)] = '\0';
-  }
-}
-
 void rate_upload_data::clear() {
   rates.clear();
   names.clear();
@@ -146,18 +142,8 @@ void rate_upload_task::report_memory_shortage() {
 }
 
 void rate_upload_task::write_final_row() {
-  const std::string progress =
-      outcome.failed()
-          ? outcome.text()
-          : qvn_format("Insert: %u, Delete: %u, Update: %u, Error: %u", figures.inserted,
-                       figures.deleted, figures.updated, figures.refused);
-  const std::string detail =
-      qvn_format("Download: %ld, Process: %ld, Delete: %ld, Update: %ld, Copy: %ld",
-                 figures.download_seconds, figures.process_seconds, figures.deletion_seconds,
-                 figures.update_seconds, figures.copy_seconds);
-  const std::string sql = rate_upload_row_final_update(
-      {progress.c_str(), outcome.failed() ? upload_status::failed : upload_status::finished,
-       start_time, end_time, detail.c_str(), folder.path().c_str(), id});
+  const std::string sql =
+      rate_upload_row_final_update(id, outcome, figures, start_time, end_time, folder.path());
   (void)qvn_db_update(connection.get(), sql.c_str(), kRateUploadLabel);  // logged there
 }
 

@@ -19,37 +19,6 @@
 /// Names the job on its connections and in the messages of the database layer.
 inline constexpr const char* kRateUploadLabel = "Rate upload";
 
-/// Whether and why an import has failed.
-class rate_upload_outcome {
- public:
-  /// The first call decides: what fails after it is a consequence. The text is what the portal will
-  /// show; at most 199 bytes of it are kept.
-  void fail(const char* progress_text);
-
-  [[nodiscard]] bool failed() const { return failed_; }
-
-  /// Empty until it failed.
-  [[nodiscard]] const char* text() const { return text_; }
-
- private:
-  bool failed_ = false;
-  char text_[200] = {};
-};
-
-/// What the portal sees of an import in numbers.
-struct rate_upload_figures {
-  uint32_t accepted = 0;  ///< lines of the deck, as the next
-  uint32_t refused = 0;
-  uint32_t inserted = 0;  ///< lines sent to the database
-  uint32_t deleted = 0;   ///< statements sent, as the next
-  uint32_t updated = 0;
-  int64_t download_seconds = 0;
-  int64_t process_seconds = 0;
-  int64_t deletion_seconds = 0;
-  int64_t update_seconds = 0;
-  int64_t copy_seconds = 0;
-};
-
 /// What an import works with: all that grows with the deck and the rate table.
 struct rate_upload_data {
   stored_rates rates;  ///< of the rate table, not yet ended

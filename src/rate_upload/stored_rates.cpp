@@ -129,6 +129,7 @@ stored_rate** stored_rates::first_of(code_rates& rates) {
 
 bool stored_rates::add(std::string_view code, std::string_view rate_id, int64_t effective_date,
                        int64_t now) try {
+  // The length is an 8-bit count: see the header.
   const std::string_view key = code.substr(0, code.size() % (kLongestKey + 1));
   const uint32_t hash = keyed_slots::hash(key);
   code_rates* rates = find(key, hash);

@@ -15,7 +15,7 @@ constexpr const char* kNothingChanges = "SET default_transaction_read_only = on"
 std::array<std::string, 4> statements() {
   return {
       kRateUploadJobQuery,
-      rate_upload_row_final_update({}),
+      rate_upload_row_final_update(0, {}, {}, 0, 0, ""),
       kRerateJobQuery,
       "UPDATE rerate_cdr_task SET err_code=0,progress='',status=0,load_cdr_elapsed_sec=0,"
       "load_rate_elapsed_sec=0,rerate_elapsed_sec=0,start_time=0,end_time=0,cdr_file='',"
