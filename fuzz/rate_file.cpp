@@ -56,7 +56,7 @@ void add_deck_code(rate_upload_task& task, std::string code) {
   char country[] = "country";
   char name[] = "name";
   char* row[kDeckColumns] = {code.data(), code.data(), deck_id, country, name};
-  FUZZ_CHECK(task.data.names.add(row));
+  FUZZ_CHECK(task.data->names.add(row));
 }
 
 void check_record(const import_record& record) {
@@ -93,7 +93,7 @@ void check_reimport(const rate_upload_task& task, const std::vector<std::string>
 void check_accepted(rate_upload_task& task) {
   uint32_t count = 0;
   seen_codes codes;
-  import_list& imports = task.data.imports;
+  import_list& imports = task.data->imports;
   for (; !imports.empty(); imports.pop()) {
     check_record(*imports.first());
     ++count;
@@ -132,7 +132,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   row.code_deck_flag = code_deck & 1;
   rate_upload_task task(std::move(row));
   task.folder = qvn_job_folder(*g_folder);
-  task.data.codes = std::make_unique<seen_codes>();
+  task.data->codes = std::make_unique<seen_codes>();
   if (task.row.code_deck_flag == 1) {
     add_deck_code(task, "4");
     add_deck_code(task, "442");
@@ -147,7 +147,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     check_accepted(task);
   } else {
     FUZZ_CHECK(std::strcmp(task.outcome.text(), "Import header invalid") == 0);
-    FUZZ_CHECK(task.figures.accepted == 0 && task.data.imports.empty());
+    FUZZ_CHECK(task.figures.accepted == 0 && task.data->imports.empty());
   }
   return 0;
 }

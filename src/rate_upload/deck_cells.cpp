@@ -46,92 +46,95 @@ std::string_view unquote(std::string_view text) {
   return text.substr(0, text.find('"'));
 }
 
-/// Refuses the cell, as one that is not what its column holds.
-bool invalid(const char* name, std::string_view cell, int line_number, std::string& refusal) {
-  refusal = qvn_format("Line %d : %s invalid, %.*s\n", line_number, name,
-                       static_cast<int>(cell.size()), cell.data());
-  return false;
-}
+/// A cell that is not empty: it goes into its field, or its line is refused with a message.
+struct deck_cell {
+  std::string_view text;
+  int line_number;
+  std::string& refusal;
 
-bool check_number(const char* name, std::string_view cell, int line_number, uint16_t& field,
-                  std::string& refusal) {
-  if (!std::ranges::all_of(cell, is_digit)) {
-    return invalid(name, cell, line_number, refusal);
-  }
-  field = narrow_to_16_bits(number_of(cell));
-  return true;
-}
-
-bool check_code(std::string_view cell, int line_number, std::string_view& field,
-                std::string& refusal) {
-  if (!std::ranges::all_of(cell, is_digit)) {
-    return invalid("code", cell, line_number, refusal);
-  }
-  field = cell;
-  return true;
-}
-
-/// No cell can hold the separator while lines are split at it. This keeps it out of the COPY, whose
-/// columns it would shift, however lines are split.
-bool check_text(const char* label, std::string_view cell, int line_number, std::string_view& field,
-                std::string& refusal) {
-  if (cell.find(kCellSeparator) != std::string_view::npos) {
-    refusal = qvn_format("Line %d : code %s can't include character ',' , %.*s\n", line_number,
-                         label, static_cast<int>(cell.size()), cell.data());
+  bool invalid(const char* name) const {
+    refusal = qvn_format("Line %d : %s invalid, %.*s\n", line_number, name,
+                         static_cast<int>(text.size()), text.data());
     return false;
   }
-  field = unquote(cell);
-  return true;
-}
 
-bool check_rate(const char* name, std::string_view cell, int line_number, float& field,
-                std::string& refusal) {
-  if (!qvn_is_rate(cell)) {
-    return invalid(name, cell, line_number, refusal);
+  bool read_number(const char* name, uint16_t& field) const {
+    if (!std::ranges::all_of(text, is_digit)) {
+      return invalid(name);
+    }
+    field = narrow_to_16_bits(number_of(text));
+    return true;
   }
-  field = narrow_to_single(amount_of(cell));
-  return true;
-}
 
-bool check_cell(column_kind kind, std::string_view cell, int line_number, rate_date_reader& dates,
-                import_values& values, std::string& refusal) {
+  bool read_code(std::string_view& field) const {
+    field = text;
+    return std::ranges::all_of(text, is_digit) || invalid("code");
+  }
+
+  /// No cell can hold the separator while lines are split at it. This keeps it out of the COPY,
+  /// whose columns it would shift.
+  bool read_text(const char* label, std::string_view& field) const {
+    if (text.find(kCellSeparator) != std::string_view::npos) {
+      refusal = qvn_format("Line %d : code %s can't include character ',' , %.*s\n", line_number,
+                           label, static_cast<int>(text.size()), text.data());
+      return false;
+    }
+    field = unquote(text);
+    return true;
+  }
+
+  bool read_rate(const char* name, float& field) const {
+    if (!qvn_is_rate(text)) {
+      return invalid(name);
+    }
+    field = narrow_to_single(amount_of(text));
+    return true;
+  }
+
+  bool read_date(column_kind kind, rate_date_reader& dates, import_date& field) const {
+    return dates.read(kind, text, line_number, field, refusal);
+  }
+};
+
+bool read_cell(column_kind kind, const deck_cell& cell, rate_date_reader& dates,
+               import_values& values) {
   switch (kind) {
     case column_kind::ignored:
     case column_kind::ocn:
     case column_kind::lata:
       return true;
     case column_kind::zone:
-      return check_number("zone", cell, line_number, values.zone, refusal);
+      return cell.read_number("zone", values.zone);
     case column_kind::interval:
-      return check_number("interval", cell, line_number, values.interval, refusal);
+      return cell.read_number("interval", values.interval);
     case column_kind::seconds:
-      return check_number("second", cell, line_number, values.seconds, refusal);
+      return cell.read_number("second", values.seconds);
     case column_kind::rate_type:
-      return check_number("rate type", cell, line_number, values.rate_type, refusal);
+      return cell.read_number("rate type", values.rate_type);
     case column_kind::min_time:
-      return check_number("min time", cell, line_number, values.min_time, refusal);
+      return cell.read_number("min time", values.min_time);
     case column_kind::grace_time:
-      return check_number("grace time", cell, line_number, values.grace_time, refusal);
+      return cell.read_number("grace time", values.grace_time);
     case column_kind::code:
-      return check_code(cell, line_number, values.code, refusal);
+      return cell.read_code(values.code);
     case column_kind::code_name:
-      return check_text("name", cell, line_number, values.code_name, refusal);
+      return cell.read_text("name", values.code_name);
     case column_kind::country:
-      return check_text("country", cell, line_number, values.country, refusal);
+      return cell.read_text("country", values.country);
     case column_kind::effective_date:
-      return dates.read(kind, cell, line_number, values.effective, refusal);
+      return cell.read_date(kind, dates, values.effective);
     case column_kind::end_date:
-      return dates.read(kind, cell, line_number, values.end, refusal);
+      return cell.read_date(kind, dates, values.end);
     case column_kind::rate:
-      return check_rate("rate", cell, line_number, values.rate, refusal);
+      return cell.read_rate("rate", values.rate);
     case column_kind::setup_fee:  // portals know this message, its word "free" included
-      return check_rate("setup free rate", cell, line_number, values.setup_fee, refusal);
+      return cell.read_rate("setup free rate", values.setup_fee);
     case column_kind::intra_rate:
-      return check_rate("intra rate", cell, line_number, values.intra_rate, refusal);
+      return cell.read_rate("intra rate", values.intra_rate);
     case column_kind::inter_rate:
-      return check_rate("inter rate", cell, line_number, values.inter_rate, refusal);
+      return cell.read_rate("inter rate", values.inter_rate);
     case column_kind::local_rate:
-      return check_rate("local rate", cell, line_number, values.local_rate, refusal);
+      return cell.read_rate("local rate", values.local_rate);
   }
   return true;
 }
@@ -142,9 +145,9 @@ bool rate_line_check(const rate_header& header, std::span<const std::string_view
                      int line_number, rate_date_reader& dates, import_values& values,
                      std::string& refusal) {
   for (std::size_t i = 0; i < cells.size(); ++i) {
-    const std::string_view cell = cells[i];
     // An empty cell leaves the default, in required columns too: these are tested afterwards.
-    if (!cell.empty() && !check_cell(header.kinds[i], cell, line_number, dates, values, refusal)) {
+    if (!cells[i].empty() &&
+        !read_cell(header.kinds[i], {cells[i], line_number, refusal}, dates, values)) {
       return false;
     }
   }

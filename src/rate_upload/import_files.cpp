@@ -62,7 +62,7 @@ class import_lines final : public rate_deck_listener {
   explicit import_lines(rate_upload_task& task) : task_(task) {}
 
   bool accepted(const import_values& values) override {
-    if (!task_.data.imports.push(values)) {
+    if (!task_.data->imports.push(values)) {
       return false;
     }
     ++task_.figures.accepted;
@@ -93,7 +93,7 @@ bool report(rate_upload_task& task, rate_deck_end end) {
 }
 
 bool validate(rate_upload_task& task, const import_files& files) {
-  rate_upload_data& data = task.data;
+  rate_upload_data& data = *task.data;
   data.dates.emplace(task.row.rate_date_format, std::time(nullptr));
   import_lines lines(task);
   const rate_deck_request request{files.deck.get(),

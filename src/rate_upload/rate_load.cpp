@@ -22,7 +22,7 @@ bool rate_upload_create_rate_ext(rate_upload_task& task, std::span<char*> fields
   const int64_t effective_date = qvn_number<int64_t>(fields[3]);
   // Judged by the clock at each row: a load takes seconds, and a rate may begin meanwhile.
   return rate_table_id != task.row.rate_table_id ||
-         task.data.rates.add(code, rate_id, effective_date, std::time(nullptr));
+         task.data->rates.add(code, rate_id, effective_date, std::time(nullptr));
 }
 
 /// Loads the rows, each of which `keep` stores; false when any of them is missing or, logged once,
@@ -49,7 +49,7 @@ bool load_code_decks(rate_upload_task& task) {
            "copy code (code_id,code, code_deck_id, country, name) to stdout delimiter as ',' csv "
            "header",
            kDeckColumns, "code deck",
-           [&](std::span<char*> fields) { return task.data.names.add(fields); })) {
+           [&](std::span<char*> fields) { return task.data->names.add(fields); })) {
     return true;
   }
   task.outcome.fail("Load code deck failed");

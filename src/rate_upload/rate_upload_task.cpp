@@ -31,8 +31,8 @@ bool make_result_directory(rate_upload_task& task) {
 
 /// Before all that grows: without memory for so little the import ends before it loads anything.
 bool make_code_table(rate_upload_task& task) {
-  task.data.codes.reset(new (std::nothrow) seen_codes);
-  if (!task.data.codes) {
+  task.data->codes.reset(new (std::nothrow) seen_codes);
+  if (!task.data->codes) {
     QVN_LOG(kLogError, "%s rate upload task %u Alloc memory for import rate hash table failed\n",
             task.label.c_str(), task.id);
     task.outcome.fail(kMemoryShortage);
@@ -78,7 +78,7 @@ bool show_begin(rate_upload_task& task) {
 /// statement the next line is tried, and the new rates are written all the same: what could not be
 /// ended is ended by the next upload.
 void reconcile(rate_upload_task& task) {
-  rate_upload_data& data = task.data;
+  rate_upload_data& data = *task.data;
   if (data.rates.empty()) {
     return;
   }
@@ -111,16 +111,6 @@ void rate_upload_process_rate(rate_upload_task& task) {
 }
 
 }  // namespace
-
-void rate_upload_data::clear() {
-  rates.clear();
-  names.clear();
-  codes.reset();
-  imports.clear();
-  dates.reset();
-  updates.clear();
-  deletions.clear();
-}
 
 void rate_upload_task::log_begin() const {
   QVN_LOG(kLogNotice, "Start %s rate upload task %u process\n", label.c_str(), id);

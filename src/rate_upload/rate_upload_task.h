@@ -30,8 +30,6 @@ struct rate_upload_data {
   statement_list updates;                 ///< end dates to be set; the ids are of `rates`
   statement_list deletions;               ///< rates to be deleted
   bool statements_lost = false;           ///< one of these found no memory
-
-  void clear();
 };
 
 struct rate_upload_task final : qvn_db_job {
@@ -48,7 +46,7 @@ struct rate_upload_task final : qvn_db_job {
   const rate_upload_row row;
   rate_upload_outcome outcome;
   rate_upload_figures figures;
-  rate_upload_data data;
+  std::unique_ptr<rate_upload_data> data = std::make_unique<rate_upload_data>();
 
  protected:
   void log_begin() const override;
@@ -56,7 +54,7 @@ struct rate_upload_task final : qvn_db_job {
   void report_memory_shortage() override;
   void write_final_row() override;
   void log_end() const override;
-  void release_data() override { data.clear(); }
+  void release_data() override { data.reset(); }
 };
 
 /// Writes progress and status into the row. A failure is logged, as of the caller's line, and

@@ -60,7 +60,7 @@ bool send_lines(rate_upload_task& task, std::string& buffer, uint32_t& lines) {
 /// Sends every record and frees it; stops, with false, at the first failure. Throws std::bad_alloc
 /// when memory runs out.
 bool send_records(rate_upload_task& task) {
-  import_list& imports = task.data.imports;
+  import_list& imports = task.data->imports;
   rate_copy_lines copy_lines(task.row.rate_table_id);
   std::string buffer;
   buffer.reserve(kCopyBufferSize + kCopyBufferSize / 8);
@@ -96,12 +96,12 @@ void end_copy(rate_upload_task& task, bool all_sent) {
   }
   // The server has said nothing. What the reconciliation lacked is then all that is known.
   if (!all_sent || !ended) {
-    task.outcome.fail(task.data.statements_lost ? kMemoryShortage : "");
+    task.outcome.fail(task.data->statements_lost ? kMemoryShortage : "");
   }
 }
 
 void copy_rates(rate_upload_task& task) {
-  if (task.data.imports.empty()) {
+  if (task.data->imports.empty()) {
     return;
   }
   const qvn_stopwatch stopwatch(task.figures.copy_seconds);
@@ -153,22 +153,22 @@ void send_all(PGconn* connection, const rate_statement_writer& writer, statement
 }
 
 void end_old_rates(rate_upload_task& task) {
-  if (task.data.updates.empty()) {
+  if (task.data->updates.empty()) {
     return;
   }
   rate_upload_task_progress_update(task, "Update old rate end date", upload_status::writing);
   const qvn_stopwatch stopwatch(task.figures.update_seconds);
-  send_all(task.connection.get(), rate_statement_writer(task.row.rate_end_date), task.data.updates,
+  send_all(task.connection.get(), rate_statement_writer(task.row.rate_end_date), task.data->updates,
            kRateUploadLabel, task.figures.updated);
 }
 
 void delete_repeated_rates(rate_upload_task& task) {
-  if (task.data.deletions.empty()) {
+  if (task.data->deletions.empty()) {
     return;
   }
   rate_upload_task_progress_update(task, "Delete repeating old rate", upload_status::writing);
   const qvn_stopwatch stopwatch(task.figures.deletion_seconds);
-  send_all(task.connection.get(), rate_statement_writer(), task.data.deletions, "Rate Delete",
+  send_all(task.connection.get(), rate_statement_writer(), task.data->deletions, "Rate Delete",
            task.figures.deleted);
 }
 
@@ -178,7 +178,7 @@ void rate_upload_write(rate_upload_task& task) {
   rate_upload_task_progress_update(task, "Import rate to database", upload_status::writing);
   copy_rates(task);
   if (task.outcome.failed()) {
-    task.data.imports.clear();  // the final row may need the memory
+    task.data->imports.clear();  // the final row may need the memory
     return;
   }
   // After the new rates: a failed COPY leaves the old ones as they are.
