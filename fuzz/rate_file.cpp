@@ -74,8 +74,7 @@ void check_record(const import_record& record) {
 
 /// The lines that came out and those that were refused are together those of the deck, in order.
 void check_reimport(const rate_upload_task& task, const std::vector<std::string>& lines) {
-  const std::size_t data_lines = lines.size() - 1;
-  FUZZ_CHECK(task.figures.accepted + task.figures.refused == data_lines);
+  FUZZ_CHECK(task.figures.accepted + task.figures.refused == lines.size() - 1);
   std::string_view left = *g_reimport;
   std::size_t refused = 0;
   for (std::size_t i = 1; i < lines.size() && !left.empty(); ++i) {
@@ -94,9 +93,8 @@ void check_accepted(rate_upload_task& task) {
   uint32_t count = 0;
   seen_codes codes;
   import_list& imports = task.data->imports;
-  for (; !imports.empty(); imports.pop()) {
+  for (; !imports.empty(); imports.pop(), ++count) {
     check_record(*imports.first());
-    ++count;
     std::string_view code = imports.first()->code;
     FUZZ_CHECK(codes.add(code) == seen_codes::verdict::fresh);
   }
@@ -116,7 +114,8 @@ void fuzz_prepare() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_input input(data, size);
-  const auto format = static_cast<date_format>(input.byte() % 7);
+  rate_upload_row row;
+  row.rate_date_format = static_cast<date_format>(input.byte() % 7);
   const uint8_t code_deck = input.byte();
   std::string deck(input.rest());
   if ((code_deck & 4) != 0) {
@@ -124,11 +123,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   }
   FUZZ_CHECK(ftruncate(g_deck, static_cast<off_t>(deck.size())) == 0);
   FUZZ_CHECK(pwrite(g_deck, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
-  rate_upload_row row;
   row.upload_file_path = "/proc/self/fd";
   row.upload_format_file = std::to_string(g_deck);
   row.rate_table_code_deck_id = (code_deck & 2) != 0 ? "1" : "";
-  row.rate_date_format = format;
   row.code_deck_flag = code_deck & 1;
   rate_upload_task task(std::move(row));
   task.folder = qvn_job_folder(*g_folder);
