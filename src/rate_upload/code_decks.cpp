@@ -8,8 +8,7 @@ bool code_decks::add(std::span<char*> row) {
   if (!note_id(deck_id)) {
     return false;
   }
-  rp_hash_node* const deck = rp_hash_create(&tree_, deck_id);
-  rp_hash_node* const node = deck ? rp_hash_create(&deck->sub, code) : nullptr;
+  rp_hash_node* const node = tree_.create(deck_id, code);
   code_deck_node* const entry = node ? code_deck_node_create(row[kDeckCodeId], code, deck_id,
                                                              row[kDeckCountry], row[kDeckName])
                                      : nullptr;
@@ -22,7 +21,7 @@ bool code_decks::add(std::span<char*> row) {
 
 /// Remembers a deck id that no row has had before.
 bool code_decks::note_id(const char* deck_id) {
-  if (rp_hash_match_all(&tree_, deck_id)) {
+  if (rp_hash_match_all(tree_.slot(), deck_id)) {
     return true;
   }
   try {
@@ -34,7 +33,7 @@ bool code_decks::note_id(const char* deck_id) {
 }
 
 const code_deck_node* code_decks::best_match(const char* deck_id, const char* code) const {
-  const rp_hash_node* const deck = rp_hash_match_all(&tree_, deck_id);
+  const rp_hash_node* const deck = rp_hash_match_all(tree_.slot(), deck_id);
   const rp_hash_node* const node = deck ? rp_hash_search(&deck->sub, code) : nullptr;
   return node ? static_cast<const code_deck_node*>(node->items) : nullptr;
 }
@@ -49,9 +48,4 @@ const code_deck_node* code_decks::find(const std::string& deck_id, const char* c
     }
   }
   return nullptr;
-}
-
-void code_decks::clear() {
-  (void)rp_hash_destroy(&tree_, delete_code_deck_node);
-  ids_.clear();
 }

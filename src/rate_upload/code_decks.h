@@ -20,24 +20,17 @@ enum code_deck_column : std::size_t {
 
 class code_decks {
  public:
-  code_decks() = default;
-  ~code_decks() { clear(); }
-  code_decks(const code_decks&) = delete;
-  code_decks& operator=(const code_decks&) = delete;
-
   /// Adds a row of kDeckColumns texts, which are copied. False when memory runs out.
   [[nodiscard]] bool add(std::span<char*> row);
 
   /// The entry of the longest prefix of the code in that deck; of an empty deck id in the first
-  /// deck, as they were met, that has one. Null without one. Valid until clear().
+  /// deck, as they were met, that has one. Null without one. Valid as long as this object.
   [[nodiscard]] const code_deck_node* find(const std::string& deck_id, const char* code) const;
-
-  void clear();
 
  private:
   [[nodiscard]] bool note_id(const char* deck_id);
   [[nodiscard]] const code_deck_node* best_match(const char* deck_id, const char* code) const;
 
-  rp_hash_node* tree_ = nullptr;  ///< deck id, then code
+  code_deck_node_tree tree_;      ///< deck id, then code
   std::vector<std::string> ids_;  ///< distinct, in the order in which they were met
 };

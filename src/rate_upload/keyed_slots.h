@@ -14,7 +14,7 @@
 class keyed_slots {
  public:
   keyed_slots() = default;
-  ~keyed_slots() { clear(); }
+  ~keyed_slots();
   keyed_slots(const keyed_slots&) = delete;
   keyed_slots& operator=(const keyed_slots&) = delete;
 
@@ -38,8 +38,6 @@ class keyed_slots {
 
   /// Adds a place, not 0, whose key is not there; make_room() must have been called for it.
   void add(uint32_t hash, uint32_t place);
-
-  void clear();
 
  private:
   template <class Same>

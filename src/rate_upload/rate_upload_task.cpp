@@ -110,18 +110,22 @@ void rate_upload_process_rate(rate_upload_task& task) {
   }
 }
 
+/// The body of the worker thread: the steps of an import, each with its own way of failing.
+void rate_upload_task_threand_run(rate_upload_task& task) {
+  if (open_connection(task) && make_result_directory(task) && make_code_table(task) &&
+      check_row(task) && show_begin(task) && rate_upload_load(task)) {
+    rate_upload_process_rate(task);
+  }
+}
+
 }  // namespace
 
 void rate_upload_task::log_begin() const {
   QVN_LOG(kLogNotice, "Start %s rate upload task %u process\n", label.c_str(), id);
 }
 
-/// The steps of an import, each with its own way of failing.
 void rate_upload_task::work() {
-  if (open_connection(*this) && make_result_directory(*this) && make_code_table(*this) &&
-      check_row(*this) && show_begin(*this) && rate_upload_load(*this)) {
-    rate_upload_process_rate(*this);
-  }
+  rate_upload_task_threand_run(*this);
 }
 
 void rate_upload_task::report_memory_shortage() {

@@ -24,11 +24,10 @@ bool add_piece(std::vector<Item*>& pieces, std::size_t count) {
 }
 
 template <class Item>
-void release(std::vector<Item*>& pieces) {
+void release(const std::vector<Item*>& pieces) {
   for (Item* const piece : pieces) {
     qvn_slab::release(piece);
   }
-  pieces = {};
 }
 
 /// Takes those of the date off the front, but for what cannot be superseded.
@@ -45,6 +44,11 @@ void supersede(stored_rate*& first, int64_t date) {
 }
 
 }  // namespace
+
+stored_rates::~stored_rates() {
+  release(codes_);
+  release(records_);
+}
 
 stored_rates::code_rates* stored_rates::at(uint32_t place) const {
   return &codes_[(place - 1) / kCodesOfPiece][(place - 1) % kCodesOfPiece];
@@ -153,14 +157,4 @@ bool stored_rates::add(std::string_view code, std::string_view rate_id, int64_t 
   return true;
 } catch (const std::bad_alloc&) {
   return false;
-}
-
-void stored_rates::clear() {
-  slots_.clear();
-  texts_.clear();
-  release(codes_);
-  code_count_ = 0;
-  release(records_);
-  records_left_ = 0;
-  dates_ = {};
 }
