@@ -27,8 +27,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "rate_upload/deck_validation.h"
 #include "rate_upload/import_record.h"
-#include "rate_upload/rate_deck.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "rate_upload/rate_file_line.h"
+#include "rate_upload/deck_dates.h"
 #include "support.h"
 
 namespace {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "rate_upload/import_files.h"
 #include "rate_upload/rate_copy_line.h"
 #include "rate_upload/rate_upload_task.h"
 #include "support.h"
@@ -55,7 +56,7 @@ void add_deck_code(rate_upload_task& task, std::string code) {
   char country[] = "country";
   char name[] = "name";
   char* row[kDeckColumns] = {code.data(), code.data(), deck_id, country, name};
-  FUZZ_CHECK(task.code_deck.add(row));
+  FUZZ_CHECK(task.data->names.add(row));
 }
 
 void check_record(const import_record& record) {
@@ -73,9 +74,7 @@ void check_record(const import_record& record) {
 
 /// The lines that came out and those that were refused are together those of the deck, in order.
 void check_reimport(const rate_upload_task& task, const std::vector<std::string>& lines) {
-  const std::size_t data_lines = lines.size() - 1;
-  FUZZ_CHECK(task.accepted_count + task.error_count == data_lines);
-  FUZZ_CHECK(task.error_count == task.reimport_count);
+  FUZZ_CHECK(task.figures.accepted + task.figures.refused == lines.size() - 1);
   std::string_view left = *g_reimport;
   std::size_t refused = 0;
   for (std::size_t i = 1; i < lines.size() && !left.empty(); ++i) {
@@ -85,21 +84,21 @@ void check_reimport(const rate_upload_task& task, const std::vector<std::string>
       ++refused;
     }
   }
-  FUZZ_CHECK(left.empty() && refused == task.reimport_count);
+  FUZZ_CHECK(left.empty() && refused == task.figures.refused);
   const auto messages = static_cast<std::size_t>(std::count(g_log->begin(), g_log->end(), '\n'));
-  FUZZ_CHECK(messages >= refused && (task.code_deck_flag == 1 || messages == refused));
+  FUZZ_CHECK(messages >= refused && (task.row.code_deck_flag == 1 || messages == refused));
 }
 
 void check_accepted(rate_upload_task& task) {
   uint32_t count = 0;
   seen_codes codes;
-  for (; !task.imports.empty(); task.imports.pop()) {
-    check_record(*task.imports.first());
-    ++count;
-    std::string_view code = task.imports.first()->code;
+  import_list& imports = task.data->imports;
+  for (; !imports.empty(); imports.pop(), ++count) {
+    check_record(*imports.first());
+    std::string_view code = imports.first()->code;
     FUZZ_CHECK(codes.add(code) == seen_codes::verdict::fresh);
   }
-  FUZZ_CHECK(count == task.accepted_count);
+  FUZZ_CHECK(count == task.figures.accepted);
 }
 
 }  // namespace
@@ -115,8 +114,8 @@ void fuzz_prepare() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_input input(data, size);
-  rate_upload_task task;
-  task.deck_date_format = static_cast<date_format>(input.byte() % 7);
+  rate_upload_row row;
+  row.rate_date_format = static_cast<date_format>(input.byte() % 7);
   const uint8_t code_deck = input.byte();
   std::string deck(input.rest());
   if ((code_deck & 4) != 0) {
@@ -124,13 +123,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   }
   FUZZ_CHECK(ftruncate(g_deck, static_cast<off_t>(deck.size())) == 0);
   FUZZ_CHECK(pwrite(g_deck, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
-  task.upload_file_path = "/proc/self/fd";
-  task.upload_format_file = std::to_string(g_deck);
+  row.upload_file_path = "/proc/self/fd";
+  row.upload_format_file = std::to_string(g_deck);
+  row.rate_table_code_deck_id = (code_deck & 2) != 0 ? "1" : "";
+  row.code_deck_flag = code_deck & 1;
+  rate_upload_task task(std::move(row));
   task.folder = qvn_job_folder(*g_folder);
-  task.codes = std::make_unique<seen_codes>();
-  task.code_deck_flag = code_deck & 1;
-  if (task.code_deck_flag == 1) {
-    task.rate_table_code_deck_id = (code_deck & 2) != 0 ? "1" : "";
+  task.data->codes = std::make_unique<seen_codes>();
+  if (task.row.code_deck_flag == 1) {
     add_deck_code(task, "4");
     add_deck_code(task, "442");
   }
@@ -138,13 +138,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const bool whole = rate_upload_process_file(task);
   take_written("rate_import.log", *g_log);
   take_written("rate_reimport.csv", *g_reimport);
-  FUZZ_CHECK(whole == !task.failed);
+  FUZZ_CHECK(whole == !task.outcome.failed());
   if (whole) {
     check_reimport(task, lines_of(deck));
     check_accepted(task);
   } else {
-    FUZZ_CHECK(std::strcmp(task.progress, "Import header invalid") == 0);
-    FUZZ_CHECK(task.accepted_count == 0 && task.imports.empty());
+    FUZZ_CHECK(std::strcmp(task.outcome.text(), "Import header invalid") == 0);
+    FUZZ_CHECK(task.figures.accepted == 0 && task.data->imports.empty());
   }
   return 0;
 }

@@ -16,7 +16,7 @@ class deck_lines {
   /// False at the end, and where the deck cannot be read any further.
   [[nodiscard]] bool next(std::string_view& line);
 
-  /// The first bytes behind that line, as far as they have been read.
+  /// The first bytes after that line, as far as they have been read.
   [[nodiscard]] std::string_view ahead() const;
 
   /// The number of that line: all are counted, empty ones and pieces too, from 1.

@@ -22,6 +22,10 @@ uint32_t keyed_slots::hash(std::string_view key) {
   return static_cast<uint32_t>(qvn_keyed_hash(qvn_process_hash_key(), key));
 }
 
+keyed_slots::~keyed_slots() {
+  qvn_slab::release(slots_);
+}
+
 bool keyed_slots::grow() {
   const std::size_t capacity = capacity_ == 0 ? kFirstCapacity : 2 * capacity_;
   auto* const slots = static_cast<uint64_t*>(import_slab.alloc(capacity * sizeof(uint64_t)));
@@ -42,11 +46,4 @@ bool keyed_slots::grow() {
 void keyed_slots::add(uint32_t hash, uint32_t place) {
   put(slots_, capacity_, uint64_t{hash} << kHashShift | place, kHashShift);
   ++count_;
-}
-
-void keyed_slots::clear() {
-  qvn_slab::release(slots_);
-  slots_ = nullptr;
-  capacity_ = 0;
-  count_ = 0;
 }

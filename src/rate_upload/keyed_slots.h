@@ -1,6 +1,6 @@
-/// An open table of places by the hash of their keys, for keys that come from outside: nobody can
-/// aim at its slots, as the hash is keyed with what the process has drawn for itself. Where the
-/// keys lie is the owner's matter; nobody sees the order. Belongs to one thread at a time.
+/// An open table of places by the hash of their keys, for keys that come from outside: their author
+/// cannot aim at its slots, as the hash is keyed with what the process has drawn for itself. Where
+/// the keys lie is the owner's matter; their order does not show. Belongs to one thread at a time.
 ///
 ///     slots   [ 0 | hash, place | 0 | 0 | hash, place | ... ]   a power of two
 ///
@@ -14,7 +14,7 @@
 class keyed_slots {
  public:
   keyed_slots() = default;
-  ~keyed_slots() { clear(); }
+  ~keyed_slots();
   keyed_slots(const keyed_slots&) = delete;
   keyed_slots& operator=(const keyed_slots&) = delete;
 
@@ -38,8 +38,6 @@ class keyed_slots {
 
   /// Adds a place, not 0, whose key is not there; make_room() must have been called for it.
   void add(uint32_t hash, uint32_t place);
-
-  void clear();
 
  private:
   template <class Same>

@@ -1,6 +1,5 @@
 #include "rate_upload/qvn_rate_upload.h"
 
-#include <cstring>
 #include <ctime>
 #include <memory>
 #include <new>
@@ -50,70 +49,29 @@ constexpr qvn_setting kSettings[] = {
     {"max_rate_upload_task", qvn_conf_read_number<kMaxTask>, &kMaxTask},
 };
 
-// --- one row of the job table
-// ------------------------------------------------------------------------
-
-/// The columns of the job query, in its order.
-enum job_column : int {
-  kId,
-  kUploadFilePath,
-  kUploadFormatFile,
-  kRateTableId,
-  kRateTableCodeDeckId,
-  kRateDateFormat,
-  kRateEndDate,
-  kReduplicateRateAction,
-  kCodeDeckFlag,
-  kUseOcnLataCode,
-  kJobColumns,
-};
-
-/// Without trailing blanks and without one trailing slash, but "/" stays.
-std::string trimmed_path(const char* column) {
-  std::string path = column;
-  qvn_trim_suffix_blank(path.data());
-  path.resize(std::strlen(path.c_str()));
-  if (path.size() >= 2 && path.back() == '/') {
-    path.pop_back();
-  }
-  return path;
-}
-
 /// Throws std::bad_alloc when memory runs out.
 std::unique_ptr<rate_upload_task> make_task(const pg_row& row, const db_info& database) {
-  const auto text_of = [&](job_column column) { return row.text(column); };
-  auto task = std::make_unique<rate_upload_task>();
-  task->id = row.number<uint32_t>(kId);
-  task->upload_file_path = trimmed_path(text_of(kUploadFilePath));
-  task->upload_format_file = text_of(kUploadFormatFile);
-  task->rate_table_id = text_of(kRateTableId);
-  task->rate_table_code_deck_id = text_of(kRateTableCodeDeckId);
-  task->rate_date_format = text_of(kRateDateFormat);
-  task->rate_end_date = text_of(kRateEndDate);
-  task->reduplicate_rate_action = row.number<int32_t>(kReduplicateRateAction);
-  task->code_deck_flag = row.number<uint8_t>(kCodeDeckFlag);
-  task->use_ocn_lata_code = row.number<uint8_t>(kUseOcnLataCode);
+  auto task = std::make_unique<rate_upload_task>(rate_upload_row_read(row));
   task->start_time = std::time(nullptr);
   task->conninfo = database.conninfo;
   task->label = qvn_db_key_make(database.host, database.name).text;
   return task;
 }
 
-// --- admission
-// ---------------------------------------------------------------------------------------
-
 enum verdict : int32_t { kAdmitted = 0, kSameJob = 1, kSameRateTable = 2 };
 
-/// Two jobs without a rate table are not duplicates: each is refused for itself later.
+/// A second import of a rate table would not see the rates of the first. Jobs without a rate table
+/// are not duplicates: each is refused for itself later.
 bool same_rate_table(const qvn_job& fresh, const qvn_job* other) {
   if (!other || other->label != fresh.label) {
     return false;
   }
-  const std::string& table = static_cast<const rate_upload_task&>(fresh).rate_table_id;
-  return !table.empty() && static_cast<const rate_upload_task*>(other)->rate_table_id == table;
+  const std::string& table = static_cast<const rate_upload_task&>(fresh).row.rate_table_id;
+  return !table.empty() && static_cast<const rate_upload_task*>(other)->row.rate_table_id == table;
 }
 
 int32_t judge(const qvn_job& fresh, const qvn_job* first_waiting, const qvn_job* first_running) {
+  // All of the first test before the second: the log names the job, not its rate table.
   if (fresh.is_same_as(first_waiting) || fresh.is_same_as(first_running)) {
     return kSameJob;
   }
@@ -127,13 +85,13 @@ void enqueue(std::unique_ptr<rate_upload_task> task, db_info& database) {
   // What the log lines show is kept, as the queue owns the task from here on.
   const uint32_t id = task->id;
   const qvn_db_key label = qvn_db_key_make(database.host, database.name);
-  const std::string rate_table_id = task->rate_table_id;
+  const std::string rate_table_id = task->row.rate_table_id;
   switch (g_rate_upload_ctrl->queue.add(std::move(task), judge)) {
     case kSameJob:
       QVN_LOG(kLogInfo, "%s rate upload task %d have been in process\n", label.text,
               static_cast<int>(id));
       break;
-    case kSameRateTable:
+    case kSameRateTable:  // the label comes first, although the line reads the other way round
       QVN_LOG(kLogInfo,
               "The rate table %s of %s have been in rate import process, wait other task "
               "complete\n",
@@ -148,7 +106,7 @@ void enqueue(std::unique_ptr<rate_upload_task> task, db_info& database) {
 }
 
 void rate_upload_task_create(const pg_row& row, db_info& database) {
-  if (!row.has_columns(kJobColumns)) {
+  if (!row.has_columns(kRateUploadJobColumns)) {
     return;
   }
   try {
@@ -156,7 +114,7 @@ void rate_upload_task_create(const pg_row& row, db_info& database) {
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError,
             "Alloc memory for rate upload task failed, dbhost %s, dbname %s, task id %s\n",
-            database.host.c_str(), database.name.c_str(), row.text(kId));
+            database.host.c_str(), database.name.c_str(), row.text(0));
   }
 }
 
@@ -200,6 +158,7 @@ int32_t qvn_rate_upload_uninit() {
 }
 
 int32_t qvn_rate_upload_task_get(PGconn* connection, db_info* database) {
+  // At the limit a poll still picks up what it finds; above it, nothing.
   if (g_rate_upload_ctrl->queue.count() > g_core_ctrl->max_rate_upload_task) {
     QVN_LOG(kLogWarning,
             "Maximum rate upload task in progress, can't start a new rate upload task\n");

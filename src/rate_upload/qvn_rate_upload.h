@@ -1,9 +1,9 @@
 /// The rate import module: turns rows of `rate_upload_task` into running imports.
 ///
 /// The poller calls qvn_rate_upload_task_get for every database; a dispatcher thread starts one
-/// detached worker for each admitted row. Everything else here is the main thread's, and exit and
-/// uninit are safe in any state. Locks: the queue's mutex (db/qvn_job_queue.h); the settings are
-/// written before the first thread starts.
+/// detached worker for each admitted row. Everything else here is the main thread's; exit and
+/// uninit may come without an init, and twice. Locks: the queue's mutex (db/qvn_job_queue.h); the
+/// settings are written before the first thread starts.
 #pragma once
 
 #include <cstdint>
@@ -31,9 +31,10 @@ int32_t qvn_rate_upload_exit();
 /// Frees the waiting imports and the module. Returns 0.
 int32_t qvn_rate_upload_uninit();
 
-/// Picks up at most two waiting rows of the database behind `connection`. 1 when the module is
-/// above its limit, which therefore may be exceeded by two; else the number of rows, or -1 when the
-/// query could not be sent. Poller thread, which holds the database list lock.
+/// Picks up at most two waiting rows of the database of `connection`. 1, with a WARNING, when more
+/// jobs wait or run than `max_rate_upload_task` allows: one poll of one database may take them two
+/// above it. Else the number of rows, or -1, with a NOTICE, when there was no answer. Poller
+/// thread, which holds the database list lock.
 [[nodiscard]] int32_t qvn_rate_upload_task_get(PGconn* connection, db_info* database)
     QVN_REQUIRES(g_core_ctrl->db_list_lock);
 

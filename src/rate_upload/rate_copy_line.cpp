@@ -32,7 +32,7 @@ void append_number(std::string& buffer, uint16_t number, char end) {
 }
 
 void append_terms(std::string& buffer, const import_terms& terms) {
-  append_money(buffer, std::max(terms.setup_fee, 0.0F));
+  append_money(buffer, std::max(terms.setup_fee, 0.0F));  // never NULL, unlike a rate
   buffer += ',';
   append_text(buffer, terms.effective.text);
   append_text(buffer, terms.end.text);
@@ -52,6 +52,7 @@ void append_money(std::string& buffer, float amount) {
 }
 
 void rate_copy_lines::append(std::string& buffer, const import_record& record) {
+  // Most lines share their terms with the one before: half of the text is formed once.
   if (record.terms != terms_) {
     end_.clear();
     append_terms(end_, *record.terms);

@@ -1,8 +1,9 @@
-/// Loading the code deck and the stored rates of an import.
+#include "rate_upload/rate_load.h"
 
 #include <ctime>
 
 #include "base/qvn_log.h"
+#include "base/qvn_stopwatch.h"
 #include "base/qvn_text.h"
 #include "db/qvn_pg_rows.h"
 #include "rate/rate_query.h"
@@ -14,13 +15,14 @@ constexpr const char* kLogSource = "qvn_rate_upload";
 
 /// Keeps a rate, but for those of a rate table whose id reads otherwise than the job's ("07"): no
 /// line of the deck ends them.
-bool create_rate(rate_upload_task& task, std::span<char*> fields) {
+bool rate_upload_create_rate_ext(rate_upload_task& task, std::span<char*> fields) {
   const std::string_view rate_id = fields[0];
   const std::string_view rate_table_id = fields[1];
   const std::string_view code = fields[2];
   const int64_t effective_date = qvn_number<int64_t>(fields[3]);
-  return rate_table_id != task.rate_table_id ||
-         task.rates.add(code, rate_id, effective_date, std::time(nullptr));
+  // Judged by the clock at each row: a load takes seconds, and a rate may begin meanwhile.
+  return rate_table_id != task.row.rate_table_id ||
+         task.data->rates.add(code, rate_id, effective_date, std::time(nullptr));
 }
 
 /// Loads the rows, each of which `keep` stores; false when any of them is missing or, logged once,
@@ -39,40 +41,40 @@ bool load(rate_upload_task& task, const char* sql, std::size_t columns, const ch
   return end == pg_copy_end::whole && complete;
 }
 
-bool load_code_deck(rate_upload_task& task) {
-  if (task.code_deck_flag != 1) {
+bool load_code_decks(rate_upload_task& task) {
+  if (task.row.code_deck_flag != 1) {
     return true;
   }
   if (load(task,
            "copy code (code_id,code, code_deck_id, country, name) to stdout delimiter as ',' csv "
            "header",
            kDeckColumns, "code deck",
-           [&](std::span<char*> fields) { return task.code_deck.add(fields); })) {
+           [&](std::span<char*> fields) { return task.data->names.add(fields); })) {
     return true;
   }
-  task.fail("Load code deck failed");
+  task.outcome.fail("Load code deck failed");
   return false;
 }
 
 bool load_rates(rate_upload_task& task) {
-  constexpr std::size_t kColumns = 6;
-  const upload_phase_timer timer(task.download);
+  constexpr std::size_t kColumns = 6;  // the last two are not looked at
+  const qvn_stopwatch stopwatch(task.figures.download_seconds);
   const std::string sql = rates_not_ended_copy(
       "rate_id, rate_table_id, code, extract(epoch from (effective_date)) as effective_date, "
       "extract(epoch from (end_date)) as end_date, rate",
-      task.rate_table_id, std::time(nullptr));
+      task.row.rate_table_id, std::time(nullptr));
   if (load(task, sql.c_str(), kColumns, "rate",
-           [&](std::span<char*> fields) { return create_rate(task, fields); })) {
+           [&](std::span<char*> fields) { return rate_upload_create_rate_ext(task, fields); })) {
     return true;
   }
-  task.fail("Load rate data failed");
+  task.outcome.fail("Load rate data failed");
   return false;
 }
 
 }  // namespace
 
 bool rate_upload_load(rate_upload_task& task) {
-  if (!rate_upload_show_begin(task) || !load_code_deck(task)) {
+  if (!load_code_decks(task)) {
     return false;
   }
   QVN_LOG(kLogDebug, "%s rate upload task %u load rate data\n", task.label.c_str(), task.id);
@@ -80,6 +82,6 @@ bool rate_upload_load(rate_upload_task& task) {
     return false;
   }
   QVN_LOG(kLogNotice, "%s rate upload task %u loading rate done, elapsed %ld(s)\n",
-          task.label.c_str(), task.id, task.download.elapsed());
+          task.label.c_str(), task.id, task.figures.download_seconds);
   return true;
 }

@@ -1,11 +1,11 @@
-/// The database write of an import: COPY of the new rates, then the end dates and deletions of the
-/// old.
+#include "rate_upload/rate_write.h"
 
 #include <new>
 #include <string>
 #include <vector>
 
 #include "base/qvn_log.h"
+#include "base/qvn_stopwatch.h"
 #include "base/qvn_text.h"
 #include "db/qvn_pg_rows.h"
 #include "rate_upload/rate_copy_line.h"
@@ -39,82 +39,84 @@ bool start_copy(rate_upload_task& task) {
   }
   QVN_LOG(kLogWarning, "PQexec failed, PQstatus:%d, %s\n", PQstatus(connection),
           PQerrorMessage(connection));
-  task.fail("Copy rate header failed");
+  task.outcome.fail("Copy rate header failed");
   return false;
 }
 
-bool send(rate_upload_task& task, std::string& buffer, uint32_t& lines) {
+/// Hands the buffered lines to the connection, and empties the buffer. False, logged, when it does
+/// not take them.
+bool send_lines(rate_upload_task& task, std::string& buffer, uint32_t& lines) {
   PGconn* const connection = task.connection.get();
   if (PQputCopyData(connection, buffer.data(), static_cast<int>(buffer.size())) != 1) {
     log_copy_failure(connection);
-    task.failed = true;
     return false;
   }
-  task.insert_count += lines;
+  task.figures.inserted += lines;
   lines = 0;
   buffer.clear();
   return true;
 }
 
-/// Sends every record and frees it; stops at the first failure. Throws std::bad_alloc when memory
-/// runs out.
-void send_records(rate_upload_task& task) {
-  rate_copy_lines copy_lines(task.rate_table_id);
+/// Sends every record and frees it; stops, with false, at the first failure. Throws std::bad_alloc
+/// when memory runs out.
+bool send_records(rate_upload_task& task) {
+  import_list& imports = task.data->imports;
+  rate_copy_lines copy_lines(task.row.rate_table_id);
   std::string buffer;
   buffer.reserve(kCopyBufferSize + kCopyBufferSize / 8);
   uint32_t lines = 0;
-  while (!task.imports.empty()) {
-    copy_lines.append(buffer, *task.imports.first());
-    task.imports.pop();
+  while (!imports.empty()) {
+    copy_lines.append(buffer, *imports.first());
+    imports.pop();
     ++lines;
-    if (buffer.size() >= kCopyBufferSize && !send(task, buffer, lines)) {
-      return;
+    if (buffer.size() >= kCopyBufferSize && !send_lines(task, buffer, lines)) {
+      return false;
     }
   }
-  if (!buffer.empty()) {
-    (void)send(task, buffer, lines);
-  }
+  return buffer.empty() || send_lines(task, buffer, lines);
 }
 
-/// Ends the COPY, so that the server keeps all of it or nothing: after a failure it is told to
-/// undo. `out_of_memory`: the job has its reason, which stays.
-void end_copy(rate_upload_task& task, bool out_of_memory) {
+/// Ends the COPY, so that the server keeps all of it or, unless all was sent, nothing. A failed
+/// task keeps its reason.
+void end_copy(rate_upload_task& task, bool all_sent) {
   PGconn* const connection = task.connection.get();
-  if (PQputCopyEnd(connection, task.failed ? "sending the rates failed" : nullptr) != 1) {
+  bool ended = true;
+  if (PQputCopyEnd(connection, all_sent ? nullptr : "sending the rates failed") != 1) {
     log_copy_failure(connection);
-    task.failed = true;
+    ended = false;
   }
   while (const pg_owned_result result = qvn_pg_next_result(connection)) {
     if (*PQresultErrorMessage(result.get()) != '\0') {
       log_copy_failure(connection);
-      if (!out_of_memory) {
-        task.fail("Copy rate failed");
-      }
+      task.outcome.fail("Copy rate failed");
     }
     if (PQresultStatus(result.get()) == PGRES_COPY_IN) {
-      break;  // still in COPY: the connection is lost, and its state would be told for ever
+      break;  // still in COPY: the connection is lost, and would go on to return this result
     }
+  }
+  // The server has said nothing. What the reconciliation lacked is then all that is known.
+  if (!all_sent || !ended) {
+    task.outcome.fail(task.data->statements_lost ? kMemoryShortage : "");
   }
 }
 
 void copy_rates(rate_upload_task& task) {
-  if (task.imports.empty()) {
+  if (task.data->imports.empty()) {
     return;
   }
-  const upload_phase_timer timer(task.copy);
+  const qvn_stopwatch stopwatch(task.figures.copy_seconds);
   if (!start_copy(task)) {
     return;
   }
-  bool out_of_memory = false;
+  bool all_sent = false;
   try {
-    send_records(task);
+    all_sent = send_records(task);
   } catch (const std::bad_alloc&) {
     // Caught here, as the connection must leave its COPY before the row's final update.
-    QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
-    task.fail(kMemoryShortage);
-    out_of_memory = true;
+    task.log_memory_shortage();
+    task.outcome.fail(kMemoryShortage);
   }
-  end_copy(task, out_of_memory);
+  end_copy(task, all_sent);
 }
 
 /// Sends statements from the top of the list, and takes them off it. False when the connection is
@@ -151,23 +153,23 @@ void send_all(PGconn* connection, const rate_statement_writer& writer, statement
 }
 
 void end_old_rates(rate_upload_task& task) {
-  if (task.updates.empty()) {
+  if (task.data->updates.empty()) {
     return;
   }
   rate_upload_task_progress_update(task, "Update old rate end date", upload_status::writing);
-  const upload_phase_timer timer(task.update);
-  send_all(task.connection.get(), rate_statement_writer(task.rate_end_date), task.updates,
-           kRateUploadLabel, task.update_count);
+  const qvn_stopwatch stopwatch(task.figures.update_seconds);
+  send_all(task.connection.get(), rate_statement_writer(task.row.rate_end_date), task.data->updates,
+           kRateUploadLabel, task.figures.updated);
 }
 
 void delete_repeated_rates(rate_upload_task& task) {
-  if (task.deletions.empty()) {
+  if (task.data->deletions.empty()) {
     return;
   }
   rate_upload_task_progress_update(task, "Delete repeating old rate", upload_status::writing);
-  const upload_phase_timer timer(task.deletion);
-  send_all(task.connection.get(), rate_statement_writer(), task.deletions, "Rate Delete",
-           task.delete_count);
+  const qvn_stopwatch stopwatch(task.figures.deletion_seconds);
+  send_all(task.connection.get(), rate_statement_writer(), task.data->deletions, "Rate Delete",
+           task.figures.deleted);
 }
 
 }  // namespace
@@ -175,10 +177,11 @@ void delete_repeated_rates(rate_upload_task& task) {
 void rate_upload_write(rate_upload_task& task) {
   rate_upload_task_progress_update(task, "Import rate to database", upload_status::writing);
   copy_rates(task);
-  if (task.failed) {
-    task.imports.clear();
+  if (task.outcome.failed()) {
+    task.data->imports.clear();  // the final row may need the memory
     return;
   }
+  // After the new rates: a failed COPY leaves the old ones as they are.
   end_old_rates(task);
   delete_repeated_rates(task);
 }

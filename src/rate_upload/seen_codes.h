@@ -12,11 +12,11 @@ class seen_codes {
  public:
   enum class verdict { fresh, repeated, no_memory };
 
-  /// Says that the code will probably be added soon: its slot is fetched meanwhile.
+  /// Fetches the slot of a code that will probably be added soon.
   void expect(std::string_view code) const { slots_.fetch(keyed_slots::hash(code)); }
 
   /// Keeps the code unless it is there already. A fresh one then is the kept text, which has a NUL
-  /// behind it and lives as long as this object.
+  /// after it and lives as long as this object.
   [[nodiscard]] verdict add(std::string_view& code);
 
  private:

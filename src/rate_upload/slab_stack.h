@@ -8,7 +8,7 @@
 
 #include "base/qvn_slab.h"
 
-/// Belongs to one thread at a time, as the slab behind it does.
+/// Belongs to one thread at a time, as its slab does.
 template <class Record>
 class slab_stack {
   static_assert(std::is_trivially_copyable_v<Record> && std::is_trivially_destructible_v<Record>);

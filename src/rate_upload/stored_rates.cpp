@@ -24,11 +24,10 @@ bool add_piece(std::vector<Item*>& pieces, std::size_t count) {
 }
 
 template <class Item>
-void release(std::vector<Item*>& pieces) {
+void release(const std::vector<Item*>& pieces) {
   for (Item* const piece : pieces) {
     qvn_slab::release(piece);
   }
-  pieces = {};
 }
 
 /// Takes those of the date off the front, but for what cannot be superseded.
@@ -45,6 +44,11 @@ void supersede(stored_rate*& first, int64_t date) {
 }
 
 }  // namespace
+
+stored_rates::~stored_rates() {
+  release(codes_);
+  release(records_);
+}
 
 stored_rates::code_rates* stored_rates::at(uint32_t place) const {
   return &codes_[(place - 1) / kCodesOfPiece][(place - 1) % kCodesOfPiece];
@@ -129,6 +133,7 @@ stored_rate** stored_rates::first_of(code_rates& rates) {
 
 bool stored_rates::add(std::string_view code, std::string_view rate_id, int64_t effective_date,
                        int64_t now) try {
+  // The length is an 8-bit count: see the header.
   const std::string_view key = code.substr(0, code.size() % (kLongestKey + 1));
   const uint32_t hash = keyed_slots::hash(key);
   code_rates* rates = find(key, hash);
@@ -152,14 +157,4 @@ bool stored_rates::add(std::string_view code, std::string_view rate_id, int64_t 
   return true;
 } catch (const std::bad_alloc&) {
   return false;
-}
-
-void stored_rates::clear() {
-  slots_.clear();
-  texts_.clear();
-  release(codes_);
-  code_count_ = 0;
-  release(records_);
-  records_left_ = 0;
-  dates_ = {};
 }

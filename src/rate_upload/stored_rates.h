@@ -27,7 +27,7 @@ struct stored_rate {
 class stored_rates {
  public:
   stored_rates() = default;
-  ~stored_rates() { clear(); }
+  ~stored_rates();
   stored_rates(const stored_rates&) = delete;
   stored_rates& operator=(const stored_rates&) = delete;
 
@@ -59,8 +59,6 @@ class stored_rates {
       }
     }
   }
-
-  void clear();
 
  private:
   using date_rates = std::map<int64_t, stored_rate*>;

@@ -21,6 +21,7 @@ bool text_pool::add_piece() {
 }
 
 bool text_pool::add(std::string_view text, place& where) {
+  // What is left of the last piece is given up; a text never lies in two.
   if (text.size() >= kPieceSize - used_ && (text.size() >= kPieceSize || !add_piece())) {
     return false;
   }

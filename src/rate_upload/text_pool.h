@@ -1,4 +1,4 @@
-/// Texts that are kept until all of them are given up: one behind the other, without a header each.
+/// Texts that are kept until all of them are given up: one after the other, without a header each.
 /// Belongs to one thread at a time.
 #pragma once
 
@@ -21,7 +21,7 @@ class text_pool {
   };
   static constexpr uint32_t kPieceSize = 1U << 16;
 
-  /// Keeps a copy with a NUL behind it; the text must be shorter than a piece. False when memory
+  /// Keeps a copy with a NUL after it; the text must be shorter than a piece. False when memory
   /// runs out.
   [[nodiscard]] bool add(std::string_view text, place& where);
 

@@ -17,7 +17,7 @@
 
 namespace {
 
-/// The names of the columns in the order of rate_code_deck_column.
+/// The names of the columns in the order of code_deck_column.
 constexpr const char* kNames[kDeckColumns] = {"code_id", "code", "code_deck_id", "country", "name"};
 
 /// Reads rows, without their line ends.
@@ -68,7 +68,7 @@ std::size_t kind_of(const char* name) {
   return static_cast<std::size_t>(std::ranges::find_if(kNames, same) - std::begin(kNames));
 }
 
-bool has(const column_list& columns, rate_code_deck_column kind) {
+bool has(const column_list& columns, code_deck_column kind) {
   return std::ranges::find(columns, kind) != columns.end();
 }
 
@@ -90,7 +90,7 @@ bool read_header(csv_reader& reader, column_list& columns) {
          reader.complain("the header must name the columns code and name");
 }
 
-bool add_row(const column_list& columns, std::string& row, char* default_id, rate_code_deck& deck) {
+bool add_row(const column_list& columns, std::string& row, char* default_id, code_decks& deck) {
   char nothing[] = "";
   std::vector<char*> fields(columns.size(), nothing);
   row += '\n';  // where the last field of a row of the database ends
@@ -106,7 +106,7 @@ bool add_row(const column_list& columns, std::string& row, char* default_id, rat
 
 }  // namespace
 
-bool code_deck_csv_load(const char* path, std::string default_id, rate_code_deck& deck) {
+bool code_deck_csv_load(const char* path, std::string default_id, code_decks& deck) {
   const qvn_file file(std::fopen(path, "re"));
   if (!file) {
     (void)std::fprintf(stderr, "%s: %s\n", path, std::strerror(errno));

@@ -5,8 +5,7 @@
 #include <new>
 
 #include "core/qvn_process.h"
-#include "rate_upload/rate_deck.h"
-#include "rate_upload/rate_upload_task.h"
+#include "rate_upload/deck_validation.h"
 #include "tools/rate_check.h"
 #include "tools/tool_main.h"
 

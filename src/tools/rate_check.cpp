@@ -15,8 +15,9 @@
 #include <vector>
 
 #include "base/qvn_text.h"
-#include "rate_upload/rate_deck.h"
-#include "rate_upload/rate_upload_task.h"
+#include "db/qvn_db_job.h"
+#include "rate_upload/deck_cells.h"
+#include "rate_upload/deck_validation.h"
 #include "tools/code_deck_csv.h"
 #include "tools/progress_bar.h"
 
@@ -190,7 +191,7 @@ tool_status close_written(qvn_file file, const char* path, tool_status findings)
 
 /// Validates the deck and prints its messages.
 rate_deck_end validate(const rate_check_options& options, std::FILE* deck, std::FILE* reimport,
-                       const rate_code_deck* code_deck, rate_deck_listener& lines) {
+                       const code_decks* code_deck, rate_deck_listener& lines) {
   rate_date_reader dates(options.format, std::time(nullptr));
   seen_codes codes;
   const shown_lines messages;
@@ -199,7 +200,7 @@ rate_deck_end validate(const rate_check_options& options, std::FILE* deck, std::
                             lines);
 }
 
-tool_status check(const rate_check_options& options, const rate_code_deck* code_deck) {
+tool_status check(const rate_check_options& options, const code_decks* code_deck) {
   const qvn_file deck = open_deck(options);
   if (!deck) {
     return kUnusable;
@@ -222,7 +223,7 @@ tool_status rate_check(const rate_check_options& options) {
   if (!options.codes_path) {
     return check(options, nullptr);
   }
-  rate_code_deck code_deck;
+  code_decks code_deck;
   const std::string default_id = options.code_deck_id.empty() ? kOnlyDeck : options.code_deck_id;
   return code_deck_csv_load(options.codes_path, default_id, code_deck) ? check(options, &code_deck)
                                                                        : kUnusable;

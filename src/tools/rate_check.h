@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "rate_upload/rate_file_line.h"
+#include "rate_upload/deck_dates.h"
 #include "tools/tool_status.h"
 
 struct rate_check_options {

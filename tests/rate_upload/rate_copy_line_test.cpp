@@ -5,7 +5,7 @@
 #include <random>
 
 #include "base/qvn_text.h"
-#include "rate_upload/rate_file_line.h"
+#include "rate_upload/deck_cells.h"
 
 namespace {
 

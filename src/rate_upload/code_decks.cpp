@@ -1,15 +1,14 @@
-#include "rate_upload/rate_code_deck.h"
+#include "rate_upload/code_decks.h"
 
 #include <new>
 
-bool rate_code_deck::add(std::span<char*> row) {
+bool code_decks::add(std::span<char*> row) {
   const char* const code = row[kDeckCode];
   const char* const deck_id = row[kDeckId];
   if (!note_id(deck_id)) {
     return false;
   }
-  rp_hash_node* const deck = rp_hash_create(&tree_, deck_id);
-  rp_hash_node* const node = deck ? rp_hash_create(&deck->sub, code) : nullptr;
+  rp_hash_node* const node = tree_.create(deck_id, code);
   code_deck_node* const entry = node ? code_deck_node_create(row[kDeckCodeId], code, deck_id,
                                                              row[kDeckCountry], row[kDeckName])
                                      : nullptr;
@@ -21,8 +20,8 @@ bool rate_code_deck::add(std::span<char*> row) {
 }
 
 /// Remembers a deck id that no row has had before.
-bool rate_code_deck::note_id(const char* deck_id) {
-  if (rp_hash_match_all(&tree_, deck_id)) {
+bool code_decks::note_id(const char* deck_id) {
+  if (rp_hash_match_all(tree_.slot(), deck_id)) {
     return true;
   }
   try {
@@ -33,13 +32,13 @@ bool rate_code_deck::note_id(const char* deck_id) {
   return true;
 }
 
-const code_deck_node* rate_code_deck::best_match(const char* deck_id, const char* code) const {
-  const rp_hash_node* const deck = rp_hash_match_all(&tree_, deck_id);
+const code_deck_node* code_decks::best_match(const char* deck_id, const char* code) const {
+  const rp_hash_node* const deck = rp_hash_match_all(tree_.slot(), deck_id);
   const rp_hash_node* const node = deck ? rp_hash_search(&deck->sub, code) : nullptr;
   return node ? static_cast<const code_deck_node*>(node->items) : nullptr;
 }
 
-const code_deck_node* rate_code_deck::find(const std::string& deck_id, const char* code) const {
+const code_deck_node* code_decks::find(const std::string& deck_id, const char* code) const {
   if (!deck_id.empty()) {
     return best_match(deck_id.c_str(), code);
   }
@@ -49,9 +48,4 @@ const code_deck_node* rate_code_deck::find(const std::string& deck_id, const cha
     }
   }
   return nullptr;
-}
-
-void rate_code_deck::clear() {
-  (void)rp_hash_destroy(&tree_, delete_code_deck_node);
-  ids_.clear();
 }

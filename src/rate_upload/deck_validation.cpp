@@ -1,7 +1,7 @@
 /// Accepted lines go to the listener, refused ones are reported in the log and kept in the reimport
 /// file, byte for byte as they were read.
 
-#include "rate_upload/rate_deck.h"
+#include "rate_upload/deck_validation.h"
 
 #include <array>
 #include <fcntl.h>
@@ -10,6 +10,8 @@
 #include "base/qvn_fd.h"
 #include "base/qvn_text.h"
 #include "core/qvn_core_ctrl.h"
+#include "rate_upload/deck_cells.h"
+#include "rate_upload/deck_header.h"
 #include "rate_upload/deck_lines.h"
 
 namespace {
@@ -87,7 +89,7 @@ bool deck_reader::accept_or_refuse() {
     case seen_codes::verdict::no_memory:
       return false;
   }
-  take_from_code_deck(values);
+  take_from_code_deck(values);  // not earlier: a repeated code gets no note
   return listener_.accepted(values);
 }
 
@@ -96,13 +98,13 @@ bool deck_reader::accept_or_refuse() {
 void deck_reader::expect_next() const {
   std::string_view rest = lines_.ahead();
   for (std::size_t column = 0; column < header_.code_column; ++column) {
-    const std::size_t end = rest.find(',');
+    const std::size_t end = rest.find(kCellSeparator);
     if (end == std::string_view::npos) {
       return;
     }
     rest.remove_prefix(end + 1);
   }
-  request_.codes.expect(rest.substr(0, rest.find(',')));
+  request_.codes.expect(rest.substr(0, rest.find(kCellSeparator)));
 }
 
 /// Checks the line for itself; false with its message in `refusal_`.
@@ -127,11 +129,11 @@ bool deck_reader::check(import_values& values) {
 /// that is only covered by a shorter one.
 void deck_reader::take_from_code_deck(import_values& values) {
   const code_deck_node* const entry =
-      request_.code_deck ? request_.code_deck->find(request_.code_deck_id, values.code.data())
-                         : nullptr;
+      request_.names ? request_.names->find(request_.code_deck_id, values.code.data()) : nullptr;
   if (!entry) {
     return;
   }
+  // A note, not a refusal: the shorter code's names are better than none.
   if (values.code != qvn_or_empty(entry->code)) {
     listener_.noted();
     put(request_.log, qvn_format("Line %d : code not matching system code deck, %s\n",

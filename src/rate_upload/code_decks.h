@@ -9,7 +9,7 @@
 #include "rate/qvn_rate_table.h"
 
 /// The columns of a row, in this order.
-enum rate_code_deck_column : std::size_t {
+enum code_deck_column : std::size_t {
   kDeckCodeId,
   kDeckCode,
   kDeckId,
@@ -18,26 +18,19 @@ enum rate_code_deck_column : std::size_t {
   kDeckColumns,
 };
 
-class rate_code_deck {
+class code_decks {
  public:
-  rate_code_deck() = default;
-  ~rate_code_deck() { clear(); }
-  rate_code_deck(const rate_code_deck&) = delete;
-  rate_code_deck& operator=(const rate_code_deck&) = delete;
-
   /// Adds a row of kDeckColumns texts, which are copied. False when memory runs out.
   [[nodiscard]] bool add(std::span<char*> row);
 
   /// The entry of the longest prefix of the code in that deck; of an empty deck id in the first
-  /// deck, as they were met, that has one. Null without one. Valid until clear().
+  /// deck, as they were met, that has one. Null without one. Valid as long as this object.
   [[nodiscard]] const code_deck_node* find(const std::string& deck_id, const char* code) const;
-
-  void clear();
 
  private:
   [[nodiscard]] bool note_id(const char* deck_id);
   [[nodiscard]] const code_deck_node* best_match(const char* deck_id, const char* code) const;
 
-  rp_hash_node* tree_ = nullptr;  ///< deck id, then code
+  code_deck_node_tree tree_;      ///< deck id, then code
   std::vector<std::string> ids_;  ///< distinct, in the order in which they were met
 };

@@ -1,12 +1,11 @@
-/// The validation of a job's rate deck: its files, its counts and its failures.
+#include "rate_upload/import_files.h"
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 
 #include "base/qvn_file.h"
 #include "base/qvn_log.h"
-#include "rate_upload/rate_deck.h"
+#include "rate_upload/deck_validation.h"
 #include "rate_upload/rate_upload_task.h"
 
 namespace {
@@ -23,35 +22,33 @@ struct import_files {
   qvn_job_file reimport;
 };
 
+bool refuse_deck(rate_upload_task& task, const char* name, int line = __builtin_LINE()) {
+  (void)qvn_log_print(kLogSource, line, kLogWarning, 0,
+                      "%s rate upload task %u open %s file failed\n", task.label.c_str(), task.id,
+                      name);
+  task.outcome.fail(kDeckNotOpened);
+  return false;
+}
+
 /// Opens the three files in the order in which their failures are reported; false, logged, at the
 /// first.
 bool open_files(rate_upload_task& task, import_files& files) {
-  const std::string deck_path = task.upload_file_path + "/" + task.upload_format_file;
+  const std::string deck_path = task.row.upload_file_path + "/" + task.row.upload_format_file;
   files.deck = rate_deck_open(deck_path.c_str());
   if (!files.deck) {
-    QVN_LOG(kLogWarning, "%s rate upload task %u open %s file failed\n", task.label.c_str(),
-            task.id, deck_path.c_str());
-    task.fail(kDeckNotOpened);
-    return false;
+    return refuse_deck(task, deck_path.c_str());
   }
   files.log = task.folder.create(kImportLog);
   if (!files.log) {
-    QVN_LOG(kLogWarning, "%s rate upload task %u open import log file failed\n", task.label.c_str(),
-            task.id);
-    task.fail("Create rate import log file failed");
-    return false;
+    return task.refuse("%s rate upload task %u open import log file failed\n",
+                       "Create rate import log file failed");
   }
   files.reimport = task.folder.create(kReimportFile);
-  if (!files.reimport) {
-    QVN_LOG(kLogWarning, "%s rate upload task %u open reimport rate file failed\n",
-            task.label.c_str(), task.id);
-    task.fail(kReimportNotCreated);
-    return false;
-  }
-  return true;
+  return files.reimport || task.refuse("%s rate upload task %u open reimport rate file failed\n",
+                                       kReimportNotCreated);
 }
 
-/// Closes a result file; a full disk is told to the operator, as refused lines are missing then.
+/// Closes a result file. A full disk is logged, as refused lines are missing then.
 void close_result_file(const rate_upload_task& task, qvn_job_file file, const char* name) {
   if (const int error = qvn_job_file_finish(std::move(file))) {
     QVN_LOG(kLogWarning, "%s rate upload task %u writing %s failed, %s\n", task.label.c_str(),
@@ -65,17 +62,14 @@ class import_lines final : public rate_deck_listener {
   explicit import_lines(rate_upload_task& task) : task_(task) {}
 
   bool accepted(const import_values& values) override {
-    if (!task_.imports.push(values)) {
+    if (!task_.data->imports.push(values)) {
       return false;
     }
-    ++task_.accepted_count;
+    ++task_.figures.accepted;
     return true;
   }
 
-  void refused(std::string_view /*message*/) override {
-    ++task_.error_count;
-    ++task_.reimport_count;
-  }
+  void refused(std::string_view /*message*/) override { ++task_.figures.refused; }
 
  private:
   rate_upload_task& task_;
@@ -87,33 +81,28 @@ bool report(rate_upload_task& task, rate_deck_end end) {
     case rate_deck_end::whole:
       return true;
     case rate_deck_end::no_header:
-      QVN_LOG(kLogWarning, "%s rate upload task %u import header invalid\n", task.label.c_str(),
-              task.id);
-      task.fail(kDeckHeaderInvalid);
-      break;
+      return task.refuse("%s rate upload task %u import header invalid\n", kDeckHeaderInvalid);
     case rate_deck_end::unreadable:
-      QVN_LOG(kLogWarning, "%s rate upload task %u open %s file failed\n", task.label.c_str(),
-              task.id, task.upload_format_file.c_str());
-      task.fail(kDeckNotOpened);
-      break;
+      return refuse_deck(task, task.row.upload_format_file.c_str());
     case rate_deck_end::no_memory:
-      QVN_LOG(kLogError, kImportAllocFailed, task.label.c_str(), task.id);
-      task.fail(kMemoryShortage);
+      task.log_memory_shortage();
+      task.outcome.fail(kMemoryShortage);
       break;
   }
   return false;
 }
 
 bool validate(rate_upload_task& task, const import_files& files) {
-  task.dates.emplace(task.deck_date_format, std::time(nullptr));
+  rate_upload_data& data = *task.data;
+  data.dates.emplace(task.row.rate_date_format, std::time(nullptr));
   import_lines lines(task);
   const rate_deck_request request{files.deck.get(),
                                   files.log.get(),
                                   files.reimport.get(),
-                                  *task.dates,
-                                  *task.codes,
-                                  task.code_deck_flag == 1 ? &task.code_deck : nullptr,
-                                  task.rate_table_code_deck_id};
+                                  *data.dates,
+                                  *data.codes,
+                                  task.row.code_deck_flag == 1 ? &data.names : nullptr,
+                                  task.row.rate_table_code_deck_id};
   return report(task, rate_deck_validate(request, lines));
 }
 
@@ -126,6 +115,7 @@ bool rate_upload_process_file(rate_upload_task& task) {
     return false;
   }
   const bool whole = validate(task, files);
+  // Of a deck that was read in part too: what was refused until then is of use.
   close_result_file(task, std::move(files.log), kImportLog);
   close_result_file(task, std::move(files.reimport), kReimportFile);
   return whole;

@@ -7,11 +7,11 @@
 #include <string_view>
 
 #include "base/qvn_file.h"
-#include "rate_upload/rate_code_deck.h"
-#include "rate_upload/rate_file_line.h"
+#include "rate_upload/code_decks.h"
+#include "rate_upload/deck_dates.h"
 #include "rate_upload/seen_codes.h"
 
-/// Hears what becomes of each line behind the header, before anything of it is written.
+/// Learns what becomes of each line after the header, before anything of it is written.
 class rate_deck_listener {
  public:
   virtual ~rate_deck_listener() = default;
@@ -29,12 +29,12 @@ class rate_deck_listener {
 struct rate_deck_request {
   std::FILE* deck;      ///< its descriptor is read, from where it stands: nothing must have been
                         ///< read from the stream
-  std::FILE* log;       ///< gets a message a refused line, and the notes; null: unwanted
+  std::FILE* log;       ///< gets a message per refused line, and the notes; null: unwanted
   std::FILE* reimport;  ///< gets the refused lines as they were read; null: unwanted
   rate_date_reader& dates;
   seen_codes& codes;
-  const rate_code_deck* code_deck;  ///< names and countries come from here; null: from the deck
-  std::string code_deck_id;         ///< empty: any of its decks
+  const code_decks* names;   ///< code names and countries; null: they come from the deck
+  std::string code_deck_id;  ///< empty: any of its decks
 };
 
 /// Why a deck cannot be used, as the portal and the caller of qvn_rate_check read it.

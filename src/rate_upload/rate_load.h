@@ -1,0 +1,9 @@
+/// Loads the code decks and the stored rates of an import. The job's worker thread.
+#pragma once
+
+struct rate_upload_task;
+
+/// Loads the code decks, where the job asks for them, and the rate table's rates that have not
+/// ended. False, with the task failed, when they cannot be loaded whole: with half of them the
+/// import would leave overlapping prices.
+[[nodiscard]] bool rate_upload_load(rate_upload_task& task);
