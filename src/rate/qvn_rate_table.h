@@ -13,7 +13,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "rate/rp_hash.h"
+#include "rate/rp_hash_owner.h"
 
 /// The tolerance below which a rate or an amount of money counts as zero.
 inline constexpr float BIILING_EPSINON = 1e-6F;
@@ -54,7 +54,7 @@ struct rate_node {
   uint16_t seconds;        ///< seconds that the rate is charged for, 60 for a rate per minute
   uint16_t interval;       ///< billing increment, seconds
   uint16_t min_time;       ///< shortest billed time, seconds
-  uint16_t grace_time;     ///< calls up to this length are free, seconds
+  uint16_t grace_time;     ///< a shorter call is free, any other is billed whole; seconds
   int64_t effective_date;  ///< first second of validity
   int64_t end_date;        ///< last second of validity; 0: open
   rate_node* prev;
@@ -169,6 +169,12 @@ int32_t delete_code_deck_node(rp_hash_node* node, const void* code_id);
 
 /// Frees the node's one record; 0 when it has none.
 int32_t delete_time_profile_node(rp_hash_node* node, const void* ignored);
+
+/// Owned trees of each record.
+using rate_node_tree = rp_hash_owner<delete_rate_node>;
+using code_deck_node_tree = rp_hash_owner<delete_code_deck_node>;
+using jurisdiction_prefix_node_tree = rp_hash_owner<delete_jurisdiction_prefix_node>;
+using time_profile_node_tree = rp_hash_owner<delete_time_profile_node>;
 
 /// Pushes a removal request for each of `count` records from `first` on that takes effect exactly
 /// at `effective_date`. Stops, with an ERROR line, when memory runs out.

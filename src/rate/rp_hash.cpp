@@ -344,6 +344,11 @@ rp_hash_node* rp_hash_create(rp_hash_node** slot, const char* key) {
   return node;
 }
 
+rp_hash_node* rp_hash_create_nested(rp_hash_node** slot, const char* outer, const char* key) {
+  rp_hash_node* const node = rp_hash_create(slot, outer);
+  return node ? rp_hash_create(&node->sub, key) : nullptr;
+}
+
 rp_hash_node* rp_hash_search(rp_hash_node* const* slot, const char* key) {
   if (!slot || !key) {
     return nullptr;

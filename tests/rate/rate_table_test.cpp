@@ -30,17 +30,16 @@ using id_list = std::vector<std::string>;
 /// The slot is handed over by value: freeing the table's only node would leave the caller on freed
 /// memory.
 TEST(expiry, of_the_last_rate_never_frees_the_callers_first_node) {
-  rp_hash_node* root = nullptr;
-  rp_hash_node* const table = rp_hash_create(&root, "7");
+  rate_node_tree rates;
   rate_node* const rate = make_rate("0", 100);
-  rate_node_link(rp_hash_create(&table->sub, "44"), rate);
+  rate_node_link(rates.create("7", "44"), rate);
+  rp_hash_node* const table = rates.root();
   expire_rate_req* request = nullptr;
   create_del_expire_rate(rate, 1, &request, 100);
-  delete_expire_rate(root, request->code, request->rate_id, request->rate_table_id, 0);
+  delete_expire_rate(table, request->code, request->rate_id, request->rate_table_id, 0);
   qvn_slab::release(request);
-  ASSERT_EQ(root, table);
+  ASSERT_EQ(rp_hash_match_all(rates.slot(), "7"), table);
   EXPECT_EQ(rp_hash_match_all(&table->sub, "44"), nullptr);
-  rp_hash_destroy(&root, delete_rate_node);
 }
 
 TEST(record_lists, give_up_one_record_by_id_or_all) {
