@@ -13,8 +13,8 @@
 
 namespace {
 
-constexpr int64_t kSecondsADay = 86'400;
-constexpr int32_t kHoursADay = 24;
+constexpr int64_t kSecondsPerDay = 86'400;
+constexpr int32_t kHoursPerDay = 24;
 constexpr int32_t kDaysAWeek = 7;
 
 /// A moment in UTC.
@@ -27,10 +27,10 @@ struct clock_reading {
 
 clock_reading utc_clock(int64_t time) {
   constexpr int64_t kEpochWeekday = 4;  // a Thursday
-  int64_t day = time / kSecondsADay;
-  int64_t rest = time % kSecondsADay;
+  int64_t day = time / kSecondsPerDay;
+  int64_t rest = time % kSecondsPerDay;
   if (rest < 0) {
-    rest += kSecondsADay;
+    rest += kSecondsPerDay;
     --day;
   }
   const int64_t weekday = ((day + kEpochWeekday - 1) % kDaysAWeek + kDaysAWeek) % kDaysAWeek + 1;
@@ -41,11 +41,11 @@ clock_reading utc_clock(int64_t time) {
 /// Moves hour and weekday into a time zone, whole hours from UTC.
 clock_reading shifted(clock_reading clock, int32_t zone) {
   clock.hour += zone;
-  if (clock.hour >= kHoursADay) {
-    clock.hour -= kHoursADay;
+  if (clock.hour >= kHoursPerDay) {
+    clock.hour -= kHoursPerDay;
     clock.weekday = clock.weekday == kDaysAWeek ? 1 : clock.weekday + 1;
   } else if (clock.hour < 0) {
-    clock.hour += kHoursADay;
+    clock.hour += kHoursPerDay;
     clock.weekday = clock.weekday == 1 ? kDaysAWeek : clock.weekday - 1;
   }
   return clock;
@@ -92,7 +92,7 @@ const rate_node* first_applicable(const pricing_terms& terms, const rp_hash_node
   return nullptr;
 }
 
-/// Whether the calling number is too short or too long for its jurisdiction to be told.
+/// Whether the calling number is too short or too long to give its jurisdiction.
 bool ani_out_of_bounds(const jurisdiction_settings& settings, std::string_view ani) {
   const std::string_view prefix = settings.prefix;
   if (prefix.empty()) {
@@ -175,7 +175,7 @@ bool time_profile_applies(const time_profile_node& profile, int64_t start_second
 const rate_node* choose_record(const pricing_terms& terms, const rp_hash_node* longest,
                                int64_t start_second) {
   for (const rp_hash_node* node = longest; node; node = node->parent) {
-    // A rate without a code is nobody's default.
+    // A rate without a code is no default for other codes.
     if (node->terminal != 1 || node->ch == 0) {
       continue;
     }

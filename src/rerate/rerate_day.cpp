@@ -17,25 +17,19 @@ bool is_later(const tm& left, const tm& right) {
          std::tie(right.tm_year, right.tm_mon, right.tm_mday);
 }
 
-int64_t local_time(const tm& date, int hour, int minute, int second) {
-  tm moment{};
-  moment.tm_year = date.tm_year;
-  moment.tm_mon = date.tm_mon;
-  moment.tm_mday = date.tm_mday;
-  moment.tm_hour = hour;
-  moment.tm_min = minute;
-  moment.tm_sec = second;
-  return std::mktime(&moment);
+int64_t local_time(tm date, int hour, int minute, int second) {
+  date.tm_hour = hour;
+  date.tm_min = minute;
+  date.tm_sec = second;
+  return std::mktime(&date);
 }
 
 /// Moves to the next calendar date; false when there is none.
 bool advance(tm& date) {
-  constexpr int64_t kSecondsADay = 86'400;
-  tm midnight{};
-  midnight.tm_year = date.tm_year;
-  midnight.tm_mon = date.tm_mon;
-  midnight.tm_mday = date.tm_mday;
-  return break_down(timegm(&midnight) + kSecondsADay, date) && is_later(date, midnight);
+  constexpr int64_t kSecondsPerDay = 86'400;
+  tm midnight = date;
+  midnight.tm_hour = midnight.tm_min = midnight.tm_sec = 0;
+  return break_down(timegm(&midnight) + kSecondsPerDay, date) && is_later(date, midnight);
 }
 
 std::string date_text(const tm& date, const char* front, const char* separator) {
@@ -87,7 +81,7 @@ std::optional<rerate_day> rerate_days::next() {
   if (first && from_ != day.start) {
     day.lower = qvn_utc_timestamp(from_);
   }
-  // East of UTC the last date goes on after its local end; calls behind `to_` are nobody's.
+  // East of UTC the last date goes on after its local end; calls after `to_` are not asked for.
   if (to_ <= day_end_ || !is_later(last_date, date_)) {
     day.upper = qvn_utc_timestamp(to_);
     finished_ = true;

@@ -1,8 +1,10 @@
 #include "tools/conf_connect.h"
 
+#include <array>
+
 #include "db/qvn_db.h"
 #include "rate_upload/rate_upload_task.h"
-#include "rerate/rerate_task.h"
+#include "rerate/rerate_row.h"
 
 namespace {
 
@@ -10,15 +12,15 @@ constexpr const char* kLabel = "Configuration check";
 
 /// The server checks tables, columns and rights of a statement that it only explains.
 constexpr const char* kNothingChanges = "SET default_transaction_read_only = on";
-constexpr const char* kStatements[] = {
-    kRateUploadJobQuery,
-    "UPDATE rate_upload_task SET progress='',status=0,start_time=0,end_time=0,expense_detail='',"
-    "result_file_path='' WHERE id=0",
-    kRerateJobQuery,
-    "UPDATE rerate_cdr_task SET err_code=0,progress='',status=0,load_cdr_elapsed_sec=0,"
-    "load_rate_elapsed_sec=0,rerate_elapsed_sec=0,start_time=0,end_time=0,cdr_file='',"
-    "cdr_file_path='' WHERE id=0",
-};
+std::array<std::string, 4> statements() {
+  return {
+      kRateUploadJobQuery,
+      "UPDATE rate_upload_task SET progress='',status=0,start_time=0,end_time=0,expense_detail='',"
+      "result_file_path='' WHERE id=0",
+      kRerateJobQuery,
+      rerate_row_final_update(0, {}, {}, 0, 0, ""),
+  };
+}
 
 /// The server's words on a failure; empty when there is none.
 std::string failure_of(PGconn* connection, const std::string& sql) {
@@ -46,9 +48,9 @@ void conf_check_connection(const conf_database& database, conf_findings& finding
     return;
   }
   failure = failure_of(connection.get(), kNothingChanges);
-  for (const char* const statement : kStatements) {
+  for (const std::string& statement : statements()) {
     if (failure.empty()) {
-      failure = failure_of(connection.get(), "EXPLAIN " + std::string(statement));
+      failure = failure_of(connection.get(), "EXPLAIN " + statement);
     }
   }
   if (!failure.empty()) {

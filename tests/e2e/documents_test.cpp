@@ -294,24 +294,29 @@ std::string text_of(const std::string& call, const std::string& all_sources) {
 /// fills in is a "*".
 TEST(Documents, JobTablesNameEveryProgressText) {
   const std::string page = document("job-tables.md");
+  const std::string shared = support::read_file(QVN_SOURCE_DIR "/src/db/qvn_db_job.h") +
+                             support::read_file(QVN_SOURCE_DIR "/src/db/qvn_db_job.cpp");
   int found = 0;
+  const auto look_for = [&](const std::string& call, const std::string& source) {
+    for (size_t at = source.find(call); at != std::string::npos; at = source.find(call, at + 1)) {
+      const std::string text = text_of(source.substr(at, source.find(';', at) - at), source);
+      if (text.empty() || text.starts_with("UPDATE "))
+        continue;
+      std::string pattern = "*`" + text + "`*";
+      replace_all(pattern, "%s", "*");
+      replace_all(pattern, "%u", "*");
+      EXPECT_EQ(fnmatch(pattern.c_str(), page.c_str(), 0), 0) << text;
+      ++found;
+    }
+  };
   for (const std::string folder : {"rate_upload", "rerate"}) {
-    std::string source;
+    std::string source = shared;
     for (const std::string& file : sources(folder))
       source += file;
-    for (const std::string call : {"fail(", "refuse(task, ", "progress_update("}) {
-      for (size_t at = source.find(call); at != std::string::npos; at = source.find(call, at + 1)) {
-        const std::string text = text_of(source.substr(at, source.find(';', at) - at), source);
-        if (text.empty() || text.starts_with("UPDATE "))
-          continue;
-        std::string pattern = "*`" + text + "`*";
-        replace_all(pattern, "%s", "*");
-        replace_all(pattern, "%u", "*");
-        EXPECT_EQ(fnmatch(pattern.c_str(), page.c_str(), 0), 0) << text;
-        ++found;
-      }
-    }
+    for (const std::string call : {"fail(", "refuse(task, ", "progress_update("})
+      look_for(call, source);
   }
+  look_for("return qvn_format(", shared);
   EXPECT_GE(found, 30) << "the texts are no longer found this way in the source";
 }
 
