@@ -129,6 +129,7 @@ void cdr_pricer::price(const waiting_call& call, const rp_hash_node* longest_cod
     return;
   }
   if (choice.rate == kNoRate) {
+    ++out.unmatched_count;
     for (const std::string_view text :
          {call.line[kSessionId], call.facts.ani, call.facts.billed_number}) {
       (out.unmatched += text) += '\0';

@@ -30,6 +30,12 @@ void log_not_matched(const rerate_task& task, const rerated_calls& calls) {
       (void)qvn_log_drain(kLongestRest);
     }
   });
+  if (lines != calls.unmatched_count()) {
+    QVN_LOG(kLogWarning,
+            "Rerate task %d %u calls that match no rate are not logged, error:%d(%s)\n", id,
+            calls.unmatched_count() - lines, calls.unmatched_error(),
+            std::strerror(calls.unmatched_error()));
+  }
 }
 
 /// Logs the failure as the caller's line. False, always.

@@ -30,7 +30,10 @@ class rerated_calls {
   /// The lines of the CDR file.
   [[nodiscard]] const cdr_spool& lines() const { return lines_; }
 
-  /// Hands over each call that found no rate, in order.
+  /// Calls that found no rate; and each of them in order, but those lost to `unmatched_error()`,
+  /// the spool's.
+  [[nodiscard]] uint32_t unmatched_count() const { return out_.unmatched_count; }
+  [[nodiscard]] int unmatched_error() const { return unmatched_.error(); }
   void each_unmatched(
       qvn_function_ref<void(const char* session_id, const char* ani, const char* billed_number)>
           take) const;
