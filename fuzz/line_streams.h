@@ -23,7 +23,7 @@ using line_events = std::vector<line_event>;
 [[nodiscard]] std::vector<std::string> cut_stream(std::string_view stream, std::string_view sizes,
                                                   std::size_t most);
 
-/// The stream that an input stands for: behind each "~" a byte says how many times eight letters
+/// The stream that an input stands for: after each "~" a byte says how many times eight letters
 /// follow, so that lines at the limits take few bytes.
 [[nodiscard]] std::string unpack_stream(std::string_view packed);
 
@@ -31,7 +31,7 @@ using line_events = std::vector<line_event>;
 [[nodiscard]] bool has_overlong_line(std::string_view stream,
                                      const qvn_line_buffer::limits& allowed);
 
-/// The first word of a line and what follows the blank behind it.
+/// The first word of a line and what follows its blank.
 [[nodiscard]] std::pair<std::string, std::string> split_line(const std::string& line);
 
 inline line_events buffer_events(const std::vector<std::string>& reads,

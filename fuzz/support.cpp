@@ -4,7 +4,7 @@
 #include <ctime>
 
 #include "base/qvn_log.h"
-#include "core/qvn_core_ctrl.h"
+#include "db/qvn_db_conf.h"
 
 namespace {
 
@@ -40,8 +40,7 @@ void make_daemon() {
   (void)qvn_log_set_level(kLogEmergency);
   g_core_ctrl = new qvn_core_ctrl;
   g_core_ctrl->conf_dir = kFuzzFolder;
-  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-  g_core_ctrl->db_table = new qvn_hash_table{};
+  (void)qvn_db_conf_init();
 }
 
 }  // namespace

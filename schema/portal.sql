@@ -67,7 +67,7 @@ CREATE TABLE rate (
     effective_date           timestamptz,
     end_date                 timestamptz,        -- null: open-ended
     time_profile_id          integer,
-    grace_time               integer,            -- seconds that are not billed
+    grace_time               integer,            -- a call shorter than these seconds is free, any other billed whole
     min_time                 integer,            -- seconds billed at least
     rate_type                integer,
     seconds                  integer,            -- seconds in a billed "minute"
@@ -155,7 +155,7 @@ CREATE TABLE rerate_cdr_task (
 
 CREATE INDEX rerate_cdr_task_waiting ON rerate_cdr_task (id) WHERE status = 0;
 
--- The call records. Those of a day (in UTC) stand in a table of their own, for 31 January 2026 in one made by
+-- The call records. Each day (UTC) has a table of its own, for 31 January 2026 made by
 --     CREATE TABLE client_cdr20260131 (LIKE client_cdr INCLUDING ALL);
 -- Texts are without commas: the daemon splits a record at every comma.
 CREATE TABLE client_cdr (

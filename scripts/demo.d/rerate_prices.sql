@@ -56,7 +56,7 @@ INSERT INTO rate (rate_table_id, code, code_name, country, rate, inter_rate, int
 INSERT INTO jurisdiction_prefix (prefix, jurisdiction_id, jurisdiction_country_id)
   SELECT code, dense_rank() OVER (ORDER BY code_name), 1 FROM american;
 
--- Countries with break-outs are called by these; 999 is nobody's code.
+-- Countries with break-outs are called by these; 999 is not in use.
 CREATE TEMPORARY TABLE leaf AS
   SELECT code, code_name, country FROM destination d
   WHERE NOT EXISTS (SELECT FROM destination longer WHERE longer.code LIKE d.code || '_%')

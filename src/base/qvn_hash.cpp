@@ -30,7 +30,7 @@ bool has_key(const qvn_hash_element* element, const char* key, int32_t keylen) {
 
 qvn_hash_element* find_in_bucket(const qvn_hash_bucket& bucket, const char* key, int32_t keylen) {
   qvn_hash_element* element = bucket.head;
-  for (int32_t left = bucket.count; left > 0 && element != nullptr; --left) {
+  for (int32_t left = bucket.count; left > 0 && element; --left) {
     if (has_key(element, key, keylen)) {
       return element;
     }
@@ -43,7 +43,7 @@ qvn_hash_element* find_in_bucket(const qvn_hash_bucket& bucket, const char* key,
 qvn_hash_element* make_element(const char* key, int32_t keylen, qvn_hash_value value) {
   const auto key_size = static_cast<std::size_t>(keylen);
   void* block = ::operator new(sizeof(qvn_hash_element) + key_size, std::nothrow);
-  if (block == nullptr) {
+  if (!block) {
     return nullptr;
   }
   auto* own_key = static_cast<char*>(block) + sizeof(qvn_hash_element);
@@ -58,15 +58,15 @@ void free_element(qvn_hash_element* element) {
 /// In front of the bucket's head, or at the very front of the list when the bucket is empty.
 void link_element(qvn_hash_table* ph, qvn_hash_bucket& bucket, qvn_hash_element* element) {
   qvn_hash_element* head = bucket.head;
-  if (head != nullptr) {
+  if (head) {
     element->next = head;
     element->prev = head->prev;
-    (head->prev != nullptr ? head->prev->next : ph->first) = element;
+    (head->prev ? head->prev->next : ph->first) = element;
     head->prev = element;
   } else {
     element->next = ph->first;
     element->prev = nullptr;
-    if (ph->first != nullptr) {
+    if (ph->first) {
       ph->first->prev = element;
     }
     ph->first = element;
@@ -82,7 +82,7 @@ void link_element(qvn_hash_table* ph, qvn_hash_bucket& bucket, qvn_hash_element*
 void rehash(qvn_hash_table* ph, uint32_t new_size) {
   assert((new_size & (new_size - 1)) == 0);
   auto* buckets = new (std::nothrow) qvn_hash_bucket[new_size]();
-  if (buckets == nullptr) {
+  if (!buckets) {
     return;
   }
   delete[] ph->htable;
@@ -90,7 +90,7 @@ void rehash(qvn_hash_table* ph, uint32_t new_size) {
   ph->htsize = new_size;
   qvn_hash_element* element = ph->first;
   ph->first = nullptr;
-  while (element != nullptr) {
+  while (element) {
     qvn_hash_element* next = element->next;
     const uint32_t hash = hash_of(element->key, element->keylen);
     link_element(ph, ph->htable[hash & (new_size - 1)], element);
@@ -99,8 +99,8 @@ void rehash(qvn_hash_table* ph, uint32_t new_size) {
 }
 
 void remove_relement_given_hash(qvn_hash_table* ph, qvn_hash_element* element, uint32_t index) {
-  (element->prev != nullptr ? element->prev->next : ph->first) = element->next;
-  if (element->next != nullptr) {
+  (element->prev ? element->prev->next : ph->first) = element->next;
+  if (element->next) {
     element->next->prev = element->prev;
   }
   qvn_hash_bucket& bucket = ph->htable[index];
@@ -123,7 +123,7 @@ void remove_relement_given_hash(qvn_hash_table* ph, qvn_hash_element* element, u
 
 qvn_hash_value insert_hashed(qvn_hash_table* ph, const char* key, qvn_hash_value value,
                              int32_t keylen, uint32_t hash) {
-  if (ph->htable != nullptr) {
+  if (ph->htable) {
     assert((ph->htsize & (ph->htsize - 1)) == 0);
     const uint32_t index = hash & (ph->htsize - 1);
     if (qvn_hash_element* found = find_in_bucket(ph->htable[index], key, keylen)) {
@@ -138,7 +138,7 @@ qvn_hash_value insert_hashed(qvn_hash_table* ph, const char* key, qvn_hash_value
     return 0;
   }
   qvn_hash_element* element = make_element(key, keylen, value);
-  if (element == nullptr) {
+  if (!element) {
     return value;
   }
   ++ph->count;
@@ -170,11 +170,11 @@ qvn_hash_value find_hashed(const qvn_hash_table* ph, const char* key, int32_t ke
   // clang-format on
   const qvn_hash_bucket& bucket = ph->htable[hash & (ph->htsize - 1)];
   const qvn_hash_element* found = find_in_bucket(bucket, key, keylen);
-  return found != nullptr ? found->data : 0;
+  return found ? found->data : 0;
 }
 
 bool is_empty(const qvn_hash_table* table) {
-  return table == nullptr || table->first == nullptr || table->htable == nullptr;
+  return !table || !table->first || !table->htable;
 }
 
 }  // namespace
@@ -190,15 +190,15 @@ qvn_hash_value qvn_hash_insert(qvn_hash_table* table, const char* key, qvn_hash_
 
 qvn_hash_value qvn_hash_insert_ext(qvn_hash_table* table, const char* key, qvn_hash_value value,
                                    int32_t* keylen, uint32_t* hash) {
-  if (keylen != nullptr && *keylen > 0 && hash != nullptr) {
+  if (keylen && *keylen > 0 && hash) {
     return insert_hashed(table, key, value, *keylen, *hash);
   }
   const int32_t own_keylen = length_of(key);
   const uint32_t own_hash = hash_of(key, own_keylen);
-  if (keylen != nullptr) {
+  if (keylen) {
     *keylen = own_keylen;
   }
-  if (hash != nullptr) {
+  if (hash) {
     *hash = own_hash;
   }
   return insert_hashed(table, key, value, own_keylen, own_hash);
@@ -222,20 +222,20 @@ qvn_hash_value qvn_hash_find_ext(const qvn_hash_table* table, const char* key, i
 
 void qvn_hash_this(const qvn_hash_element* element, const char** key, int32_t* keylen,
                    qvn_hash_value* value) {
-  if (key != nullptr) {
+  if (key) {
     *key = element->key;
   }
-  if (keylen != nullptr) {
+  if (keylen) {
     *keylen = length_of(element->key);
   }
-  if (value != nullptr) {
+  if (value) {
     *value = element->data;
   }
 }
 
 void qvn_hash_clear(qvn_hash_table* table) {
   qvn_hash_element* element = table->first;
-  while (element != nullptr) {
+  while (element) {
     qvn_hash_element* next = element->next;
     free_element(element);
     element = next;

@@ -21,7 +21,7 @@ class qvn_line_buffer {
     std::size_t rest;  ///< from this length on an unfinished rest is
   };
 
-  /// The largest read whose bytes always fit behind a kept rest and half of a line end.
+  /// The largest read whose bytes always fit after a kept rest and half of a line end.
   static constexpr std::size_t room(const limits& allowed) { return kCapacity - allowed.rest; }
 
   /// Takes received bytes, at most room() of them, and calls `on_line(text)` for each complete line
@@ -29,11 +29,6 @@ class qvn_line_buffer {
   /// during the call, and may be written to.
   template <class OnLine, class OnInvalid>
   void feed(std::string_view received, const limits& allowed, OnLine on_line, OnInvalid on_invalid);
-
-  void clear() { length_ = 0; }
-
-  /// Bytes kept of an unfinished line.
-  [[nodiscard]] std::size_t length() const { return length_; }
 
  private:
   static constexpr std::string_view kLineEnd = "\r\n";

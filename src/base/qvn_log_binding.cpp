@@ -29,7 +29,7 @@ log_bind_logger* g_log_binding QVN_GUARDED_BY(g_log_binding_mutes) = nullptr;
 /// The first bound logger with that descriptor, or the end of the list.
 log_bind_logger** find_bound_logger(int32_t fd) QVN_REQUIRES(g_log_binding_mutes) {
   log_bind_logger** link = &g_log_binding;
-  while (*link != nullptr && (*link)->fd != fd) {
+  while (*link && (*link)->fd != fd) {
     link = &(*link)->next;
   }
   return link;
@@ -44,7 +44,7 @@ void qvn_log_send_to_bound_loggers(const char* text, uint32_t level, uint8_t for
     return;
   }
   const qvn_lock_guard guard(g_log_binding_mutes);
-  for (const log_bind_logger* logger = g_log_binding; logger != nullptr; logger = logger->next) {
+  for (const log_bind_logger* logger = g_log_binding; logger; logger = logger->next) {
     if (logger->level >= level || force == 1) {
       // The result is not looked at: a logger that is gone, or does not read, loses the line. It
       // must not stop the log thread, so the send does not wait.
@@ -55,7 +55,7 @@ void qvn_log_send_to_bound_loggers(const char* text, uint32_t level, uint8_t for
 
 void qvn_log_release_bound_loggers() {
   const qvn_lock_guard guard(g_log_binding_mutes);
-  while (g_log_binding != nullptr) {
+  while (g_log_binding) {
     delete std::exchange(g_log_binding, g_log_binding->next);
   }
   g_log_binding_count.store(0, std::memory_order_release);
@@ -67,13 +67,13 @@ int32_t qvn_log_add_bind_logger(int32_t fd, uint32_t level) {
     return -1;
   }
   auto* logger = new (std::nothrow) log_bind_logger{fd, level, nullptr};
-  if (logger == nullptr) {
+  if (!logger) {
     QVN_LOG(kLogError, "%s", "Alloc memory for log bind logger fail\n");
     return -1;
   }
   const qvn_lock_guard guard(g_log_binding_mutes);
   log_bind_logger** last = &g_log_binding;
-  while (*last != nullptr) {
+  while (*last) {
     last = &(*last)->next;
   }
   *last = logger;
@@ -88,7 +88,7 @@ int32_t qvn_log_add_unbind_logger(int32_t fd) {
   }
   const qvn_lock_guard guard(g_log_binding_mutes);
   log_bind_logger** link = find_bound_logger(fd);
-  if (log_bind_logger* logger = *link; logger != nullptr) {
+  if (log_bind_logger* logger = *link; logger) {
     *link = logger->next;
     delete logger;
     g_log_binding_count.fetch_sub(1, std::memory_order_release);
@@ -102,7 +102,7 @@ int32_t qvn_log_bind_logger_set_level(int32_t fd, uint32_t level) {
     return -1;
   }
   const qvn_lock_guard guard(g_log_binding_mutes);
-  if (log_bind_logger* logger = *find_bound_logger(fd); logger != nullptr) {
+  if (log_bind_logger* logger = *find_bound_logger(fd); logger) {
     logger->level = level;
   }
   return 0;

@@ -5,11 +5,11 @@
 
 void* qvn_mem_home_variable_alloc(qvn_mem_home* home, std::size_t size) {
   void* block = ::operator new(size, std::nothrow);
-  if (block == nullptr) {
+  if (!block) {
     return nullptr;
   }
   auto* node = new (std::nothrow) qvn_mem_node{block, *home};
-  if (node == nullptr) {
+  if (!node) {
     ::operator delete(block);
     return nullptr;
   }
@@ -18,12 +18,12 @@ void* qvn_mem_home_variable_alloc(qvn_mem_home* home, std::size_t size) {
 }
 
 char* qvn_mem_home_strdup(qvn_mem_home* home, const char* text) {
-  if (text == nullptr || *text == '\0') {
+  if (!text || *text == '\0') {
     return nullptr;
   }
   const std::size_t size = std::strlen(text) + 1;
   void* copy = qvn_mem_home_variable_alloc(home, size);
-  if (copy != nullptr) {
+  if (copy) {
     std::memcpy(copy, text, size);
   }
   return static_cast<char*>(copy);

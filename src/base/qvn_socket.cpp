@@ -57,15 +57,7 @@ uint16_t bound_port(int fd) {
   return ntohs(place.sin_port);
 }
 
-bool try_later(int error) {
-  return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
-}
-
-/// Waits until the socket may take more; it may have broken instead, which the next send tells.
-void wait_until_writable(int fd) {
-  pollfd entry{.fd = fd, .events = POLLOUT, .revents = 0};
-  (void)poll(&entry, 1, -1);
-}
+constexpr int kWithoutEnd = -1;
 
 /// A non-blocking datagram socket, not bound; none, with an ERROR, on failure.
 qvn_fd make_udp_socket(const char* address, uint16_t port) {
@@ -108,6 +100,25 @@ bool prepare_listener(int fd, const char* address, uint16_t port, int backlog) {
 
 }  // namespace
 
+bool qvn_try_later(int error) {
+  return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
+}
+
+qvn_input qvn_wait_for_input(int fd, int milliseconds) {
+  pollfd entry{.fd = fd, .events = POLLIN, .revents = 0};
+  const int count = poll(&entry, 1, milliseconds);
+  if (count == 0 || (count < 0 && errno == EINTR)) {
+    return qvn_input::none;
+  }
+  // The end of a connection is read like input.
+  return (entry.revents & (POLLIN | POLLHUP | POLLERR)) != 0 ? qvn_input::ready : qvn_input::broken;
+}
+
+void qvn_wait_until_writable(int fd, int milliseconds) {
+  pollfd entry{.fd = fd, .events = POLLOUT, .revents = 0};
+  (void)poll(&entry, 1, milliseconds);
+}
+
 int32_t qvn_tcp_socket_and_listen(const char* address, uint16_t port, int backlog) {
   const char* const shown = qvn_or_empty(address);
   qvn_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -125,7 +136,7 @@ int32_t qvn_tcp_accept(int32_t listener, sockaddr_in* peer, const char* owner) {
   socklen_t length = sizeof *peer;
   qvn_fd fd(accept4(listener, reinterpret_cast<sockaddr*>(peer), &length, SOCK_CLOEXEC));
   if (!fd.is_open()) {
-    if (try_later(errno)) {
+    if (qvn_try_later(errno)) {
       return kAcceptWouldBlock;
     }
     QVN_LOG(kLogWarning, "The  %s socket accept error\n", shown);
@@ -150,8 +161,8 @@ int64_t qvn_tcp_reliable_send(int32_t socket, const void* data, std::size_t leng
         send(socket, static_cast<const char*>(data) + sent, length - sent, MSG_NOSIGNAL);
     if (result >= 0) {
       sent += static_cast<std::size_t>(result);
-    } else if (try_later(errno)) {
-      wait_until_writable(socket);
+    } else if (qvn_try_later(errno)) {
+      qvn_wait_until_writable(socket, kWithoutEnd);
     } else {
       QVN_LOG(kLogNotice, "The socket %d may be shutdown, data size %d, send size %d\n", socket,
               static_cast<int>(length), static_cast<int>(sent));
@@ -178,17 +189,25 @@ int32_t qvn_tcp_secket(const char* owner) {
   return fd;
 }
 
-int32_t qvn_tcp_secket_connect(int32_t socket, const char* address, uint16_t port) {
-  const char* const shown = qvn_or_empty(address);
+qvn_connected qvn_tcp_connect(int socket, const char* address, uint16_t port) {
   const sockaddr_in place = make_address(address, port);
   if (connect(socket, generic(place), sizeof place) != 0) {
-    QVN_LOG(kLogWarning, "Connect %s:%d error, %s\n", shown, port, std::strerror(errno));
+    return {.error = errno, .nonblocking = false, .no_delay = false};
+  }
+  return {.error = 0, .nonblocking = set_nonblocking(socket), .no_delay = set_no_delay(socket)};
+}
+
+int32_t qvn_tcp_secket_connect(int32_t socket, const char* address, uint16_t port) {
+  const char* const shown = qvn_or_empty(address);
+  const qvn_connected made = qvn_tcp_connect(socket, address, port);
+  if (made.error != 0) {
+    QVN_LOG(kLogWarning, "Connect %s:%d error, %s\n", shown, port, std::strerror(made.error));
     return -1;
   }
-  if (!set_nonblocking(socket)) {
+  if (!made.nonblocking) {
     QVN_LOG(kLogNotice, "Can't set tcp socket[%s:%d] to nonblock\n", shown, port);
   }
-  if (!set_no_delay(socket)) {
+  if (!made.no_delay) {
     QVN_LOG(kLogNotice, "Can't set tcp socket to no delay\n");
   }
   return 0;
@@ -234,8 +253,8 @@ int64_t qvn_udp_reliable_send(int32_t socket, const void* data, std::size_t leng
       if (sent >= length) {
         return static_cast<int64_t>(sent);
       }
-    } else if (try_later(errno)) {
-      wait_until_writable(socket);
+    } else if (qvn_try_later(errno)) {
+      qvn_wait_until_writable(socket, kWithoutEnd);
     } else {
       QVN_LOG(kLogNotice, "The socket %d may be shutdown\n", socket);
       return static_cast<int64_t>(sent);

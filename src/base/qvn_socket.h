@@ -11,14 +11,27 @@
 
 #include "base/qvn_fd.h"
 
-/// What qvn_tcp_accept gives when nobody waits to be accepted.
+/// Whether a call on a socket that failed with this error number may succeed later.
+[[nodiscard]] bool qvn_try_later(int error);
+
+/// What a wait for input ended with. The end of a connection counts as input.
+enum class qvn_input { none, ready, broken };
+
+/// Waits for input on the socket for that long; a signal ends the wait with none.
+[[nodiscard]] qvn_input qvn_wait_for_input(int fd, int milliseconds);
+
+/// Waits for that long, -1: without end, until the socket takes more or has broken: the next send
+/// shows which.
+void qvn_wait_until_writable(int fd, int milliseconds);
+
+/// What qvn_tcp_accept returns when no connection waits to be accepted.
 inline constexpr int32_t kAcceptWouldBlock = -100;
 
 /// A listening stream socket, non-blocking and without delay. -1, with a WARNING, when any step
 /// fails.
 [[nodiscard]] int32_t qvn_tcp_socket_and_listen(const char* address, uint16_t port, int backlog);
 
-/// Accepts one connection, non-blocking and without delay, and tells its peer. kAcceptWouldBlock
+/// Accepts one connection, non-blocking and without delay, and stores its peer. kAcceptWouldBlock
 /// when none waits; -1, with a WARNING, for anything else. `owner` names the caller in messages and
 /// may be absent.
 [[nodiscard]] int32_t qvn_tcp_accept(int32_t listener, sockaddr_in* peer, const char* owner);
@@ -34,14 +47,24 @@ inline constexpr int32_t kAcceptWouldBlock = -100;
 /// A stream socket; -1, with a WARNING.
 [[nodiscard]] int32_t qvn_tcp_secket(const char* owner);
 
-/// Connects, then makes the socket non-blocking and without delay; that these fail is a NOTICE
-/// only. 0, or -1, with a WARNING, when the connection failed.
+/// How far connecting came. A socket that refused its two options works all the same.
+struct qvn_connected {
+  int error;         ///< 0, or the error number: no connection
+  bool nonblocking;  ///< the socket is
+  bool no_delay;     ///< the socket is without delay
+};
+
+/// Connects, then makes the socket non-blocking and without delay. Logs nothing.
+[[nodiscard]] qvn_connected qvn_tcp_connect(int socket, const char* address, uint16_t port);
+
+/// As qvn_tcp_connect. A refused option is a NOTICE. 0, or -1, with a WARNING, without a
+/// connection.
 [[nodiscard]] int32_t qvn_tcp_secket_connect(int32_t socket, const char* address, uint16_t port);
 
 /// A non-blocking datagram socket bound to that address; -1, with an ERROR.
 [[nodiscard]] int32_t qvn_nonblock_udp_socket(const char* address, uint16_t port);
 
-/// A non-blocking datagram socket bound to the first free one of `tries` ports, which it tells; a
+/// A non-blocking datagram socket bound to the first free one of `tries` ports, which it stores; a
 /// first port of 0 is any that is free. -1 when none is free or a socket cannot be made.
 [[nodiscard]] int32_t qvn_nonblock_udp_socket_multi_trybind(const char* address,
                                                             uint16_t first_port, int tries,

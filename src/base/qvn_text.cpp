@@ -212,11 +212,13 @@ std::string_view qvn_money_text(std::span<char, kMoneyTextSize> out, float amoun
   return {begin, result.ptr};
 }
 
+std::string_view qvn_skip_blanks(std::string_view text) {
+  const auto* const first = std::ranges::find_if(text, [](char c) { return code_of(c) > kBlank; });
+  return {first, text.end()};
+}
+
 char* qvn_skip_blanks(char* text) {
-  while (*text != '\0' && code_of(*text) <= kBlank) {
-    ++text;
-  }
-  return text;
+  return text + (std::strlen(text) - qvn_skip_blanks(std::string_view(text)).size());
 }
 
 char* qvn_skip_nonblanks(char* text) {

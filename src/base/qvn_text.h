@@ -67,6 +67,7 @@ inline constexpr std::size_t kMoneyTextSize = 64;
 
 /// Past leading characters 1 to 32 (control characters and blank).
 [[nodiscard]] char* qvn_skip_blanks(char* text);
+[[nodiscard]] std::string_view qvn_skip_blanks(std::string_view text);
 
 /// Past leading characters above 32.
 [[nodiscard]] char* qvn_skip_nonblanks(char* text);

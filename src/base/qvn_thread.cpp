@@ -39,6 +39,6 @@ int create_detached_thread(qvn_thread_routine routine, void* argument) {
 
 void qvn_thread_set_name(const char* name) {
   std::array<char, 16> kept;
-  std::snprintf(kept.data(), kept.size(), "%.15s", name == nullptr ? "" : name);
+  std::snprintf(kept.data(), kept.size(), "%.15s", name ? name : "");
   pthread_setname_np(pthread_self(), kept.data());
 }

@@ -1,13 +1,12 @@
-/// What the console's commands answer.
+#include "cli/cli_commands.h"
 
 #include <new>
 #include <poll.h>
 #include <string>
 
-#include "base/qvn_hash.h"
 #include "base/qvn_log.h"
+#include "base/qvn_socket.h"
 #include "base/qvn_text.h"
-#include "cli/cli_connection.h"
 #include "core/qvn_core_ctrl.h"
 #include "db/qvn_db_conf.h"
 
@@ -44,28 +43,23 @@ std::string list_head() {
 std::string list_rows() QVN_REQUIRES(g_core_ctrl->db_list_lock) {
   std::string text;
   int rows = 0;
-  for (const auto* element = g_core_ctrl->db_table->first; element; element = element->next) {
-    const auto* const database = reinterpret_cast<const db_info*>(element->data);
-    if (!database) {
-      continue;
-    }
-    text +=
-        qvn_format("%20s | %5d | %30s | %30s | %30s \r\n", database->host.c_str(), database->port,
-                   database->name.c_str(), database->user.c_str(), database->password.c_str())
-            .substr(0, kSeparator.size());
+  for (const db_info& database : *g_core_ctrl->db_table) {
+    text += qvn_format("%20s | %5d | %30s | %30s | %30s \r\n", database.host.c_str(), database.port,
+                       database.name.c_str(), database.user.c_str(), database.password.c_str())
+                .substr(0, kSeparator.size());
     ++rows;
   }
   return text + qvn_format("(%d rows)\r\n", rows);
 }
 
-/// Whether the client may still read an answer. One that has left says so once it is sent
+/// Whether the client may still read an answer. One that has left shows it once it is sent
 /// something; one that has only ended its own side is still there.
 bool is_there(const cli_connection& connection) {
   pollfd entry{.fd = connection.fd.get(), .events = 0, .revents = 0};
   return poll(&entry, 1, 0) == 0;
 }
 
-/// The rows, and `end` behind them; nothing when the client leaves while the poller holds the list:
+/// The rows, and `end` after them; nothing when the client leaves while the poller holds the list:
 /// its place is free for another one then.
 std::string rows_for(const cli_connection& connection, const char* end) {
   if (!g_core_ctrl->db_list_lock.lock_while([&] { return is_there(connection); })) {

@@ -1,4 +1,4 @@
-/// One console connection and the control record of the server. Shared by the server's own files.
+/// One console connection and the control record of the server.
 ///
 /// A connection is in exactly one list: `init_list`, the listener's alone, until its login, then
 /// `auth_list`, under the server's mutex, and served by a thread of its own.
@@ -9,17 +9,18 @@
 #include <netinet/in.h>
 #include <pthread.h>
 
-#include "base/qvn_line_buffer.h"
+#include "base/qvn_fd.h"
 #include "base/qvn_mutex.h"
-#include "base/qvn_socket.h"
+#include "cli/cli_protocol.h"
 
 struct cli_connection {
   qvn_fd fd;
-  sockaddr_in addr{};      ///< the peer
-  int64_t expires = 0;     ///< seconds since the epoch after which it is closed
-  qvn_line_buffer buffer;  ///< bytes of an unfinished line
-  bool paused = false;     ///< not read to its end; to be continued
-  bool logout = false;     ///< ends when all that has come has been read
+  sockaddr_in addr{};           ///< the peer
+  int64_t expires = 0;          ///< seconds since the epoch after which it is closed
+  cli_login_reader logins;      ///< the listener's
+  cli_request_reader requests;  ///< the connection thread's
+  bool paused = false;          ///< not read to its end; to be continued
+  bool logout = false;          ///< ends when all that has come has been read
   cli_connection* next = nullptr;
 };
 
@@ -53,17 +54,3 @@ struct cli_peer {
   int port;
 };
 [[nodiscard]] cli_peer cli_peer_of(const cli_connection& connection);
-
-/// Masks the control characters of what a client sent, line ends included: it may not write lines
-/// of the log. Returns the line.
-const char* cli_masked(char* line);
-
-/// Hands a connection that has logged in over to a thread of its own, which frees it. Closed, freed
-/// and not counted when the thread cannot be started, which is logged. Listener thread.
-void cli_session_start(cli_connection* connection) QVN_EXCLUDES(g_cli_server_ctrl->mutex);
-
-/// The command handlers: each forms its whole answer, the database list under its lock, and then
-/// sends it. The arguments are not used. Connection threads.
-void cmd_help_request_proc(const cli_connection& connection, std::string_view arguments);
-void get_conf_request_proc(const cli_connection& connection, std::string_view arguments);
-void reload_conf_request_proc(const cli_connection& connection, std::string_view arguments);

@@ -1,19 +1,23 @@
 #include "cli/cli_protocol.h"
 
+#include <cstring>
 #include <strings.h>
+
+#include "base/qvn_text.h"
 
 namespace {
 
 struct named_method {
+  cli_method id;
   std::string_view name;
-  cli_method method;
 };
 
-/// In the order of their numbers; number 0, "UNKNOWN", is never asked for.
+/// In the order of their numbers. The first stands for every word that is none of the others.
 constexpr named_method cli_methods[] = {
-    {"heartbeat", cli_method::heartbeat},     {"get_conf", cli_method::get_conf},
-    {"reload_conf", cli_method::reload_conf}, {"login", cli_method::login},
-    {"logout", cli_method::logout},           {"help", cli_method::help},
+    {cli_method::unknown, "UNKNOWN"},   {cli_method::heartbeat, "heartbeat"},
+    {cli_method::get_conf, "get_conf"}, {cli_method::reload_conf, "reload_conf"},
+    {cli_method::login, "login"},       {cli_method::logout, "logout"},
+    {cli_method::help, "help"},
 };
 
 }  // namespace
@@ -27,16 +31,20 @@ cli_request cli_request_split(std::string_view line) {
 }
 
 cli_method cli_method_find(std::string_view word) {
-  for (const auto& [name, method] : cli_methods) {
+  for (const auto& [id, name] : cli_methods) {
     if (word.size() == name.size() && strncasecmp(word.data(), name.data(), name.size()) == 0) {
-      return method;
+      return id;
     }
   }
   return cli_method::unknown;
 }
 
-cli_login cli_login_check(std::string_view arguments, std::string_view configured_user,
+cli_login cli_login_check(std::string_view line, std::string_view configured_user,
                           std::string_view configured_password) {
+  const auto [word, arguments] = cli_request_split(line);
+  if (cli_method_find(word) != cli_method::login) {
+    return cli_login::none;
+  }
   if (configured_user.empty() || configured_password.empty()) {
     return cli_login::accepted;
   }
@@ -45,4 +53,9 @@ cli_login cli_login_check(std::string_view arguments, std::string_view configure
     return cli_login::words_missing;
   }
   return password == configured_password ? cli_login::accepted : cli_login::wrong_password;
+}
+
+const char* cli_masked(char* line, std::string_view kept) {
+  qvn_mask_controls({line, std::strlen(line)}, kept);
+  return line;
 }

@@ -1,19 +1,16 @@
-/// One connection that has logged in, in its own thread.
+#include "cli/cli_session.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
-#include <poll.h>
-#include <sys/socket.h>
 
 #include "base/qvn_log.h"
 #include "base/qvn_thread.h"
 #include "base/qvn_time.h"
-#include "cli/cli_connection.h"
-#include "cli/cli_protocol.h"
+#include "cli/cli_commands.h"
+#include "cli/cli_receive.h"
 #include "core/qvn_core_ctrl.h"
 
 namespace {
@@ -22,7 +19,7 @@ constexpr const char* kLogSource = "qvn_cli_server";
 
 /// How often a connection is read before its thread rests a little: a client that streams without
 /// end costs next to nothing.
-constexpr int kReadsATurn = 8;
+constexpr int kReadsPerTurn = 8;
 constexpr uint32_t kRestMilliseconds = 250;
 
 /// The idle limit of a connection. A clock that was stepped back does not prolong it.
@@ -36,26 +33,16 @@ bool is_expired(cli_connection& connection) {
   return now >= connection.expires;
 }
 
-/// Carries out one line.
-void request_line(cli_connection& connection, char* line) {
-  const cli_request request = cli_request_split(line);
-  const cli_method method = cli_method_find(request.word);
-  const cli_peer peer = cli_peer_of(connection);
-  QVN_LOG(kLogDebug, "Recv client %s:%d request: '%s'\n", peer.address, peer.port,
-          cli_masked(line));
-  if (method == cli_method::unknown) {
-    return;
-  }
-  renew(connection);
+void carry_out(cli_connection& connection, cli_method method, std::string_view arguments) {
   switch (method) {
     case cli_method::get_conf:
-      get_conf_request_proc(connection, request.arguments);
+      get_conf_request_proc(connection, arguments);
       break;
     case cli_method::reload_conf:
-      reload_conf_request_proc(connection, request.arguments);
+      reload_conf_request_proc(connection, arguments);
       break;
     case cli_method::help:
-      cmd_help_request_proc(connection, request.arguments);
+      cmd_help_request_proc(connection, arguments);
       break;
     case cli_method::logout:
       connection.logout = true;
@@ -67,75 +54,69 @@ void request_line(cli_connection& connection, char* line) {
   }
 }
 
-/// Carries out the lines of what came.
-void request_bytes(cli_connection& connection, std::string_view bytes) {
-  connection.buffer.feed(
-      bytes, kSessionLimits, [&](char* line) { request_line(connection, line); },
-      [](char* line) {
-        QVN_LOG(kLogInfo, "Receive invalid msg from client [%s]\n", cli_masked(line));
-      });
+void serve_request(cli_connection& connection, cli_method method, std::string_view arguments,
+                   const char* shown) {
+  const cli_peer peer = cli_peer_of(connection);
+  QVN_LOG(kLogDebug, "Recv client %s:%d request: '%s'\n", peer.address, peer.port, shown);
+  if (method != cli_method::unknown) {
+    renew(connection);
+    carry_out(connection, method, arguments);
+  }
+}
+
+void log_end(const cli_connection& connection, int error) {
+  const cli_peer peer = cli_peer_of(connection);
+  if (error == 0) {
+    QVN_LOG(kLogInfo, "The client %s%d has performed an orderly shutdown\n", peer.address,
+            peer.port);
+    return;
+  }
+  QVN_LOG(kLogInfo, "The CLI %s:%d recv error %s\n", peer.address, peer.port, std::strerror(error));
 }
 
 /// Reads and carries out what has come; whether the connection goes on. A logout counts when there
 /// is nothing more to read: closing a socket with input unread would take the answers from the
 /// client.
 bool serve_input(cli_connection& connection) {
-  for (int reads = 0; reads < kReadsATurn; ++reads) {
-    char bytes[kSessionReadSize];
-    const ssize_t length = recv(connection.fd.get(), bytes, sizeof bytes, MSG_DONTWAIT);
-    if (length > 0) {
-      request_bytes(connection, {bytes, static_cast<std::size_t>(length)});
-      continue;
-    }
-    const int error = errno;
-    const cli_peer peer = cli_peer_of(connection);
-    if (length == 0) {
-      QVN_LOG(kLogInfo, "The client %s%d has performed an orderly shutdown\n", peer.address,
-              peer.port);
-      return false;
-    }
-    if (error != EAGAIN && error != EWOULDBLOCK && error != EINTR) {
-      QVN_LOG(kLogInfo, "The CLI %s:%d recv error %s\n", peer.address, peer.port,
-              std::strerror(error));
-      return false;
-    }
-    return !connection.logout;
+  const auto on_request = [&](cli_method method, std::string_view arguments, const char* shown) {
+    serve_request(connection, method, arguments, shown);
+  };
+  const auto on_invalid = [](const char* shown) {
+    QVN_LOG(kLogInfo, "Receive invalid msg from client [%s]\n", shown);
+  };
+  const cli_turn turn = cli_read_turn<kSessionReadSize>(
+      connection.fd.get(), kReadsPerTurn, [&](std::string_view received) {
+        connection.requests.read(received, on_request, on_invalid);
+        return true;
+      });
+  if (turn.state == cli_turn::ended) {
+    log_end(connection, turn.error);
+    return false;
   }
-  qvn_msleep(kRestMilliseconds);
-  return true;
-}
-
-enum class input { none, ready, broken };
-
-input wait_for_input(const cli_connection& connection) {
-  constexpr int kLookAtExitFlag = 1000;  // milliseconds
-  pollfd entry{.fd = connection.fd.get(), .events = POLLIN, .revents = 0};
-  const int count = poll(&entry, 1, connection.logout ? 0 : kLookAtExitFlag);
-  if (count == 0) {
-    return input::none;
+  if (turn.state == cli_turn::unfinished) {
+    qvn_msleep(kRestMilliseconds);
+    return true;
   }
-  // The end of a connection is read like input.
-  return count > 0 && (entry.revents & (POLLIN | POLLHUP | POLLERR)) != 0 ? input::ready
-                                                                          : input::broken;
+  return !connection.logout;
 }
 
 void serve(cli_connection& connection) {
+  constexpr int kLookAtExitFlag = 1000;  // milliseconds
   static constexpr std::string_view kWelcome = "Welcome to web helper\r\n";
-  connection.buffer.clear();
   // A send that fails is logged there, and the next read ends the connection.
   (void)qvn_tcp_reliable_send(connection.fd.get(), kWelcome.data(), kWelcome.size());
   renew(connection);
   while (g_cli_server_ctrl->exit != 1 && !is_expired(connection)) {
-    switch (wait_for_input(connection)) {
-      case input::none:
+    switch (qvn_wait_for_input(connection.fd.get(), connection.logout ? 0 : kLookAtExitFlag)) {
+      case qvn_input::none:
         if (connection.logout) {
           return;
         }
         break;
-      case input::broken:
+      case qvn_input::broken:
         QVN_LOG(kLogInfo, "%s", "The CLI socket select error, disconnected this connection\n");
         return;
-      case input::ready:
+      case qvn_input::ready:
         if (!serve_input(connection)) {
           return;
         }

@@ -1,30 +1,24 @@
 #include "cli/qvn_cli_client.h"
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <mutex>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <new>
-#include <poll.h>
 #include <pthread.h>
 #include <string_view>
 #include <strings.h>
 #include <sys/socket.h>
 #include <utility>
 
-#include "base/qvn_line_buffer.h"
 #include "base/qvn_md5.h"
 #include "base/qvn_socket.h"
-#include "base/qvn_text.h"
 #include "base/qvn_thread.h"
 #include "base/qvn_time.h"
 #include "cli/cli_protocol.h"
+#include "cli/cli_receive.h"
 #include "core/qvn_core_ctrl.h"
 
 namespace {
@@ -42,7 +36,7 @@ struct cli_client_ctrl {
   std::atomic<int64_t> next_heartbeat = 0;  ///< seconds since the epoch
   qvn_fd fd;                                ///< written before the receive thread starts
   std::mutex line_on_its_way;               ///< lines go out whole, one after the other
-  qvn_line_buffer buffer;                   ///< the receive thread's
+  cli_answer_reader answers;                ///< the receive thread's
 };
 
 /// Null before qvn_cli_client_init and after qvn_cli_client_uninit.
@@ -54,10 +48,6 @@ bool exit_requested() {
 
 void request_exit() {
   g_cli_client_ctrl->exit = 1;
-}
-
-bool try_later(int error) {
-  return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
 }
 
 // --- Heartbeats ---------------------------------------------------------------------------------
@@ -80,12 +70,6 @@ enum class sending { complete, broken, abandoned };
 /// Whether a line may wait for a server that does not read.
 enum class patience { none, until_exit };
 
-/// Waits until the socket takes more or has broken, which the next send tells.
-void wait_until_writable() {
-  pollfd entry{.fd = g_cli_client_ctrl->fd.get(), .events = POLLOUT, .revents = 0};
-  (void)poll(&entry, 1, kLookAtExitFlag);
-}
-
 /// Sends all of it. A line that has been begun is abandoned only when the client ends. The caller
 /// holds `line_on_its_way`.
 sending send_whole(std::string_view line, patience allowed) {
@@ -96,12 +80,12 @@ sending send_whole(std::string_view line, patience allowed) {
     if (sent >= 0) {
       begun = true;
       line.remove_prefix(static_cast<std::size_t>(sent));
-    } else if (!try_later(errno)) {
+    } else if (!qvn_try_later(errno)) {
       return sending::broken;
     } else if (exit_requested() || (allowed == patience::none && !begun)) {
       return sending::abandoned;
     } else {
-      wait_until_writable();
+      qvn_wait_until_writable(g_cli_client_ctrl->fd.get(), kLookAtExitFlag);
     }
   }
   put_heartbeat_off();
@@ -129,52 +113,22 @@ void send_heartbeat() {
 // --- Receiving ----------------------------------------------------------------------------------
 
 /// A server that streams without end is interrupted for a heartbeat after this many reads.
-constexpr int kReadsATurn = 16;
-
-/// What anybody who answers on the console's port may show on this terminal. The console's own
-/// answers hold line feeds.
-const char* shown(char* line) {
-  qvn_mask_controls({line, std::strlen(line)}, "\t\r\n");
-  return line;
-}
-
-void print_lines(std::string_view received) {
-  g_cli_client_ctrl->buffer.feed(
-      received, kSessionLimits, [](char* line) { std::puts(shown(line)); },
-      [](char* line) { std::printf("Receive invalid msg [%s]\n", shown(line)); });
-}
+constexpr int kReadsPerTurn = 16;
 
 /// Prints the lines that have come; whether the connection is still there.
 bool cli_client_msg_proc() {
-  for (int reads = 0; reads < kReadsATurn; ++reads) {
-    char bytes[kSessionReadSize];
-    const ssize_t length = recv(g_cli_client_ctrl->fd.get(), bytes, sizeof bytes, MSG_DONTWAIT);
-    if (length == 0) {
-      std::puts("The CLI connection has performed an orderly shutdown");
-      return false;
-    }
-    if (length < 0 && try_later(errno)) {
-      return true;
-    }
-    if (length < 0) {
-      std::puts("The CLI recv error");
-      return false;
-    }
-    print_lines({bytes, static_cast<std::size_t>(length)});
+  const cli_turn turn = cli_read_turn<kSessionReadSize>(
+      g_cli_client_ctrl->fd.get(), kReadsPerTurn, [](std::string_view received) {
+        g_cli_client_ctrl->answers.read(
+            received, [](const char* shown) { std::puts(shown); },
+            [](const char* shown) { std::printf("Receive invalid msg [%s]\n", shown); });
+        return true;
+      });
+  if (turn.state == cli_turn::ended) {
+    std::puts(turn.error == 0 ? "The CLI connection has performed an orderly shutdown"
+                              : "The CLI recv error");
   }
-  return true;
-}
-
-enum class input { none, ready, broken };
-
-input wait_for_input() {
-  pollfd entry{.fd = g_cli_client_ctrl->fd.get(), .events = POLLIN, .revents = 0};
-  const int count = poll(&entry, 1, kLookAtExitFlag);
-  if (count == 0 || (count < 0 && errno == EINTR)) {
-    return input::none;
-  }
-  // The end of a connection is read like input.
-  return (entry.revents & (POLLIN | POLLHUP | POLLERR)) != 0 ? input::ready : input::broken;
+  return turn.state != cli_turn::ended;
 }
 
 void receive_until_end() {
@@ -182,13 +136,13 @@ void receive_until_end() {
     if (heartbeat_is_due()) {
       send_heartbeat();
     }
-    switch (wait_for_input()) {
-      case input::none:
+    switch (qvn_wait_for_input(g_cli_client_ctrl->fd.get(), kLookAtExitFlag)) {
+      case qvn_input::none:
         break;
-      case input::broken:
+      case qvn_input::broken:
         std::puts("The CLI socket select error, disconnected this connection");
         return;
-      case input::ready:
+      case qvn_input::ready:
         if (!cli_client_msg_proc()) {
           return;
         }
@@ -288,18 +242,6 @@ void cli_client_send_auth() {
   }
 }
 
-/// The client works with a socket that refuses these, as no call of it relies on them.
-void set_socket_options(int fd, const char* address, int port) {
-  constexpr int kOn = 1;
-  const int flags = fcntl(fd, F_GETFL);
-  if (flags == -1 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) == -1) {
-    std::printf("Can't set tcp socket[%s:%d] to nonblock\n", address, port);
-  }
-  if (setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &kOn, sizeof kOn) != 0) {
-    std::puts("Can't set tcp socket to no delay");
-  }
-}
-
 bool connect_to_console() {
   const char* const address = g_core_ctrl->cli_listen_ip;
   const uint16_t port = g_core_ctrl->cli_listen_port;
@@ -308,15 +250,18 @@ bool connect_to_console() {
     std::printf("Create TCP socket for %s failed\n", "CLI");
     return false;
   }
-  sockaddr_in console{};
-  console.sin_family = AF_INET;
-  console.sin_port = htons(port);
-  console.sin_addr.s_addr = inet_addr(address);
-  if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&console), sizeof console) != 0) {
-    std::printf("Connect %s:%d error, %s\n", address, port, std::strerror(errno));
+  const qvn_connected made = qvn_tcp_connect(fd.get(), address, port);
+  if (made.error != 0) {
+    std::printf("Connect %s:%d error, %s\n", address, port, std::strerror(made.error));
     return false;
   }
-  set_socket_options(fd.get(), address, port);
+  // No call of the client relies on either.
+  if (!made.nonblocking) {
+    std::printf("Can't set tcp socket[%s:%d] to nonblock\n", address, port);
+  }
+  if (!made.no_delay) {
+    std::puts("Can't set tcp socket to no delay");
+  }
   g_cli_client_ctrl->fd = std::move(fd);
   return true;
 }

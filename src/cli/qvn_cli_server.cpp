@@ -1,7 +1,6 @@
 #include "cli/qvn_cli_server.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -12,13 +11,11 @@
 #include <sys/socket.h>
 
 #include "base/qvn_log.h"
-#include "base/qvn_text.h"
 #include "base/qvn_thread.h"
 #include "cli/cli_connection.h"
-#include "cli/cli_protocol.h"
+#include "cli/cli_receive.h"
+#include "cli/cli_session.h"
 #include "core/qvn_core_ctrl.h"
-
-cli_server_ctrl* g_cli_server_ctrl = nullptr;
 
 namespace {
 
@@ -30,14 +27,14 @@ constexpr int kTickMilliseconds = 500;
 
 /// How often a connection is read, and how many are accepted, before the others have their turn;
 /// the rest waits for the next tick. Whoever streams without end costs next to nothing.
-constexpr int kReadsATick = 16;
-constexpr int kAcceptsATick = 1000;
+constexpr int kReadsPerTick = 16;
+constexpr int kAcceptsPerTick = 1000;
 
 bool exit_requested() {
   return g_cli_server_ctrl->exit == 1;
 }
 
-/// Waits for input on the descriptor from now on; also makes epoll tell again of input that has
+/// Waits for input on the descriptor from now on; also makes epoll report again input that has
 /// come before.
 bool watch(int operation, int fd) {
   epoll_event event{};
@@ -103,8 +100,7 @@ void resume_paused() {
   }
 }
 
-// --- accepting
-// ---------------------------------------------------------------------------------------
+// --- accepting -----------------------------------------------------------------------------------
 
 bool limit_reached() {
   uint32_t authenticated = 0;
@@ -147,11 +143,11 @@ void add_initial(qvn_fd fd, const sockaddr_in& peer) {
 }
 
 void accept_connections() {
-  for (int accepted = 0; accepted < kAcceptsATick; ++accepted) {
+  for (int accepted = 0; accepted < kAcceptsPerTick; ++accepted) {
     sockaddr_in peer{};
     const int32_t fd = qvn_tcp_accept(g_cli_server_ctrl->listen_fd.get(), &peer, "CLI");
     if (fd < 1) {
-      // Nothing tells when there are descriptors or memory again for who is still waiting.
+      // No event comes when there are descriptors or memory again for who is still waiting.
       g_cli_server_ctrl->accept_paused |= fd != kAcceptWouldBlock;
       return;
     }
@@ -163,74 +159,29 @@ void accept_connections() {
   g_cli_server_ctrl->accept_paused = true;
 }
 
-// --- before the login
-// --------------------------------------------------------------------------------
+// --- before the login ----------------------------------------------------------------------------
 
-/// What reading an initial connection has come to.
-enum class read_state { open, closed, authenticated };
-
-/// Reads at most kReadsATick times and hands over what came; `on_bytes` says whether to go on.
-/// `on_closed` is told 0 or the error number of a connection that is at its end.
-template <class OnBytes, class OnClosed>
-read_state read_initial(cli_connection& connection, OnBytes on_bytes, OnClosed on_closed) {
-  for (int reads = 0; reads < kReadsATick; ++reads) {
-    char bytes[kLoginReadSize];
-    const ssize_t length = recv(connection.fd.get(), bytes, sizeof bytes, 0);
-    if (length > 0) {
-      if (on_bytes(std::string_view(bytes, static_cast<std::size_t>(length)))) {
-        return read_state::authenticated;
-      }
-      continue;
-    }
-    if (length < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
-      return read_state::open;
-    }
-    on_closed(length == 0 ? 0 : errno);
-    return read_state::closed;
-  }
-  connection.paused = true;
-  return read_state::open;
-}
-
-/// A refused client that does not read loses the answer: the listener waits for nobody.
+/// A refused client that does not read loses the answer: the listener never waits for a client.
 void send_refusal(const cli_connection& connection) {
   static constexpr std::string_view kRefusal = "Incorrect login ID or password\r\n";
   (void)send(connection.fd.get(), kRefusal.data(), kRefusal.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
-/// Whether the line is a login that is accepted.
-bool login_line(const cli_connection& connection, std::string_view line) {
-  const cli_request request = cli_request_split(line);
-  if (cli_method_find(request.word) != cli_method::login) {
-    return false;
-  }
-  switch (
-      cli_login_check(request.arguments, g_core_ctrl->cli_login_user, g_core_ctrl->cli_login_pwd)) {
-    case cli_login::accepted:
-      return true;
-    case cli_login::wrong_password: {
-      const cli_peer peer = cli_peer_of(connection);
-      QVN_LOG(kLogWarning, "Incorrect user ID or password, login client is %s%d\n", peer.address,
-              peer.port);
-      break;
-    }
-    case cli_login::words_missing:
-      break;
+void refuse(const cli_connection& connection, cli_login why) {
+  if (why == cli_login::wrong_password) {
+    const cli_peer peer = cli_peer_of(connection);
+    QVN_LOG(kLogWarning, "Incorrect user ID or password, login client is %s%d\n", peer.address,
+            peer.port);
   }
   send_refusal(connection);
-  return false;
 }
 
-/// Looks for a login in what came. Further lines of an accepted one change nothing.
+/// Looks for a login in what came.
 bool login_bytes(cli_connection& connection, std::string_view bytes) {
-  bool authenticated = false;
-  connection.buffer.feed(
-      bytes, kLoginLimits,
-      [&](const char* line) { authenticated = authenticated || login_line(connection, line); },
-      [](char* line) {
-        QVN_LOG(kLogInfo, "Receive invalid msg from CLI [%s]\n", cli_masked(line));
-      });
-  return authenticated;
+  return connection.logins.read(
+      bytes, g_core_ctrl->cli_login_user, g_core_ctrl->cli_login_pwd,
+      [&](cli_login why) { refuse(connection, why); },
+      [](const char* shown) { QVN_LOG(kLogInfo, "Receive invalid msg from CLI [%s]\n", shown); });
 }
 
 void log_end(const cli_connection& connection, int error) {
@@ -250,23 +201,28 @@ void serve_initial(int fd) {
     return;
   }
   const bool newest = connection == g_cli_server_ctrl->init_list;
-  const read_state state = read_initial(
-      *connection,
-      [&](std::string_view bytes) { return newest && login_bytes(*connection, bytes); },
-      [&](int error) {
-        if (newest) {
-          log_end(*connection, error);
-        }
-      });
-  if (state == read_state::closed) {
-    close_initial(link);
-  } else if (state == read_state::authenticated) {
-    cli_session_start(take_initial(link));
+  const cli_turn turn = cli_read_turn<kLoginReadSize>(
+      fd, kReadsPerTick,
+      [&](std::string_view bytes) { return !newest || !login_bytes(*connection, bytes); });
+  switch (turn.state) {
+    case cli_turn::drained:
+      break;
+    case cli_turn::unfinished:
+      connection->paused = true;
+      break;
+    case cli_turn::stopped:
+      cli_session_start(take_initial(link));
+      break;
+    case cli_turn::ended:
+      if (newest) {
+        log_end(*connection, turn.error);
+      }
+      close_initial(link);
+      break;
   }
 }
 
-// --- listener
-// ------------------------------------------------------------------------------------------
+// --- listener ------------------------------------------------------------------------------------
 
 void handle_events(std::span<const epoll_event> events) {
   for (const epoll_event& event : events) {
@@ -315,18 +271,6 @@ void shut_sessions_down() QVN_REQUIRES(g_cli_server_ctrl->mutex) {
 }
 
 }  // namespace
-
-cli_peer cli_peer_of(const cli_connection& connection) {
-  cli_peer peer{};
-  (void)inet_ntop(AF_INET, &connection.addr.sin_addr, peer.address, sizeof peer.address);
-  peer.port = qvn_get_port(reinterpret_cast<const sockaddr*>(&connection.addr));
-  return peer;
-}
-
-const char* cli_masked(char* line) {
-  qvn_mask_controls({line, std::strlen(line)});
-  return line;
-}
 
 int32_t qvn_cli_server_init() {
   g_cli_server_ctrl = new (std::nothrow) cli_server_ctrl;

@@ -1,4 +1,4 @@
-/// The daemon from its command line to its end.
+/// The daemon from its command line to its end, and the modules that it consists of.
 
 #include <cstdint>
 #include <cstdio>
@@ -7,15 +7,44 @@
 #include <new>
 
 #include "base/qvn_log.h"
+#include "cli/qvn_cli_client.h"
+#include "cli/qvn_cli_server.h"
 #include "core/qvn_core.h"
 #include "core/qvn_core_ctrl.h"
+#include "core/qvn_pid_file.h"
 #include "core/qvn_process.h"
 #include "core/qvn_settings.h"
 #include "db/qvn_db.h"
+#include "db/qvn_db_conf.h"
+#include "db/qvn_task.h"
+#include "rate_upload/qvn_rate_upload.h"
+#include "rerate/qvn_rerate.h"
 
 namespace {
 
 constexpr const char* kLogSource = "main";
+
+// The console goes first and the jobs come last, but where work is handed on: the poller starts
+// when its job modules run and stops before they do, so that it hands them nothing while they end.
+constexpr qvn_core_step kInit[] = {{qvn_db_conf_init},
+                                   {qvn_cli_server_init},
+                                   {qvn_task_init},
+                                   {qvn_rerate_init},
+                                   {qvn_rate_upload_init}};
+constexpr qvn_core_step kConf[] = {{load_db_info, "Database list"},
+                                   {qvn_rerate_conf, "Rerate"},
+                                   {qvn_rate_upload_conf, "Rate Upload"}};
+constexpr qvn_core_step kStart[] = {{qvn_cli_server_start, "CLI server"},
+                                    {qvn_rerate_start, "Rerate"},
+                                    {qvn_rate_upload_start, "Rate upload"},
+                                    {qvn_task_start, "Job poller"}};
+constexpr qvn_core_step kExit[] = {
+    {qvn_cli_server_exit}, {qvn_task_exit}, {qvn_rerate_exit}, {qvn_rate_upload_exit}};
+constexpr qvn_core_step kUninit[] = {
+    {qvn_cli_server_uninit}, {qvn_rate_upload_uninit}, {qvn_rerate_uninit}, {qvn_task_uninit}};
+
+/// Whom the poller asks for work in each database, in this order.
+constexpr qvn_job_picker kPickers[] = {qvn_rerate_task_get, qvn_rate_upload_task_get};
 
 /// Failing to allocate the core record: the shell sees 255.
 constexpr int kNoCoreRecord = -1;
@@ -63,6 +92,19 @@ bool create_core_record() {
   return true;
 }
 
+/// The console's client: reads its settings, runs it, and ends this process with status 0.
+[[noreturn]] void qvn_core_remote_connection() {
+  (void)std::setvbuf(stdout, nullptr, _IOLBF, 0);  // lines are seen at once, also through a pipe
+  (void)qvn_load_cli_config();                     // what is missing stays zero or empty
+  // Whatever happens has been reported, and the end is the same.
+  (void)qvn_cli_client_init();
+  (void)qvn_cli_client_run();
+  (void)qvn_cli_client_exit();
+  (void)qvn_cli_client_uninit();
+  qvn_core_free();
+  std::exit(EXIT_SUCCESS);
+}
+
 void start_logging(bool foreground) {
   char path[1024];
   (void)std::snprintf(path, sizeof path, "%s%s.log", g_core_ctrl->log_dir.c_str(), kProgramName);
@@ -96,6 +138,8 @@ int main(int count, char** words) {
   if (!create_core_record()) {
     return kNoCoreRecord;
   }
+  qvn_core_set_phases({kInit, kConf, kStart, kExit, kUninit});
+  qvn_task_set_pickers(kPickers);
   const command_line flags = read_command_line(count, words);
   qvn_enable_coredump();
   if (qvn_core_set_path() != 0) {

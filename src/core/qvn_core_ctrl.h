@@ -2,16 +2,18 @@
 /// lock.
 ///
 /// `main` makes it before anything else; the settings and directories are written before the first
-/// thread starts and only read afterwards, so they need no lock. The database table and the staged
-/// fields are guarded by `db_list_lock`. Texts that are not set are empty.
+/// thread starts and only read afterwards, so they need no lock. The database table is guarded by
+/// `db_list_lock`. Texts that are not set are empty.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <sys/stat.h>
 
-#include "base/qvn_hash.h"
 #include "base/qvn_mutex.h"
+
+class database_table;
 
 /// The name in messages and in the names of the pid and log files.
 inline constexpr const char* kProgramName = "qvn_web_helper";
@@ -34,21 +36,15 @@ struct qvn_core_ctrl {
   std::string cli_login_user;             ///< console login user
   std::string cli_login_pwd;              ///< console login password
 
-  /// One section of the database list while it is being read.
-  std::string staged_db_host QVN_GUARDED_BY(db_list_lock);
-  uint16_t staged_db_port QVN_GUARDED_BY(db_list_lock) = 0;
-  std::string staged_db_name QVN_GUARDED_BY(db_list_lock);
-  std::string staged_db_user QVN_GUARDED_BY(db_list_lock);
-  std::string staged_db_password QVN_GUARDED_BY(db_list_lock);
-
   char lrn_local_ip[kAddressSize] = {};  ///< local address of the number lookup; set by nobody yet
   uint16_t lrn_local_port = 0;           ///< local port of the number lookup; set by nobody yet
 
   /// The database list lock. The poller holds it for a whole cycle, connections included; under it
   /// only the mutex of one job module may be taken. Served in order of arrival.
   qvn_fair_mutex db_list_lock;
-  /// The served databases: `db_info` entries by "host-database name". Null until qvn_core_init.
-  qvn_hash_table* db_table QVN_GUARDED_BY(db_list_lock) = nullptr;
+  /// The served databases, made by `db/`; shared only in that the record can end it without knowing
+  /// its type. Null until qvn_core_init.
+  std::shared_ptr<database_table> db_table QVN_GUARDED_BY(db_list_lock);
 
   uint16_t max_rerate_task = 0;       ///< most rerate jobs waiting or running
   uint16_t max_rate_upload_task = 0;  ///< most rate import jobs waiting or running
@@ -67,7 +63,3 @@ extern qvn_core_ctrl* g_core_ctrl;
 /// Whether this is the daemon's own pid file, which nobody may open: closing it again drops the
 /// lock. False without a record. Any thread.
 [[nodiscard]] bool qvn_is_pid_file(const struct stat& status);
-
-/// Replaces a text of the record by a copy of `value`; false when memory runs out, with the text as
-/// it was.
-[[nodiscard]] bool qvn_core_assign(std::string& text, const char* value);

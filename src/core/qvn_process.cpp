@@ -1,76 +1,29 @@
 #include "core/qvn_process.h"
 
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <new>
-#include <string_view>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/qvn_file.h"
 #include "base/qvn_log.h"
-#include "base/qvn_shell.h"
-#include "base/qvn_text.h"
-#include "cli/qvn_cli_client.h"
 #include "core/qvn_build_info.h"
 #include "core/qvn_core.h"
 #include "core/qvn_core_ctrl.h"
-#include "core/qvn_settings.h"
 
 namespace {
 
 constexpr const char* kLogSource = "main";
 
 constexpr const char* kOwnersNotice = "all rights reserved by its owner";
-constexpr int kPidFileTrouble = 1;  // exit status
-constexpr mode_t kPidFileMode = 0644;
 
 int32_t g_pid = 0;
-int32_t g_lock_fd = -1;
 
 constexpr int kHandledSignals[] = {SIGTERM, SIGHUP, SIGINT};
-
-struct pid_file_path {
-  char text[256];
-};
-
-pid_file_path make_pid_file_path() {
-  pid_file_path path{};
-  (void)std::snprintf(path.text, sizeof path.text, "%s/run/%s.pid",
-                      g_core_ctrl->install_dir.c_str(), kProgramName);
-  return path;
-}
-
-void close_lock_file() {
-  if (g_lock_fd > 0) {
-    (void)close(g_lock_fd);
-    g_lock_fd = -1;
-  }
-}
-
-/// Write-locks the whole open pid file. When the lock is refused, says so and ends the process.
-void take_lock_or_exit() {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  if (fcntl(g_lock_fd, F_SETLK, &lock) == 0) {
-    return;
-  }
-  if (errno == EAGAIN || errno == EACCES) {
-    std::printf("%s already running...\n", kProgramName);
-  } else {
-    std::puts("Unable to lock");
-  }
-  close_lock_file();
-  std::exit(EXIT_SUCCESS);
-}
 
 [[noreturn]] void exit_with_fork_error(const char* step) {
   const int error = errno;
@@ -104,24 +57,6 @@ sigset_t handled_signals() {
     sigaddset(&set, number);
   }
   return set;
-}
-
-/// The pid file's first line with its end; empty when there is none.
-std::string read_pid_line() {
-  const qvn_file file(std::fopen(make_pid_file_path().text, "re"));
-  char bytes[255];
-  const std::string_view text(bytes, file ? std::fread(bytes, 1, sizeof bytes, file.get()) : 0);
-  const std::size_t end = text.find('\n');
-  return std::string(text.substr(0, end == std::string_view::npos ? end : end + 1));
-}
-
-/// Whether the line is the id of a process above 1 and nothing else: a shell is going to read it,
-/// and kill takes 0 and less for whole groups.
-bool names_one_process(std::string_view line) {
-  const std::string_view digits = line.substr(0, line.find('\n'));
-  pid_t pid = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), pid);
-  return error == std::errc() && end == digits.data() + digits.size() && pid > 1;
 }
 
 /// Whatever still blocks then, the process ends.
@@ -266,46 +201,4 @@ void daemonize() {
 
 void qvn_remember_pid() {
   g_pid = getpid();
-}
-
-void qvn_already_running() {
-  g_lock_fd = open(make_pid_file_path().text, O_RDWR | O_CLOEXEC);
-  if (g_lock_fd < 0) {
-    return;  // missing; for any other reason qvn_lock_running will report it
-  }
-  take_lock_or_exit();
-  close_lock_file();
-}
-
-void qvn_lock_running() {
-  g_lock_fd = open(make_pid_file_path().text, O_RDWR | O_CREAT | O_CLOEXEC, kPidFileMode);
-  if (g_lock_fd < 0) {
-    std::printf("Open %s.pid file failure\n", kProgramName);
-    std::exit(kPidFileTrouble);
-  }
-  take_lock_or_exit();
-  (void)fstat(g_lock_fd, &g_core_ctrl->pid_file);
-  (void)dprintf(g_lock_fd, "%d\n", g_pid);  // on a full disk only -kill misses it
-}
-
-void qvn_core_kill() {
-  const std::string line = read_pid_line();
-  if (!names_one_process(line)) {
-    std::exit(EXIT_SUCCESS);
-  }
-  (void)qvn_shell("kill " + line);  // the shell says what went wrong
-  qvn_core_uninit();
-  std::exit(EXIT_SUCCESS);
-}
-
-void qvn_core_remote_connection() {
-  (void)std::setvbuf(stdout, nullptr, _IOLBF, 0);  // lines are seen at once, also through a pipe
-  (void)qvn_load_cli_config();                     // what is missing stays zero or empty
-  // Whatever happens has been told, and the end is the same.
-  (void)qvn_cli_client_init();
-  (void)qvn_cli_client_run();
-  (void)qvn_cli_client_exit();
-  (void)qvn_cli_client_uninit();
-  qvn_core_free();
-  std::exit(EXIT_SUCCESS);
 }

@@ -1,7 +1,6 @@
-/// The process itself: command line answers, installation paths, daemonising, the single-instance
-/// lock, signals and core dumps. Main thread, before any other thread exists. Nothing is logged
-/// here but by the signal handler: messages go to standard output, those of daemonising to standard
-/// error.
+/// The process itself: command line answers, installation paths, daemonising, signals and core
+/// dumps. Main thread, before any other thread exists. Nothing is logged here but by the signal
+/// handler: messages go to standard output, those of daemonising to standard error.
 #pragma once
 
 #include <csignal>
@@ -46,18 +45,5 @@ void system_signal_reset();
 /// process, and every failure, ends here with status 0.
 void daemonize();
 
-/// Remembers the process id for the signal handler and the pid file. After daemonising.
+/// Remembers the process id for the signal handler. After daemonising.
 void qvn_remember_pid();
-
-/// End the process with status 0 and a message when another instance holds the pid file's lock.
-/// qvn_lock_running takes the lock for the life of the process and writes the pid; it ends with
-/// status 1 when the file cannot be opened.
-void qvn_already_running();
-void qvn_lock_running();
-
-/// Sends SIGTERM to the daemon that the pid file names and ends this process with status 0. A first
-/// line that is anything but a process id above 1 names none.
-[[noreturn]] void qvn_core_kill();
-
-/// Reads the console settings, runs the console's client, and ends this process with status 0.
-[[noreturn]] void qvn_core_remote_connection();

@@ -8,48 +8,35 @@
 #include <new>
 
 #include "base/qvn_conf_file.h"
-#include "base/qvn_file.h"
+#include "base/qvn_conf_setting.h"
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
-#include "core/qvn_settings.h"
 
 namespace {
 
 constexpr const char* kLogSource = "qvn_db_conf";
 
-constexpr std::size_t kSectionNameLength = 99;
 constexpr std::size_t kConninfoLength = 1023;
 
-/// Section names, the last one of the file first.
-using section_list = std::forward_list<std::string>;
+/// A section of the list file, with the values that its lines have given so far.
+struct db_section {
+  std::string heading;
+  std::string host;
+  uint16_t port = 0;
+  std::string name;
+  std::string user;
+  std::string password;
+};
 
-int32_t refuse(const char* message) {
-  QVN_LOG(kLogNotice, "%s", message);
-  return -1;
-}
+/// The last section of the file first.
+using section_list = std::forward_list<db_section>;
 
-/// The name of a section header, cut out of the line in place; null for any other line.
-const char* section_name(char* line) {
-  if (*line == '#' || *line == ';') {
-    return nullptr;
-  }
-  char* text = qvn_strip_prefix_blank(line);
-  if (*text != '[') {
-    return nullptr;
-  }
-  char* const name = qvn_strip_prefix_blank(text + 1);
-  char* const end = std::strchr(name, ']');
-  if (!end || end == name) {
-    return nullptr;
-  }
-  *end = '\0';
-  qvn_strip_suffix_blank(end - 1);
-  return zstr(name) ? nullptr : name;
-}
+/// The head of the list, which is the section that is being read; null outside load_db_info.
+db_section* g_db_section QVN_GUARDED_BY(g_core_ctrl->db_list_lock) = nullptr;
 
 bool add_section(section_list& sections, const char* name) {
   try {
-    sections.emplace_front(name, strnlen(name, kSectionNameLength));
+    sections.emplace_front().heading.assign(name, strnlen(name, kMostSectionCharacters));
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for a new DB segment %s failed\n", name);
     return false;
@@ -59,53 +46,38 @@ bool add_section(section_list& sections, const char* name) {
 
 /// Collects the names of all sections of the list file; false, logged, when it cannot.
 bool load_db_section_name(section_list& sections) {
-  constexpr int kLineSize = 254;  // 253 characters and a NUL; a longer line is read in pieces
-  char path[256];
-  (void)std::snprintf(path, sizeof path, "%s%s", g_core_ctrl->conf_dir.c_str(), kDbConfFile);
-  const qvn_file file(std::fopen(path, "re"));
-  if (!file) {
-    QVN_LOG(kLogWarning, "Can't open a %s file\n", path);
+  conf_reader reader(g_core_ctrl->conf_dir.c_str(), kDbConfFile);
+  if (!reader.is_open()) {
+    QVN_LOG(kLogWarning, "Can't open a %s file\n", reader.path());
     return false;
   }
-  char line[256] = {};
-  while (std::fgets(line, kLineSize, file.get())) {
-    const char* const name = section_name(line);
-    if (name && !add_section(sections, name)) {
+  for (conf_line line; reader.next(line);) {
+    if (line.kind == conf_kind::header && !zstr(line.key) && !add_section(sections, line.key)) {
       return false;
     }
-    std::memset(line, 0, sizeof line);
   }
   return true;
 }
 
-void reset_staged() QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  g_core_ctrl->staged_db_port = 0;
-  for (std::string* const text : {&g_core_ctrl->staged_db_host, &g_core_ctrl->staged_db_name,
-                                  &g_core_ctrl->staged_db_user, &g_core_ctrl->staged_db_password}) {
-    text->clear();
-    text->shrink_to_fit();
-  }
+/// Of a section or an entry.
+template <class Database>
+bool is_whole(const Database& database) {
+  return !database.host.empty() && !database.name.empty() && !database.user.empty() &&
+         !database.password.empty() && database.port > kHighestSystemPort;
 }
 
-bool staged_section_valid() QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  return !g_core_ctrl->staged_db_host.empty() && !g_core_ctrl->staged_db_name.empty() &&
-         !g_core_ctrl->staged_db_user.empty() && !g_core_ctrl->staged_db_password.empty() &&
-         g_core_ctrl->staged_db_port > kHighestSystemPort;
-}
-
-/// Reads one section and adds its database, if it is one. 0, or -1, logged.
-int32_t load_section(const std::string& section) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  int32_t result = load_conf_helper(g_core_ctrl->conf_dir.c_str(), kDbConfFile, section.c_str(),
-                                    read_db_config, nullptr, nullptr, 0);
-  if (!staged_section_valid()) {
-    QVN_LOG(kLogWarning, "The db info %s configure invalid\n", g_core_ctrl->staged_db_name.c_str());
+/// Reads the section and adds its database, if it is one. 0, or -1, logged.
+int32_t load_section(db_section& section) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  g_db_section = &section;
+  int32_t result = load_conf_helper(g_core_ctrl->conf_dir.c_str(), kDbConfFile,
+                                    section.heading.c_str(), read_db_config, nullptr, nullptr, 0);
+  g_db_section = nullptr;
+  if (!is_whole(section)) {
+    QVN_LOG(kLogWarning, "The db info %s configure invalid\n", section.name.c_str());
     result = -1;
   }
   // An invalid section is refused there with a line of its own.
-  (void)db_info_add(g_core_ctrl->staged_db_host, g_core_ctrl->staged_db_port,
-                    g_core_ctrl->staged_db_name, g_core_ctrl->staged_db_user,
-                    g_core_ctrl->staged_db_password);
-  reset_staged();
+  (void)db_info_add(section.host, section.port, section.name, section.user, section.password);
   return result;
 }
 
@@ -124,49 +96,43 @@ std::unique_ptr<db_info> make_entry(const std::string& host, uint16_t port, cons
   }
 }
 
-bool is_whole(const db_info& entry) {
-  return !entry.host.empty() && !entry.name.empty() && !entry.user.empty() &&
-         !entry.password.empty() && entry.port > kHighestSystemPort;
+uint16_t& staged_port() QVN_REQUIRES(g_core_ctrl->db_list_lock) {
+  return g_db_section->port;
 }
 
-int32_t stage_text(std::string& staged, const char* value, const char* when_empty) {
+constexpr qvn_number_setting kPort = {
+    kLogSource, staged_port, 0, UINT16_MAX, "The listen database listen port MUST be configurate\n",
+    ""};
+
+int32_t stage_text(std::string& staged, const char* value, const char* when_empty,
+                   int line = __builtin_LINE()) {
   if (zstr(value)) {
-    return refuse(when_empty);
+    return qvn_conf_refuse(when_empty, kLogSource, line);
   }
-  return qvn_core_assign(staged, value) ? 0 : -1;
+  return qvn_conf_assign(staged, value) ? 0 : -1;
 }
 
 int32_t stage_host(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  return stage_text(g_core_ctrl->staged_db_host, value,
-                    "The listen database host MUST be configurate\n");
-}
-
-/// The range is that of the whole section, looked at when all of it has been read.
-constexpr qvn_number_setting kPort = {&qvn_core_ctrl::staged_db_port, 0, UINT16_MAX,
-                                      "The listen database listen port MUST be configurate\n", ""};
-
-int32_t stage_port(const char* value) {
-  return qvn_conf_read_number(kPort, value, kLogSource);
+  return stage_text(g_db_section->host, value, "The listen database host MUST be configurate\n");
 }
 
 int32_t stage_name(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  return stage_text(g_core_ctrl->staged_db_name, value,
-                    "The listen database name MUST be configurate\n");
+  return stage_text(g_db_section->name, value, "The listen database name MUST be configurate\n");
 }
 
 int32_t stage_user(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  return stage_text(g_core_ctrl->staged_db_user, value,
+  return stage_text(g_db_section->user, value,
                     "The listen database login user MUST be configurate\n");
 }
 
 int32_t stage_password(const char* value) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  return stage_text(g_core_ctrl->staged_db_password, value,
+  return stage_text(g_db_section->password, value,
                     "The listen database login password MUST be configurate\n");
 }
 
 constexpr qvn_setting kSettings[] = {
     {"db_host", stage_host},
-    {"db_listen_port", stage_port, &kPort},
+    {"db_listen_port", qvn_conf_read_number<kPort>, &kPort},
     {"db_name", stage_name},
     {"db_user", stage_user},
     {"db_user_password", stage_password, nullptr, 0, true},
@@ -186,6 +152,37 @@ qvn_db_key qvn_db_key_make(const std::string& host, const std::string& name) {
   return key;
 }
 
+db_info* database_table::find(const char* key) const {
+  return reinterpret_cast<db_info*>(qvn_hash_find(&table_, key));
+}
+
+bool database_table::insert(const char* key, std::unique_ptr<db_info> entry) {
+  if (qvn_hash_insert(&table_, key, reinterpret_cast<qvn_hash_value>(entry.get())) != 0) {
+    return false;
+  }
+  (void)entry.release();  // the table owns it now
+  return true;
+}
+
+void database_table::clear() {
+  for (db_info& database : *this) {
+    db_info* entry = &database;
+    db_info_free(&entry);
+  }
+  qvn_hash_clear(&table_);
+}
+
+int32_t qvn_db_conf_init() {
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+  try {
+    g_core_ctrl->db_table = std::make_shared<database_table>();
+  } catch (const std::bad_alloc&) {
+    QVN_LOG(kLogError, "Alloc memory for client db info hash table failed\n");
+    return -1;
+  }
+  return 0;
+}
+
 int32_t load_db_info() {
   section_list sections;
   if (!load_db_section_name(sections)) {
@@ -194,8 +191,8 @@ int32_t load_db_info() {
   }
   const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
   int32_t result = 0;
-  for (const std::string& section : sections) {
-    result |= load_section(section);
+  for (; !sections.empty(); sections.pop_front()) {
+    result |= load_section(sections.front());
   }
   return result;
 }
@@ -203,7 +200,7 @@ int32_t load_db_info() {
 int32_t reload_db_info() {
   {
     const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-    db_info_clear();
+    g_core_ctrl->db_table->clear();
   }
   return load_db_info();
 }
@@ -211,19 +208,16 @@ int32_t reload_db_info() {
 int32_t db_info_add(const std::string& host, uint16_t port, const std::string& name,
                     const std::string& user, const std::string& password) {
   const qvn_db_key key = qvn_db_key_make(host, name);
-  qvn_hash_table* const table = g_core_ctrl->db_table;
-  if (qvn_hash_find(table, key.text) != 0) {
+  if (g_core_ctrl->db_table->find(key.text)) {
     QVN_LOG(kLogNotice, "The db host %s dbname %s have been in the db list\n", host.c_str(),
             name.c_str());
     return 0;
   }
   std::unique_ptr<db_info> entry = make_entry(host, port, name, user, password);
-  if (!entry || !is_whole(*entry) ||
-      qvn_hash_insert(table, key.text, reinterpret_cast<qvn_hash_value>(entry.get())) != 0) {
+  if (!entry || !is_whole(*entry) || !g_core_ctrl->db_table->insert(key.text, std::move(entry))) {
     QVN_LOG(kLogError, "Alloc memory for db info %s failed\n", key.text);
     return -1;
   }
-  (void)entry.release();  // the table owns it now
   QVN_LOG(kLogNotice, "Added a new db host %s dbname %s\n", host.c_str(), name.c_str());
   return 0;
 }
@@ -233,18 +227,9 @@ void db_info_free(db_info** entry) {
   *entry = nullptr;
 }
 
-void db_info_clear() {
-  qvn_hash_table* const table = g_core_ctrl->db_table;
-  for (const qvn_hash_element* element = table->first; element; element = element->next) {
-    auto* entry = reinterpret_cast<db_info*>(element->data);
-    db_info_free(&entry);
-  }
-  qvn_hash_clear(table);
-}
-
 void db_info_task_sub(const std::string& key, job_kind kind) {
   const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-  auto* const entry = reinterpret_cast<db_info*>(qvn_hash_find(g_core_ctrl->db_table, key.c_str()));
+  db_info* const entry = g_core_ctrl->db_table->find(key.c_str());
   if (!entry) {
     return;
   }
@@ -267,5 +252,10 @@ std::span<const qvn_setting> qvn_db_settings() {
 }
 
 int32_t read_db_config(const char* key, const char* value) {
-  return qvn_setting_read(kSettings, key, value);
+  db_section unasked;  // outside load_db_info a value is judged and dropped
+  const bool asked = g_db_section != nullptr;
+  g_db_section = asked ? g_db_section : &unasked;
+  const int32_t result = qvn_setting_read(kSettings, key, value);
+  g_db_section = asked ? g_db_section : nullptr;
+  return result;
 }

@@ -133,7 +133,7 @@ void qvn_job_queue::retire(qvn_job* job) {
     const qvn_lock_guard guard(mutex_);
     take_off_running_list(job);
   }
-  db_info_task_sub(job->label, config_.kind);
+  config_.left(*job);
 }
 
 void qvn_job_queue::take_off_running_list(const qvn_job* job) {

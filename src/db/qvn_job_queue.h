@@ -18,7 +18,6 @@
 #include <string>
 
 #include "base/qvn_mutex.h"
-#include "db/qvn_db_conf.h"
 
 /// One job in memory; the modules derive their task records from it. Owned by the queue from add()
 /// on.
@@ -51,7 +50,8 @@ struct qvn_job_queue_config {
   const char* source;           ///< module word of its log lines
   const char* dispatcher_name;  ///< thread name
   const char* worker_name;      ///< thread name, followed by the job's id
-  job_kind kind;                ///< which count of the database its jobs belong to
+  /// Called when a job has left the queue, by its worker; no lock is held.
+  void (*left)(const qvn_job& job);
 };
 
 class qvn_job_queue {

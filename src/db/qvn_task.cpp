@@ -6,14 +6,11 @@
 #include <new>
 #include <pthread.h>
 
-#include "base/qvn_hash.h"
 #include "base/qvn_log.h"
 #include "base/qvn_thread.h"
 #include "base/qvn_time.h"
 #include "core/qvn_core_ctrl.h"
 #include "db/qvn_db_conf.h"
-#include "rate_upload/qvn_rate_upload.h"
-#include "rerate/qvn_rerate.h"
 
 namespace {
 
@@ -32,6 +29,8 @@ struct qvn_task_ctrl {
 };
 
 qvn_task_ctrl* g_task_ctrl = nullptr;
+
+std::span<const qvn_job_picker> g_pickers;
 
 bool exit_requested() {
   return g_task_ctrl->exit_flag == 1;
@@ -52,13 +51,13 @@ int64_t wait_for_next_poll() {
   return now;
 }
 
-/// Asks the job modules for work. What they answered, OR-ed; 0 without a connection.
-int32_t ask(PGconn* connection, db_info* database) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
-  if (!connection) {
-    return 0;
+/// What the pickers answered, OR-ed; 0 without a connection.
+int32_t ask(PGconn* connection, db_info* database) {
+  int32_t found = 0;
+  for (const qvn_job_picker picker : g_pickers) {
+    found |= connection ? picker(connection, database) : 0;
   }
-  const int32_t reratings = qvn_rerate_task_get(connection, database);
-  return reratings | qvn_rate_upload_task_get(connection, database);
+  return found;
 }
 
 int32_t visit(db_info* database, const pg_visit_limits& limits, poll_budget& budget)
@@ -72,10 +71,9 @@ int32_t visit(db_info* database, const pg_visit_limits& limits, poll_budget& bud
 
 int32_t visit_trusted(poll_budget& budget) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
   int32_t found = 0;
-  for (const auto* element = g_core_ctrl->db_table->first; element; element = element->next) {
-    auto* const database = reinterpret_cast<db_info*>(element->data);
-    if (database && !database->polling.suspected) {
-      found |= visit(database, budget.for_trusted(), budget);
+  for (db_info& database : *g_core_ctrl->db_table) {
+    if (!database.polling.suspected) {
+      found |= visit(&database, budget.for_trusted(), budget);
     }
   }
   return found;
@@ -84,11 +82,11 @@ int32_t visit_trusted(poll_budget& budget) QVN_REQUIRES(g_core_ctrl->db_list_loc
 /// The suspected database that has waited longest; null when all have been visited in this cycle.
 db_info* next_suspected(const poll_budget& budget) QVN_REQUIRES(g_core_ctrl->db_list_lock) {
   db_info* next = nullptr;
-  for (const auto* element = g_core_ctrl->db_table->first; element; element = element->next) {
-    auto* const database = reinterpret_cast<db_info*>(element->data);
-    if (database && database->polling.suspected && budget.is_due(database->polling) &&
-        (!next || database->polling.last_cycle < next->polling.last_cycle)) {
-      next = database;
+  for (db_info& database : *g_core_ctrl->db_table) {
+    const poll_record& record = database.polling;
+    if (record.suspected && budget.is_due(record) &&
+        (!next || record.last_cycle < next->polling.last_cycle)) {
+      next = &database;
     }
   }
   return next;
@@ -127,6 +125,10 @@ void* task_threand_run(void* /*unused*/) noexcept {
 }
 
 }  // namespace
+
+void qvn_task_set_pickers(std::span<const qvn_job_picker> pickers) {
+  g_pickers = pickers;
+}
 
 int64_t qvn_task_interval(int32_t found) {
   return found > 0 ? kBusyInterval : kIdleInterval;

@@ -8,6 +8,19 @@
 #pragma once
 
 #include <cstdint>
+#include <libpq-fe.h>
+#include <span>
+
+struct db_info;
+
+/// Asks a job module for work in the database behind the connection, which stays the poller's.
+/// Above 0 when jobs were found or the module is full, 0 when there are none, -1 when it could not
+/// ask. Runs under the database list lock; what it needs of the database later it copies.
+using qvn_job_picker = int32_t (*)(PGconn* connection, db_info* database);
+
+/// Takes the pickers that are asked in each database, in their order; they stay with the caller.
+/// Before the thread starts.
+void qvn_task_set_pickers(std::span<const qvn_job_picker> pickers);
 
 /// 0, or -1, logged, when memory runs out.
 [[nodiscard]] int32_t qvn_task_init();

@@ -3,14 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 
-namespace {
+#include "base/qvn_text.h"
 
-std::string_view skip_blanks(std::string_view text) {
-  constexpr unsigned char kBlank = 32;
-  const auto* const first =
-      std::ranges::find_if(text, [](char c) { return static_cast<unsigned char>(c) > kBlank; });
-  return {first, text.end()};
-}
+namespace {
 
 /// The text's line up to its line feed, which is taken off the front with it; the line itself ends
 /// at its first carriage return.
@@ -26,7 +21,7 @@ bool has_at(std::string_view line, std::size_t position, char wanted) {
   return position < line.size() && line[position] == wanted;
 }
 
-constexpr std::size_t kStatusCodeAt = 8;  // behind "SIP/2.0 "
+constexpr std::size_t kStatusCodeAt = 8;  // after "SIP/2.0 "
 
 bool has_code(std::string_view status_line, std::string_view code) {
   return status_line.size() > kStatusCodeAt && status_line.substr(kStatusCodeAt).starts_with(code);
@@ -55,7 +50,7 @@ struct lrn_headers {
   value location_info;
 };
 
-/// A header is told by how its line begins; its value by a fixed position behind that.
+/// A header is known by how its line begins; its value starts at a fixed position of the line.
 struct known_header {
   std::string_view name;
   std::size_t value_at;
@@ -85,7 +80,7 @@ lrn_headers read_headers(std::string_view text) {
   return headers;
 }
 
-/// The routing number of a Contact: behind "rn=", without one "+", up to the first ";", or else the
+/// The routing number of a Contact: after "rn=", without one "+", up to the first ";", or else the
 /// first "@".
 std::optional<std::string_view> routing_number(std::string_view contact) {
   constexpr std::string_view kParameter = "rn=";
@@ -125,7 +120,7 @@ std::size_t lrn_request_write(lrn_request_text& out, const lrn_invite& invite) {
 
 lrn_verdict lrn_response_read(std::string_view datagram, std::string_view call_id,
                               lrn_answer& answer) {
-  std::string_view text = skip_blanks(datagram.substr(0, datagram.find('\0')));
+  std::string_view text = qvn_skip_blanks(datagram.substr(0, datagram.find('\0')));
   const std::string_view status_line = take_line(text);
   if (has_code(status_line, "1")) {
     return lrn_verdict::provisional;
@@ -135,7 +130,7 @@ lrn_verdict lrn_response_read(std::string_view datagram, std::string_view call_i
     return lrn_verdict::headers_missing;
   }
   if (headers.cseq->find("INVITE") == std::string_view::npos ||
-      skip_blanks(*headers.call_id) != call_id) {
+      qvn_skip_blanks(*headers.call_id) != call_id) {
     return lrn_verdict::not_ours;
   }
   answer = {};

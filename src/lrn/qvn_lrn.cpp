@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <cstdio>
-#include <poll.h>
 #include <sys/socket.h>
 
 #include "base/qvn_log.h"
@@ -29,7 +28,7 @@ in_addr address_towards(const sockaddr_in& server) {
   return local_address_of(fd.get());
 }
 
-/// The address that the server is told to answer to.
+/// The address that the server is asked to answer to.
 in_addr shown_address(const lrn_query& query) {
   const in_addr bound = local_address_of(query.fd.get());
   return bound.s_addr == htonl(INADDR_ANY) ? address_towards(query.server_addr) : bound;
@@ -61,8 +60,7 @@ void build_request(lrn_query& query) {
 /// Waits up to a second for a datagram; its length, 0 when none came.
 std::size_t receive(const lrn_query& query, char (&bytes)[kMostBytes]) {
   constexpr int kPatience = 1000;  // milliseconds
-  pollfd entry{.fd = query.fd.get(), .events = POLLIN, .revents = 0};
-  if (poll(&entry, 1, kPatience) <= 0) {
+  if (qvn_wait_for_input(query.fd.get(), kPatience) != qvn_input::ready) {
     return 0;
   }
   const ssize_t length = recv(query.fd.get(), bytes, sizeof bytes, MSG_DONTWAIT);

@@ -2,38 +2,21 @@
 
 #include <array>
 #include <cstring>
-#include <iterator>
 #include <new>
 #include <utility>
 
+#include "base/qvn_prefetch.h"
 #include "base/qvn_slab.h"
+#include "rate/rp_hash_index.h"
 
 namespace {
 
 constexpr uint8_t kEmptyKeyDepth = 1;
-constexpr std::size_t kLine = 64;  ///< bytes of a cache line
+static_assert(sizeof(rp_hash_node) == rp_hash_index::kLine, "the header states the size of a node");
 
-/// The children of one node by their digit. A crowded level has one, so that finding a child costs
-/// one cache line instead of one a sibling. Where a child has an index itself, the entry leads to
-/// that index: a search then walks from index to index and leaves the nodes alone.
-///
-/// Places are given as distances in lines from this index, so that all ten fit one line. A node
-/// too far away for that (64 GiB) is not in the index.
-struct digit_index {
-  int32_t child[10];  ///< link to a digit's node or, odd, its index; 0: none
-  int32_t owner;      ///< distance of the node whose children these are
-  uint8_t terminal;   ///< the owner's
-  uint8_t partial;    ///< 1 when the list may have digits that are not here
-};
-
-constexpr std::size_t kIndexSize = kLine;
-static_assert(sizeof(rp_hash_node) == kLine, "the header states the size of a node");
-static_assert(sizeof(digit_index) <= kIndexSize);
-
-// Nodes lie apart from the records, and indexes apart from the nodes, so that a search touches
-// little memory. All pieces of one slab are a line long, so each begins one.
+// Apart from the records, so that a search touches little memory. All pieces of the slab are a line
+// long, so each begins one.
 thread_local constinit qvn_slab node_slab;
-thread_local constinit qvn_slab index_slab;
 
 uint8_t key_byte(const char* key) {
   return static_cast<uint8_t>(*key);
@@ -44,55 +27,6 @@ uint8_t key_length(const char* key) {
   return static_cast<uint8_t>(std::strlen(key));
 }
 
-// --- places
-// ---------------------------------------------------------------------------------------
-
-/// Lines from one piece to another; 0 when they are too far apart.
-int32_t distance(const void* from, const void* to) {
-  constexpr int64_t kFarthest = (int64_t{1} << 30) - 1;  // a link has one bit less
-  const int64_t lines =
-      (reinterpret_cast<intptr_t>(to) - reinterpret_cast<intptr_t>(from)) / int64_t{kLine};
-  return lines >= -kFarthest && lines <= kFarthest ? static_cast<int32_t>(lines) : 0;
-}
-
-template <class Piece>
-Piece* at_distance(const void* from, int32_t lines) {
-  return reinterpret_cast<Piece*>(reinterpret_cast<intptr_t>(from) +
-                                  int64_t{lines} * int64_t{kLine});
-}
-
-bool leads_to_index(int32_t link) {
-  return (link & 1) != 0;
-}
-
-digit_index* index_of(const rp_hash_node* node) {
-  return node->index == 0 ? nullptr : at_distance<digit_index>(node, node->index);
-}
-
-rp_hash_node* owner_of(const digit_index* index) {
-  return at_distance<rp_hash_node>(index, index->owner);
-}
-
-template <class Piece>
-Piece* linked(const digit_index* index, int32_t link) {
-  return at_distance<Piece>(index, link >> 1);
-}
-
-rp_hash_node* linked_node(const digit_index* index, int32_t link) {
-  return leads_to_index(link) ? owner_of(linked<digit_index>(index, link))
-                              : linked<rp_hash_node>(index, link);
-}
-
-/// The digit's link, or null for a byte that is no digit.
-template <class Index>
-auto* link_of(Index* index, uint8_t ch) {
-  const unsigned digit = unsigned{ch} - '0';
-  return digit < std::size(index->child) ? &index->child[digit] : nullptr;
-}
-
-// --- levels
-// ---------------------------------------------------------------------------------------
-
 rp_hash_node* find_sibling(rp_hash_node* level, uint8_t ch) {
   rp_hash_node* node = level;
   while (node && node->ch != ch) {
@@ -102,51 +36,17 @@ rp_hash_node* find_sibling(rp_hash_node* level, uint8_t ch) {
 }
 
 rp_hash_node* find_child(const rp_hash_node* parent, uint8_t ch) {
-  digit_index* const index = index_of(parent);
-  const int32_t* const link = index ? link_of(index, ch) : nullptr;
+  const rp_hash_index* const index = rp_hash_index::of(parent);
+  const int32_t* const link = index ? index->link_of(ch) : nullptr;
   if (link && *link != 0) {
-    return linked_node(index, *link);
+    return index->linked_child(*link);
   }
   return link && !index->partial ? nullptr : find_sibling(parent->children, ch);
 }
 
-/// Links from the index of the level to the node or, when it has one, to the node's index.
-void add_to_index(digit_index* level, const rp_hash_node* node) {
-  int32_t* const link = link_of(level, node->ch);
-  if (!link) {
-    return;
-  }
-  const digit_index* const index = index_of(node);
-  const int32_t to_index = index ? distance(level, index) : 0;
-  *link = to_index != 0 ? to_index * 2 + 1 : distance(level, node) * 2;
-  if (*link == 0) {
-    level->partial = 1;
-  }
-}
-
-/// Gives the node's children an index. Without memory the list has to do.
-void make_index(rp_hash_node* owner) {
-  void* const memory = index_slab.alloc(kIndexSize);
-  const int32_t place = memory ? distance(owner, memory) : 0;
-  if (place == 0) {
-    qvn_slab::release(memory);
-    return;
-  }
-  auto* const index = new (memory) digit_index{};
-  index->owner = -place;
-  index->terminal = owner->terminal;
-  for (const rp_hash_node* node = owner->children; node; node = node->next) {
-    add_to_index(index, node);
-  }
-  owner->index = place;
-  if (digit_index* const level = owner->parent ? index_of(owner->parent) : nullptr) {
-    add_to_index(level, owner);
-  }
-}
-
 void set_terminal(rp_hash_node* node, uint8_t terminal) {
   node->terminal = terminal;
-  if (digit_index* const index = index_of(node)) {
+  if (rp_hash_index* const index = rp_hash_index::of(node)) {
     index->terminal = terminal;
   }
 }
@@ -170,10 +70,10 @@ rp_hash_node* add_to_level(rp_hash_node** head, rp_hash_node* parent, uint8_t ch
   if (!parent) {
     return node;
   }
-  if (digit_index* const index = index_of(parent)) {
-    add_to_index(index, node);
+  if (rp_hash_index* const index = rp_hash_index::of(parent)) {
+    index->add(node);
   } else if (node->next) {
-    make_index(parent);
+    rp_hash_index::make(parent);
   }
   return node;
 }
@@ -218,21 +118,21 @@ class descent {
  private:
   bool step_in_index() {
     if (index_->terminal == 1) {
-      best_ = owner_of(index_);
+      best_ = index_->owner_node();
     }
     if (key_ == end_) {
       return false;
     }
-    const digit_index* const index = std::exchange(index_, nullptr);
-    const int32_t* const link = link_of(index, key_byte(key_));
+    const rp_hash_index* const index = std::exchange(index_, nullptr);
+    const int32_t* const link = index->link_of(key_byte(key_));
     if (!link || (*link == 0 && index->partial)) {
-      return enter_level(owner_of(index)->children);
+      return enter_level(index->owner_node()->children);
     }
-    if (!leads_to_index(*link)) {
-      return *link != 0 && enter_level(linked<rp_hash_node>(index, *link));
+    if (!rp_hash_index::leads_to_index(*link)) {
+      return *link != 0 && enter_level(index->linked<rp_hash_node>(*link));
     }
     ++key_;
-    return enter_index(linked<digit_index>(index, *link));
+    return enter_index(index->linked<rp_hash_index>(*link));
   }
 
   bool step_in_level() {
@@ -246,47 +146,45 @@ class descent {
     if (++key_ == end_) {
       return false;
     }
-    return node->index != 0 ? enter_index(index_of(node)) : enter_level(node->children);
+    return node->index != 0 ? enter_index(rp_hash_index::of(node)) : enter_level(node->children);
   }
 
-  bool enter_index(const digit_index* index) {
+  bool enter_index(const rp_hash_index* index) {
     index_ = index;
-    __builtin_prefetch(index);
+    qvn_prefetch(index);
     return true;
   }
 
   bool enter_level(rp_hash_node* first) {
     level_ = first;
-    __builtin_prefetch(first);
+    qvn_prefetch(first);
     return first != nullptr;
   }
 
   const char* key_ = nullptr;  ///< the byte to be looked for next
   const char* end_ = nullptr;
-  const digit_index* index_ = nullptr;  ///< where to look for it, or null: in the level
-  rp_hash_node* level_ = nullptr;       ///< from this node on; null: nowhere
+  const rp_hash_index* index_ = nullptr;  ///< where to look for it, or null: in the level
+  rp_hash_node* level_ = nullptr;         ///< from this node on; null: nowhere
   rp_hash_node* best_ = nullptr;
 };
 
 /// Has the children brought into the cache while something else is done: a walk over a large tree
 /// would wait for memory at every node.
 void fetch_children(const rp_hash_node* node) {
-  // GCC 12 takes a function that only prefetches for one without effect and drops its calls.
-  asm volatile("");
-  const digit_index* const index = index_of(node);
+  const rp_hash_index* const index = rp_hash_index::of(node);
   if (!index) {
-    __builtin_prefetch(node->children, 1);
+    qvn_prefetch(node->children);
     return;
   }
   for (const int32_t link : index->child) {
     if (link != 0) {
-      __builtin_prefetch(linked_node(index, link), 1);
+      qvn_prefetch(index->linked_child(link));
     }
   }
 }
 
 void release_node(rp_hash_node* node) {
-  qvn_slab::release(index_of(node));
+  qvn_slab::release(rp_hash_index::of(node));
   qvn_slab::release(node);
 }
 
@@ -301,8 +199,8 @@ void unlink_and_free(rp_hash_node** slot, rp_hash_node* node) {
   if (node->next) {
     node->next->prev = node->prev;
   }
-  digit_index* const level = node->parent ? index_of(node->parent) : nullptr;
-  if (int32_t* const link = level ? link_of(level, node->ch) : nullptr) {
+  rp_hash_index* const level = node->parent ? rp_hash_index::of(node->parent) : nullptr;
+  if (int32_t* const link = level ? level->link_of(node->ch) : nullptr) {
     *link = 0;
   }
   release_node(node);
@@ -372,7 +270,7 @@ void rp_hash_search_each(rp_hash_node* const* slot, std::span<const std::string_
       if (ways[walking[i]].step()) {
         ++i;
       } else {
-        __builtin_prefetch(ways[walking[i]].best());
+        qvn_prefetch(ways[walking[i]].best());
         walking[i] = walking[--left];
       }
     }

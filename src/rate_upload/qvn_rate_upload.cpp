@@ -5,10 +5,10 @@
 #include <memory>
 #include <new>
 
-#include "base/qvn_conf_file.h"
 #include "base/qvn_log.h"
 #include "base/qvn_text.h"
 #include "core/qvn_settings.h"
+#include "db/qvn_db_conf.h"
 #include "db/qvn_job_queue.h"
 #include "db/qvn_pg_rows.h"
 #include "rate_upload/rate_upload_task.h"
@@ -21,7 +21,7 @@ constexpr qvn_job_queue_config kQueueConfig = {
     .source = kLogSource,
     .dispatcher_name = "qvn_import",
     .worker_name = "import",
-    .kind = job_kind::rate_upload,
+    .left = [](const qvn_job& job) { db_info_task_sub(job.label, job_kind::rate_upload); },
 };
 
 struct qvn_rate_upload_ctrl {
@@ -32,13 +32,12 @@ struct qvn_rate_upload_ctrl {
 qvn_rate_upload_ctrl* g_rate_upload_ctrl = nullptr;
 
 constexpr qvn_number_setting kMaxTask = {
-    &qvn_core_ctrl::max_rate_upload_task, 5, 300,
+    kLogSource,
+    []() -> uint16_t& { return g_core_ctrl->max_rate_upload_task; },
+    5,
+    300,
     "The max concurrent rate upload task item MUST be configurate\n",
     "The max concurrent rate upload task MUST be in 5 - 300\n"};
-
-int32_t read_max_task(const char* value) {
-  return qvn_conf_read_number(kMaxTask, value, kLogSource);
-}
 
 int32_t read_directory(const char* value) {
   return qvn_conf_read_directory(g_rate_upload_ctrl->result_directory, value,
@@ -48,7 +47,7 @@ int32_t read_directory(const char* value) {
 
 constexpr qvn_setting kSettings[] = {
     {"result_directory", read_directory, nullptr, kMostDirectoryCharacters},
-    {"max_rate_upload_task", read_max_task, &kMaxTask},
+    {"max_rate_upload_task", qvn_conf_read_number<kMaxTask>, &kMaxTask},
 };
 
 // --- one row of the job table
@@ -176,13 +175,11 @@ int32_t qvn_rate_upload_init() {
 }
 
 qvn_conf_section qvn_rate_upload_section() {
-  return {"rate_upload", kSettings};
+  return {"rate_upload", kSettings, read_rate_upload_config};
 }
 
 int32_t qvn_rate_upload_conf() {
-  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile,
-                          qvn_rate_upload_section().name, read_rate_upload_config, nullptr, nullptr,
-                          0);
+  return qvn_load_section(qvn_rate_upload_section());
 }
 
 int32_t qvn_rate_upload_start() {

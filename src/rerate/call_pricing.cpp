@@ -8,6 +8,7 @@
 #include <string_view>
 #include <tuple>
 
+#include "base/qvn_prefetch.h"
 #include "base/qvn_text.h"
 #include "rerate/call_money.h"
 
@@ -189,11 +190,10 @@ const rate_node* choose_record(const pricing_terms& terms, const rp_hash_node* l
 void fetch_rate(const rp_hash_node& code) {
   constexpr std::size_t kLine = 64;
   constexpr std::size_t kOrdinaryTexts = 64;
-  asm volatile("");  // GCC 12 drops calls of a function that only prefetches
   const auto* const begin = static_cast<const char*>(code.items);
   for (std::size_t offset = 0; begin && offset < sizeof(rate_node) + kOrdinaryTexts;
        offset += kLine) {
-    __builtin_prefetch(begin + offset);
+    qvn_prefetch(begin + offset);
   }
 }
 

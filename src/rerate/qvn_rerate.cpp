@@ -3,9 +3,9 @@
 #include <memory>
 #include <new>
 
-#include "base/qvn_conf_file.h"
 #include "base/qvn_log.h"
 #include "core/qvn_settings.h"
+#include "db/qvn_db_conf.h"
 #include "db/qvn_job_queue.h"
 #include "rerate/rerate_worker.h"
 
@@ -17,7 +17,7 @@ constexpr qvn_job_queue_config kQueueConfig = {
     .source = kLogSource,
     .dispatcher_name = "qvn_rerate",
     .worker_name = "rerate",
-    .kind = job_kind::rerate,
+    .left = [](const qvn_job& job) { db_info_task_sub(job.label, job_kind::rerate); },
 };
 
 struct qvn_rerate_ctrl {
@@ -28,13 +28,12 @@ struct qvn_rerate_ctrl {
 qvn_rerate_ctrl* g_rerate_ctrl = nullptr;
 
 constexpr qvn_number_setting kMaxTask = {
-    &qvn_core_ctrl::max_rerate_task, 5, 100,
+    kLogSource,
+    []() -> uint16_t& { return g_core_ctrl->max_rerate_task; },
+    5,
+    100,
     "The max concurrent rerate task item MUST be configurate\n",
     "The max concurrent rerate task MUST be in 5 - 100\n"};
-
-int32_t read_max_task(const char* value) {
-  return qvn_conf_read_number(kMaxTask, value, kLogSource);
-}
 
 int32_t read_directory(const char* value) {
   return qvn_conf_read_directory(g_rerate_ctrl->cdr_directory, value,
@@ -44,7 +43,7 @@ int32_t read_directory(const char* value) {
 
 constexpr qvn_setting kSettings[] = {
     {"cdr_directory", read_directory, nullptr, kMostDirectoryCharacters},
-    {"max_rerate_task", read_max_task, &kMaxTask},
+    {"max_rerate_task", qvn_conf_read_number<kMaxTask>, &kMaxTask},
 };
 
 // --- admission -------------------------------------------------------------------------------
@@ -100,12 +99,11 @@ int32_t qvn_rerate_init() {
 }
 
 qvn_conf_section qvn_rerate_section() {
-  return {"rerate", kSettings};
+  return {"rerate", kSettings, read_rerate_config};
 }
 
 int32_t qvn_rerate_conf() {
-  return load_conf_helper(g_core_ctrl->conf_dir.c_str(), kMainConfFile, qvn_rerate_section().name,
-                          read_rerate_config, nullptr, nullptr, 0);
+  return qvn_load_section(qvn_rerate_section());
 }
 
 int32_t qvn_rerate_start() {

@@ -10,8 +10,10 @@
 #include <libpq-fe.h>
 #include <string>
 
-#include "core/qvn_settings.h"
-#include "db/qvn_db_conf.h"
+#include "core/qvn_core_ctrl.h"
+
+struct db_info;
+struct qvn_conf_section;
 
 /// 0, or -1, logged, when memory runs out.
 [[nodiscard]] int32_t qvn_rerate_init();

@@ -5,42 +5,18 @@
 #include <libpq-fe.h>
 #include <map>
 #include <memory>
+#include <new>
 #include <optional>
 #include <set>
 #include <string_view>
 
-#include "base/qvn_hash.h"
+#include "base/qvn_conf_setting.h"
 #include "core/qvn_core_ctrl.h"
 #include "db/qvn_db_conf.h"
 #include "tools/conf_layout.h"
 #include "tools/conf_section.h"
 
 namespace {
-
-/// Loads the list into a table of its own, as the daemon does; the list's last entries are freed
-/// with it.
-class database_table {
- public:
-  database_table() {
-    qvn_hash_init(&table_);
-    const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-    g_core_ctrl->db_table = &table_;
-  }
-  ~database_table() {
-    const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
-    db_info_clear();
-    g_core_ctrl->db_table = nullptr;
-  }
-  database_table(const database_table&) = delete;
-  database_table& operator=(const database_table&) = delete;
-
-  [[nodiscard]] const db_info* find(const std::string& key) const {
-    return reinterpret_cast<const db_info*>(qvn_hash_find(&table_, key.c_str()));
-  }
-
- private:
-  qvn_hash_table table_;
-};
 
 /// The values that a section has given to the daemon, by their settings.
 using section_values = std::map<const qvn_setting*, std::string>;
@@ -73,6 +49,23 @@ std::string_view understood(const option_list& options, std::string_view keyword
     }
   }
   return "";
+}
+
+int32_t judge_value(const char* key, const char* value) {
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+  return read_db_config(key, value);
+}
+
+/// The sections, the last one of the file first, as the daemon reads them.
+std::vector<recorded_reading> read_as_daemon(const conf_layout& layout) {
+  std::vector<recorded_reading> readings;
+  for (auto line = layout.lines().rbegin(); line != layout.lines().rend(); ++line) {
+    if (line->kind == conf_kind::header && !line->key.empty()) {
+      readings.push_back(conf_read_section(
+          layout.lines(), kDbConfFile, line->key.substr(0, kMostSectionCharacters), judge_value));
+    }
+  }
+  return readings;
 }
 
 /// Reports on the sections of the list in the order in which the daemon reads them.
@@ -159,7 +152,7 @@ void list_check::check_entry(const recorded_line& header, const section_values& 
     return;
   }
   // A string that libpq does not understand is not tried: the complaint would hold pieces of it.
-  const db_info* const entry = table_.find(key);
+  const db_info* const entry = table_.find(key.c_str());
   if (entry && check_connection_string(header, *entry)) {
     databases_.push_back({header.key, header.number, entry->conninfo});
   }
@@ -195,13 +188,16 @@ bool list_check::check_connection_string(const recorded_line& header, const db_i
 }  // namespace
 
 std::vector<conf_database> conf_check_database_list(conf_findings& findings) {
-  const conf_layout layout(conf_survey(g_core_ctrl->conf_dir.c_str(), kDbConfFile));
-  const database_table table;
-  const conf_recorder recorder;
+  const conf_layout layout(conf_survey(kDbConfFile));
+  if (qvn_db_conf_init() != 0) {
+    throw std::bad_alloc();
+  }
   const bool starts = load_db_info() == 0;
-  const std::set<std::string> references = recorder.references();
-  list_check check(table, layout, references, findings);
-  for (const recorded_reading& reading : recorder.readings()) {
+  const std::vector<recorded_reading> readings = read_as_daemon(layout);
+  const std::set<std::string> references = conf_references(readings);
+  const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+  list_check check(*g_core_ctrl->db_table, layout, references, findings);
+  for (const recorded_reading& reading : readings) {
     check.check(reading);
   }
   layout.check_headers(findings);

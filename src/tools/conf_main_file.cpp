@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <new>
 #include <set>
 #include <strings.h>
 #include <sys/socket.h>
@@ -16,17 +17,21 @@
 
 namespace {
 
-/// What the daemon reads of the file as it starts, in its order; false when it would end there.
-bool read_as_daemon() {
-  (void)qvn_default_conf_init();
-  if (qvn_load_config() != 0 || qvn_check_config() != 0 || !qvn_settings_whole()) {
-    return false;
+/// The sections in the order in which the daemon reads them. The modules' directories are there
+/// only while the modules are.
+std::vector<recorded_reading> read_as_daemon(const conf_layout& layout,
+                                             std::span<const qvn_conf_section> sections) {
+  if (qvn_default_conf_init() != 0 || qvn_rerate_init() != 0 || qvn_rate_upload_init() != 0) {
+    throw std::bad_alloc();
   }
-  const bool read = qvn_rerate_init() == 0 && qvn_rerate_conf() == 0 &&
-                    qvn_rate_upload_init() == 0 && qvn_rate_upload_conf() == 0;
+  std::vector<recorded_reading> readings;
+  for (const qvn_conf_section& section : sections) {
+    readings.push_back(
+        conf_read_section(layout.lines(), kMainConfFile, section.name, section.handler));
+  }
   (void)qvn_rate_upload_uninit();
   (void)qvn_rerate_uninit();
-  return read && qvn_settings_whole();
+  return readings;
 }
 
 void check_unknown_sections(const conf_layout& layout, std::span<const qvn_conf_section> sections,
@@ -40,7 +45,7 @@ void check_unknown_sections(const conf_layout& layout, std::span<const qvn_conf_
     const auto refers = [&](const std::string& reference) {
       return reference.starts_with(name + ".$");
     };
-    if (line.fate != conf_fate::header || line.continued || name.empty() ||
+    if (line.kind != conf_kind::header || line.continued || name.empty() ||
         std::ranges::any_of(references, refers) || layout.header(name) != &line ||
         std::ranges::any_of(sections, is)) {
       continue;
@@ -89,20 +94,18 @@ void check_console(const recorded_reading& reading, conf_findings& findings) {
 void conf_check_main_file(conf_findings& findings) {
   const qvn_conf_section sections[] = {qvn_general_section(), qvn_cli_section(),
                                        qvn_rerate_section(), qvn_rate_upload_section()};
-  const conf_layout layout(conf_survey(g_core_ctrl->conf_dir.c_str(), kMainConfFile));
-  const conf_recorder recorder;
-  const bool starts = read_as_daemon();
-  const std::set<std::string> references = recorder.references();
-  for (const recorded_reading& reading : recorder.readings()) {
-    const auto section = std::ranges::find(sections, reading.section, &qvn_conf_section::name);
-    conf_check_section(reading, {section->settings, sections, references}, findings);
-    layout.check_unread(conf_stopping_line(reading), findings);
-    check_console(reading, findings);
+  const conf_layout layout(conf_survey(kMainConfFile));
+  const std::vector<recorded_reading> readings = read_as_daemon(layout, sections);
+  const std::set<std::string> references = conf_references(readings);
+  for (std::size_t i = 0; i < readings.size(); ++i) {
+    conf_check_section(readings[i], {sections[i].settings, sections, references}, findings);
+    layout.check_unread(conf_stopping_line(readings[i]), findings);
+    check_console(readings[i], findings);
   }
   layout.check_headers(findings);
   layout.check_long_lines(findings);
   check_unknown_sections(layout, sections, references, findings);
-  if (!starts) {
+  if (qvn_check_config() != 0 || !qvn_settings_whole()) {
     findings.add(0, "the daemon does not start with this file", kUnusable);
   }
 }

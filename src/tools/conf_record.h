@@ -1,5 +1,4 @@
-/// What the daemon's reader made of the configuration files, line by line, for whoever reports on
-/// it.
+/// What the daemon makes of the configuration files, line by line, for whoever reports on it.
 #pragma once
 
 #include <set>
@@ -8,49 +7,46 @@
 
 #include "base/qvn_conf_file.h"
 
+/// What becomes of a pair in the section that is read.
+enum class conf_fate : uint8_t {
+  unread,
+  no_reference,  ///< a reference that leads nowhere: skipped
+  taken,         ///< given to the handler
+  stopped,       ///< given to the handler, which ended the reading
+};
+
 /// A conf_line with texts of its own.
 struct recorded_line {
+  /// Whether a section ought to have the line.
+  [[nodiscard]] bool is_content() const {
+    return kind == conf_kind::pair || kind == conf_kind::no_pair || kind == conf_kind::no_value;
+  }
+
   int number;
   bool continued;
   bool goes_on;
-  conf_fate fate;
+  conf_kind kind;
   std::string key;
-  std::string value;
-  std::string written;
+  std::string written;  ///< the value as it stands in the file
   std::string dropped;
-  bool is_reference;
+  bool is_reference = false;
+  conf_fate fate = conf_fate::unread;
+  std::string value = {};  ///< as the handler gets it
 };
 
-/// One reading, in the order of the file. Of a section only its own lines.
+/// One reading of a section: its own lines that are meant as pairs, up to the one that ends it.
 struct recorded_reading {
   std::string section;
   std::vector<recorded_line> lines;
 };
 
-/// Listens to every reading while it lives; one at a time. Main thread.
-class conf_recorder final : public conf_observer {
- public:
-  /// A list of many sections is read as many times: only a survey keeps the lines of others.
-  enum class scope { own_lines, all_lines };
+/// Every line of the file.
+[[nodiscard]] std::vector<recorded_line> conf_survey(const char* file_name);
 
-  explicit conf_recorder(scope kept = scope::own_lines) : kept_(kept) { qvn_conf_observe(this); }
-  ~conf_recorder() override { qvn_conf_observe(nullptr); }
-  conf_recorder(const conf_recorder&) = delete;
-  conf_recorder& operator=(const conf_recorder&) = delete;
+/// Reads a section of the surveyed file as the daemon does. It has no lines when it is not there.
+[[nodiscard]] recorded_reading conf_read_section(const std::vector<recorded_line>& file,
+                                                 const char* file_name, const std::string& section,
+                                                 conf_callback handler);
 
-  void begins(const char* section) override { readings_.push_back({section, {}}); }
-  void reads(const conf_line& line) override;
-
-  /// The references that led somewhere, as they are written: "section.$key".
-  [[nodiscard]] std::set<std::string> references() const;
-
-  /// In the order in which they began.
-  [[nodiscard]] const std::vector<recorded_reading>& readings() const { return readings_; }
-
- private:
-  scope kept_;
-  std::vector<recorded_reading> readings_;
-};
-
-/// Every line of the file, as a reader sees it that never finds its section.
-[[nodiscard]] std::vector<recorded_line> conf_survey(const char* directory, const char* file_name);
+/// The references that led somewhere, as they are written: "section.$key".
+[[nodiscard]] std::set<std::string> conf_references(const std::vector<recorded_reading>& readings);

@@ -86,23 +86,21 @@ class section_check {
 };
 
 void section_check::check(const recorded_line& line) {
-  // What follows a piece of a long line is told with it, and may be the rest of a password.
+  // What follows a piece of a long line is reported with it, and may be the rest of a password.
   if (line.continued) {
     return;
   }
-  switch (line.fate) {
-    case conf_fate::no_pair:
+  switch (line.kind) {
+    case conf_kind::no_pair:
       findings_.add(line.number, "no \"key=value\": ignored");
       break;
-    case conf_fate::no_value:
+    case conf_kind::no_value:
       add(line, "no value" +
                     (is_note(line.dropped) ? std::string()
                                            : " in front of " + sign_name(line.dropped.front())) +
                     ": ignored");
       break;
-    case conf_fate::no_reference:
-    case conf_fate::taken:
-    case conf_fate::stopped:
+    case conf_kind::pair:
       check_pair(line);
       break;
     default:

@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "core/qvn_settings.h"
+#include "base/qvn_conf_setting.h"
 #include "tools/conf_findings.h"
 #include "tools/conf_record.h"
 

@@ -18,11 +18,9 @@ class database_list : public testing::Test {
   database_list() {
     g_core_ctrl = new qvn_core_ctrl;
     g_core_ctrl->conf_dir = folder_.path().string() + "/";
-    qvn_hash_init(&table_);
-    g_core_ctrl->db_table = &table_;
+    EXPECT_EQ(qvn_db_conf_init(), 0);
   }
-  ~database_list() override QVN_NO_THREAD_SAFETY_ANALYSIS {
-    db_info_clear();
+  ~database_list() override {
     delete g_core_ctrl;
     g_core_ctrl = nullptr;
   }
@@ -31,23 +29,31 @@ class database_list : public testing::Test {
     support::write_file(folder_.path() / kDbConfFile, text);
     return load_db_info();
   }
-  const db_info* find(const std::string& key) const {
-    return reinterpret_cast<const db_info*>(qvn_hash_find(&table_, key.c_str()));
+  static db_info* find(const char* key) {
+    const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+    return g_core_ctrl->db_table->find(key);
+  }
+  static int count() {
+    const qvn_lock_guard guard(g_core_ctrl->db_list_lock);
+    int entries = 0;
+    for ([[maybe_unused]] const db_info& entry : *g_core_ctrl->db_table) {
+      ++entries;
+    }
+    return entries;
   }
 
   const support::TempDir folder_{""};
-  qvn_hash_table table_{};
 };
 
 TEST_F(database_list, of_two_sections_of_one_database_the_later_one_counts) {
   EXPECT_EQ(load(section("a", "shop", 5001) + section("b", "shop", 5002)), 0);
-  EXPECT_EQ(table_.count, 1);
+  EXPECT_EQ(count(), 1);
   EXPECT_EQ(find("127.0.0.1-shop")->port, 5002);
 }
 
 TEST_F(database_list, of_two_sections_of_one_name_both_read_the_first) {
   EXPECT_EQ(load(section("a", "first") + section("a", "second")), 0);
-  EXPECT_EQ(table_.count, 1);
+  EXPECT_EQ(count(), 1);
   EXPECT_NE(find("127.0.0.1-first"), nullptr);
 }
 
@@ -59,7 +65,7 @@ TEST_F(database_list, a_section_name_is_cut_at_99_characters_and_then_not_found)
 
 TEST_F(database_list, finished_jobs_are_counted_off_by_kind_and_never_below_zero) {
   ASSERT_EQ(load(section("a", "one")), 0);
-  auto* const entry = const_cast<db_info*>(find("127.0.0.1-one"));
+  auto* const entry = find("127.0.0.1-one");
   entry->rate_upload_count = 2;
   entry->rerate_count = 1;
   db_info_task_sub("127.0.0.1-one", job_kind::rate_upload);

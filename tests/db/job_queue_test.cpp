@@ -8,7 +8,10 @@
 
 namespace {
 
-constexpr qvn_job_queue_config kConfig = {"test", "dispatcher", "worker", job_kind::rate_upload};
+std::atomic<int> g_left = 0;
+
+constexpr qvn_job_queue_config kConfig = {"test", "dispatcher", "worker",
+                                          [](const qvn_job&) { ++g_left; }};
 
 int32_t admit(const qvn_job&, const qvn_job*, const qvn_job*) {
   return 0;
@@ -44,15 +47,7 @@ bool comes_true(const std::function<bool()>& condition) {
 
 class job_queue : public testing::Test {
  protected:
-  job_queue() {
-    g_core_ctrl = new qvn_core_ctrl;
-    qvn_hash_init(&table_);
-    g_core_ctrl->db_table = &table_;
-  }
-  ~job_queue() override {
-    delete g_core_ctrl;
-    g_core_ctrl = nullptr;
-  }
+  job_queue() { g_left = 0; }
   void release() {
     probe_.hold = false;
     probe_.hold.notify_all();
@@ -61,7 +56,6 @@ class job_queue : public testing::Test {
     return queue_->add(std::make_unique<test_job>(probe_, id), admission);
   }
 
-  qvn_hash_table table_{};
   probe probe_;
   std::unique_ptr<qvn_job_queue> queue_ = std::make_unique<qvn_job_queue>(kConfig);
 };
@@ -78,6 +72,7 @@ TEST_F(job_queue, runs_every_job_in_its_own_worker_and_frees_it) {
   EXPECT_TRUE(comes_true([&] { return probe_.freed == 20; }));
   EXPECT_TRUE(comes_true([&] { return queue_->count() == 0; }));
   queue_->stop();
+  EXPECT_EQ(g_left, 20);
 }
 
 TEST_F(job_queue, stop_waits_for_running_jobs_and_waiting_ones_are_freed_with_the_queue) {
