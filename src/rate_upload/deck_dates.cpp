@@ -18,7 +18,6 @@ int narrow_to_int(long number) {
 }
 
 constexpr std::size_t kPartCount = 3;
-constexpr int64_t kSecondsPerDay = 86'400;
 constexpr std::size_t kLongestShownDate = 29;
 
 struct calendar_date {

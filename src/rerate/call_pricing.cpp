@@ -93,7 +93,7 @@ const rate_node* first_applicable(const pricing_terms& terms, const rp_hash_node
   return nullptr;
 }
 
-/// Whether the calling number is too short or too long for its jurisdiction to be told.
+/// Whether the calling number is too short or too long to give its jurisdiction.
 bool ani_out_of_bounds(const jurisdiction_settings& settings, std::string_view ani) {
   const std::string_view prefix = settings.prefix;
   if (prefix.empty()) {
@@ -176,7 +176,7 @@ bool time_profile_applies(const time_profile_node& profile, int64_t start_second
 const rate_node* choose_record(const pricing_terms& terms, const rp_hash_node* longest,
                                int64_t start_second) {
   for (const rp_hash_node* node = longest; node; node = node->parent) {
-    // A rate without a code is nobody's default.
+    // A rate without a code is no default for other codes.
     if (node->terminal != 1 || node->ch == 0) {
       continue;
     }

@@ -70,7 +70,7 @@ struct call_charge {
 [[nodiscard]] const rate_node* choose_record(const pricing_terms& terms,
                                              const rp_hash_node* longest, int64_t start_second);
 
-/// Has the code's first rate and the texts behind it brought into the cache all at once: among
+/// Has the code's first rate and the texts that follow it brought into the cache all at once: among
 /// hundreds of thousands of rates each of its cache lines would be waited for, one after the other.
 void fetch_rate(const rp_hash_node& code);
 

@@ -6,6 +6,11 @@
 /// Which party's trunk the calls are rated for.
 enum class call_side { ingress, egress };
 
+/// "ingress" or "egress".
+[[nodiscard]] constexpr const char* side_name(call_side side) {
+  return side == call_side::ingress ? "ingress" : "egress";
+}
+
 inline constexpr std::size_t kCdrColumns = 128;
 inline constexpr std::size_t kCdrColumnsWithQ850 = 130;
 

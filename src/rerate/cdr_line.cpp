@@ -143,7 +143,7 @@ void cdr_line::find_empty(std::size_t quotes_tested) {
     }
     empty_[column / kBits] |= empty << column % kBits;
   }
-  empty_[columns_ / kBits] &= (uint64_t{1} << columns_ % kBits) - 1;  // none behind the last
+  empty_[columns_ / kBits] &= (uint64_t{1} << columns_ % kBits) - 1;  // none after the last
 }
 
 std::size_t cdr_line::joined_room(std::span<const std::string_view> texts) const {

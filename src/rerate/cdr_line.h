@@ -1,5 +1,5 @@
 /// A call record's line: found apart into columns where it lies, and put together again with some
-/// columns replaced. Long runs of columns that nobody changes are copied in one piece.
+/// columns replaced. Long runs of columns that stay are copied in one piece.
 #pragma once
 
 #include <array>
@@ -55,10 +55,9 @@ class cdr_line {
   /// Notes the empty columns; those below `quotes_tested` also if they are two double quotes.
   void find_empty(std::size_t quotes_tested);
 
-  const char* text_ =
-      nullptr;  ///< as it goes to the file: "?" behind a column, a line feed at last
+  const char* text_ = nullptr;  ///< as it goes to the file: "?" after a column, a line feed at last
   std::size_t columns_ = 0;
-  /// Where each column begins, and where one behind the last would; read four at a time.
+  /// Where each column begins, and where one after the last would; read four at a time.
   std::array<uint32_t, 136> begins_{};
   std::array<uint64_t, kWords> empty_{};
 };

@@ -106,14 +106,14 @@ char* cdr_pricer::memory_for(std::size_t room, priced_calls& out) {
 }
 
 call_facts cdr_pricer::facts_of(const cdr_line& line) const {
-  constexpr int64_t kMicrosecondsASecond = 1'000'000;
+  constexpr int64_t kMicrosecondsPerSecond = 1'000'000;
   const std::string_view dnis_type = line[kIngressDnisType];
   const std::string_view rate_type = line[side_.call_rate_type];
   return {
       .billed_number =
           line[dnis_type.empty() || dnis_type.starts_with('0') ? kRoutingDigits : kLrnDnis],
       .ani = line[kTranslationAni],
-      .start_second = number(line[kStartTimeOfDate]) / kMicrosecondsASecond,
+      .start_second = number(line[kStartTimeOfDate]) / kMicrosecondsPerSecond,
       .duration = number(line[kCallDuration]),
       .rate_type = rate_type.empty() ? kRateTypePlain : static_cast<int32_t>(number(rate_type)),
   };
@@ -129,6 +129,7 @@ void cdr_pricer::price(const waiting_call& call, const rp_hash_node* longest_cod
     return;
   }
   if (choice.rate == kNoRate) {
+    ++out.unmatched_count;
     for (const std::string_view text :
          {call.line[kSessionId], call.facts.ani, call.facts.billed_number}) {
       (out.unmatched += text) += '\0';

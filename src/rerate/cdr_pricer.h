@@ -19,7 +19,8 @@
 struct priced_calls {
   std::string lines;      ///< of the CDR file, in the order of the calls
   std::string unmatched;  ///< session id, ani and billed number of each call that found no rate, in
-                          ///< order, a NUL behind each text
+                          ///< order, a NUL after each text
+  uint32_t unmatched_count = 0;  ///< such calls so far, also those that were taken away
 };
 
 /// A side's columns that pricing writes, or reads for one side only.

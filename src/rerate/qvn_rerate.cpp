@@ -1,16 +1,13 @@
 #include "rerate/qvn_rerate.h"
 
-#include <ctime>
 #include <memory>
 #include <new>
 
 #include "base/qvn_log.h"
-#include "base/qvn_text.h"
 #include "core/qvn_settings.h"
 #include "db/qvn_db_conf.h"
 #include "db/qvn_job_queue.h"
-#include "db/qvn_pg_rows.h"
-#include "rerate/rerate_task.h"
+#include "rerate/rerate_worker.h"
 
 namespace {
 
@@ -49,55 +46,18 @@ constexpr qvn_setting kSettings[] = {
     {"max_rerate_task", qvn_conf_read_number<kMaxTask>, &kMaxTask},
 };
 
-// --- one row of the job table
-// ------------------------------------------------------------------------
-
-/// The columns of the job query, in its order.
-enum job_column : int {
-  kId,
-  kFromTime,
-  kToTime,
-  kTimezone,
-  kUpdateLrn,
-  kUpdateUsJurisdiction,
-  kUpdateLocalRate,
-  kIngressTrunk,
-  kEgressTrunk,
-  kLrnServerIp,
-  kLrnServerPort,
-  kIncludeQ850,
-  kJobColumns,
-};
-
-/// Throws std::bad_alloc when memory runs out.
-std::unique_ptr<rerate_task> make_task(const pg_row& row, const db_info& database) {
-  constexpr std::size_t kMostAddressCharacters = 15;
-  const auto text_of = [&](job_column column) { return row.text(column); };
-  const auto flag_of = [&](job_column column) { return row.number<uint8_t>(column); };
-  auto task = std::make_unique<rerate_task>();
-  task->id = row.number<uint32_t>(kId);
-  task->from_time = row.number<int64_t>(kFromTime);
-  task->to_time = row.number<int64_t>(kToTime);
-  task->timezone = row.number<int32_t>(kTimezone);
-  task->update_lrn = flag_of(kUpdateLrn);
-  task->update_us_jurisdiction = flag_of(kUpdateUsJurisdiction);
-  task->update_local_rate = flag_of(kUpdateLocalRate);
-  task->include_q850 = flag_of(kIncludeQ850);
-  task->ingress_trunk_text = text_of(kIngressTrunk);
-  task->egress_trunk_text = text_of(kEgressTrunk);
-  task->lrn_server_ip = std::string_view(text_of(kLrnServerIp)).substr(0, kMostAddressCharacters);
-  task->lrn_server_port = row.number<int32_t>(kLrnServerPort);
-  task->start_time = std::time(nullptr);
-  task->conninfo = database.conninfo;
-  task->label = qvn_db_key_make(database.host, database.name).text;
-  return task;
-}
-
-// --- admission
-// ---------------------------------------------------------------------------------------
+// --- admission -------------------------------------------------------------------------------
 
 int32_t judge(const qvn_job& fresh, const qvn_job* first_waiting, const qvn_job* first_running) {
   return fresh.is_same_as(first_waiting) || fresh.is_same_as(first_running) ? 1 : 0;
+}
+
+/// Throws std::bad_alloc when memory runs out.
+std::unique_ptr<rerate_worker> make_task(rerate_row row, const db_info& database) {
+  auto task = std::make_unique<rerate_worker>(std::move(row));
+  task->conninfo = database.conninfo;
+  task->label = qvn_db_key_make(database.host, database.name).text;
+  return task;
 }
 
 void enqueue(std::unique_ptr<rerate_task> task, db_info& database) {
@@ -114,14 +74,13 @@ void enqueue(std::unique_ptr<rerate_task> task, db_info& database) {
 }
 
 void rerate_task_create(const pg_row& row, db_info& database) {
-  if (!row.has_columns(kJobColumns)) {
-    return;
-  }
   try {
-    enqueue(make_task(row, database), database);
+    if (std::optional<rerate_row> job = rerate_row_read(row)) {
+      enqueue(make_task(*std::move(job), database), database);
+    }
   } catch (const std::bad_alloc&) {
     QVN_LOG(kLogError, "Alloc memory for rerate task failed, dbhost %s, dbname %s, task id %s\n",
-            database.host.c_str(), database.name.c_str(), row.text(kId));
+            database.host.c_str(), database.name.c_str(), row.text(0));
   }
 }
 

@@ -30,7 +30,7 @@ int32_t qvn_rerate_exit();
 /// Frees the waiting reratings and the module. Returns 0.
 int32_t qvn_rerate_uninit();
 
-/// Picks up at most two waiting rows of the database behind `connection`. 1 when the module is
+/// Picks up at most two waiting rows of the database of `connection`. 1 when the module is
 /// above its limit, which therefore may be exceeded by two; else the number of rows, or -1 when the
 /// query could not be sent. Poller thread, which holds the database list lock.
 [[nodiscard]] int32_t qvn_rerate_task_get(PGconn* connection, db_info* database)

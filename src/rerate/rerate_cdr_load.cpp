@@ -1,35 +1,23 @@
-/// Loading one trunk's answered calls of a day, and pricing them as they come.
+#include "rerate/rerate_cdr_load.h"
 
-#include <cstring>
 #include <ctime>
 #include <new>
 
 #include "base/qvn_log.h"
-#include "base/qvn_text.h"
-#include "db/qvn_pg_rows.h"
-#include "rerate/rerate_task.h"
 
 namespace {
 
 constexpr const char* kLogSource = "qvn_rerate";
 constexpr const char* kLabel = "Rate CDR";
 
-/// What the row handler of a load shares with it.
-struct cdr_load {
-  const rerate_trunk& trunk;
-  rerated_calls& calls;
-  bool complete = true;  ///< false from the first call on that was lost for lack of memory
-};
-
-void rerate_cdr_add(char* line, cdr_load& load) {
-  if (!load.complete) {
-    return;
-  }
+/// Whether the call was added; no other may be added after one that was lost.
+bool rerate_cdr_add(char* line, const rerate_trunk& trunk, rerated_calls& calls) {
   try {
-    load.calls.add(line);
+    calls.add(line);
+    return true;
   } catch (const std::bad_alloc&) {
-    QVN_LOG(kLogError, "Alloc memory for trunk %s rerate cdr failed\n", load.trunk.id.c_str());
-    load.complete = false;
+    QVN_LOG(kLogError, "Alloc memory for trunk %s rerate cdr failed\n", trunk.id.c_str());
+    return false;
   }
 }
 
@@ -44,54 +32,51 @@ std::string time_condition(const rerate_day& day) {
   return condition;
 }
 
-std::string call_filter(const std::string& condition, call_side side, const rerate_trunk& trunk) {
+std::string call_filter(const std::string& condition, const rerate_trunk& trunk) {
   return qvn_format("where (call_duration > 0 and %s%s%s_id='%s')", condition.c_str(),
-                    condition.empty() ? "" : " and ", side_name(side), trunk.id.c_str());
+                    condition.empty() ? "" : " and ", side_name(trunk.side), trunk.id.c_str());
 }
 
-void log_begin(const rerate_task& task, call_side side, const rerate_trunk& trunk,
-               const rerate_day& day, const std::string& condition) {
-  const int id = static_cast<int>(task.id);
-  if (condition.empty()) {
-    QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs\n", id, side_name(side),
-            trunk.alias.c_str(), day.date.c_str());
-  } else {
-    QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs, %s\n", id, side_name(side),
-            trunk.alias.c_str(), day.date.c_str(), condition.c_str());
-  }
+void log_begin(const rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
+               const std::string& condition) {
+  QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs%s%s\n", static_cast<int>(task.id),
+          side_name(trunk.side), trunk.alias.c_str(), day.date.c_str(),
+          condition.empty() ? "" : ", ", condition.c_str());
 }
 
 bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
                 const std::string& filter, rerated_calls& calls) {
   const std::string sql = qvn_format(
       "copy (select %s%s from %s %s) to stdout delimiter as ',' csv header", kCdrColumnList,
-      task.include_q850 == 1 ? kCdrQ850ColumnList : "", day.table.c_str(), filter.c_str());
-  cdr_load load{trunk, calls};
-  const pg_copy_end end = qvn_pg_copy_lines(task.connection.get(), sql.c_str(), kLabel,
-                                            [&](char* line) { rerate_cdr_add(line, load); });
-  return end == pg_copy_end::whole && load.complete;
+      task.row.include_q850 == 1 ? kCdrQ850ColumnList : "", day.table.c_str(), filter.c_str());
+  bool complete = true;
+  const pg_copy_end end = qvn_pg_copy_lines(
+      task.connection.get(), sql.c_str(), kLabel,
+      [&](char* line) { complete = complete && rerate_cdr_add(line, trunk, calls); });
+  return end == pg_copy_end::whole && complete;
 }
 
 }  // namespace
 
-int32_t get_rerate_cdr(rerate_task& task, call_side side, const rerate_trunk& trunk,
-                       const rerate_day& day, rerated_calls& calls) {
+int32_t get_rerate_cdr(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
+                       rerated_calls& calls) {
   const int64_t start = std::time(nullptr);
   rerate_task_progress_update(
-      task, qvn_format("Loading %s %s CDRs", trunk.alias.c_str(), day.date.c_str()).c_str(),
+      task, qvn_format("Loading %s %s CDRs", trunk.alias.c_str(), day.date.c_str()),
       rerate_status::loading_cdrs);
   const std::string condition = time_condition(day);
-  log_begin(task, side, trunk, day, condition);
-  if (!load_calls(task, trunk, day, call_filter(condition, side, trunk), calls)) {
+  log_begin(task, trunk, day, condition);
+  if (!load_calls(task, trunk, day, call_filter(condition, trunk), calls)) {
     QVN_LOG(kLogWarning, "Rerate task %d load %s %s cdr failed\n", static_cast<int>(task.id),
             trunk.alias.c_str(), day.date.c_str());
     return -1;
   }
+  // A load that fails does not count: its calls are not rated.
   const int64_t elapsed = std::time(nullptr) - start;
   QVN_LOG(kLogNotice, "Rerate task %d loading %s %s %s cdr done, elapsed %ld(s), cdr count %u\n",
-          static_cast<int>(task.id), side_name(side), trunk.alias.c_str(), day.date.c_str(),
+          static_cast<int>(task.id), side_name(trunk.side), trunk.alias.c_str(), day.date.c_str(),
           elapsed, calls.count());
-  task.cdr_load_seconds += elapsed;
-  task.cdr_count += calls.count();
+  task.figures.cdr_load_seconds += elapsed;
+  task.figures.cdr_count += calls.count();
   return 0;
 }

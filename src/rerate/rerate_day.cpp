@@ -17,15 +17,11 @@ bool is_later(const tm& left, const tm& right) {
          std::tie(right.tm_year, right.tm_mon, right.tm_mday);
 }
 
-int64_t local_time(const tm& date, int hour, int minute, int second) {
-  tm moment{};
-  moment.tm_year = date.tm_year;
-  moment.tm_mon = date.tm_mon;
-  moment.tm_mday = date.tm_mday;
-  moment.tm_hour = hour;
-  moment.tm_min = minute;
-  moment.tm_sec = second;
-  return std::mktime(&moment);
+int64_t local_time(tm date, int hour, int minute, int second) {
+  date.tm_hour = hour;
+  date.tm_min = minute;
+  date.tm_sec = second;
+  return std::mktime(&date);
 }
 
 /// Moves to the next calendar date; false when there is none.
@@ -86,7 +82,7 @@ std::optional<rerate_day> rerate_days::next() {
   if (first && from_ != day.start) {
     day.lower = qvn_utc_timestamp(from_);
   }
-  // East of UTC the last date goes on after its local end; calls behind `to_` are nobody's.
+  // East of UTC the last date goes on after its local end; calls after `to_` are not asked for.
   if (to_ <= day_end_ || !is_later(last_date, date_)) {
     day.upper = qvn_utc_timestamp(to_);
     finished_ = true;

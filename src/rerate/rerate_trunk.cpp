@@ -1,9 +1,6 @@
 #include "rerate/rerate_trunk.h"
 
-#include <cstdlib>
-
 #include "base/qvn_text.h"
-#include "rate/qvn_rate_table.h"
 
 namespace {
 
@@ -20,11 +17,12 @@ bool take_field(std::string_view& text, char separator, std::string_view& field)
   return true;
 }
 
-int64_t number(std::string_view text) {
-  return std::strtol(std::string(text).c_str(), nullptr, 10);
+template <class T>
+T number(std::string_view text) {
+  return qvn_number<T>(std::string(text).c_str());
 }
 
-bool parse_item(std::string_view item, rerate_trunk_list& trunks) {
+bool parse_item(std::string_view item, call_side side, rerate_trunk_list& trunks) {
   std::string_view id;
   std::string_view flag;
   std::string_view rate_table_id;
@@ -33,46 +31,32 @@ bool parse_item(std::string_view item, rerate_trunk_list& trunks) {
     return false;
   }
   const std::string_view rate_date = item;
-  const auto enabled = static_cast<uint8_t>(number(flag));  // cut to the flag's 8 bits
+  const auto enabled = number<uint8_t>(flag);
   if (enabled == 1 && (rate_table_id.empty() || rate_date.empty())) {
     return false;
   }
-  rerate_trunk& trunk = trunks.emplace_front();
+  rerate_trunk& trunk = trunks.emplace_front(side);
   trunk.id = qvn_cut(id, kMostIdCharacters);
   trunk.enabled = enabled;
   if (enabled == 1) {
     trunk.rate_table_id = qvn_cut(rate_table_id, kMostIdCharacters);
-    trunk.rate_date = number(rate_date);
+    trunk.rate_date = number<int64_t>(rate_date);
   }
   return true;
 }
 
 }  // namespace
 
-void rerate_trunk::forget_rates() {
-  if (!borrowed) {
-    (void)rp_hash_destroy(&rate_tree, delete_rate_node);
-  }
-  rate_tree = nullptr;
-  borrowed = false;
-  loaded_rate_date = 0;
-}
-
-void rerate_trunk::borrow_rates(const rerate_trunk& owner) {
-  rate_tree = owner.rate_tree;
-  loaded_rate_date = owner.loaded_rate_date;
-  borrowed = true;
-}
-
-bool rerate_trunk_text_parse(std::string_view text, rerate_trunk_list& trunks) {
-  while (!text.empty()) {
+bool rerate_trunk_text_parse(std::string_view text, call_side side, rerate_trunk_list& trunks) {
+  rerate_trunk_list read;
+  bool valid = true;
+  while (valid && !text.empty()) {
     std::string_view item = text;
     if (!take_field(text, ';', item)) {
       text = {};
     }
-    if (!parse_item(item, trunks)) {
-      return false;
-    }
+    valid = parse_item(item, side, read);
   }
-  return true;
+  trunks.splice(trunks.end(), read);
+  return valid;
 }

@@ -4,8 +4,8 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 
+#include "base/qvn_function_ref.h"
 #include "rerate/cdr_pricer.h"
 #include "rerate/cdr_spool.h"
 
@@ -30,9 +30,13 @@ class rerated_calls {
   /// The lines of the CDR file.
   [[nodiscard]] const cdr_spool& lines() const { return lines_; }
 
-  /// Tells of each call that found no rate, in order.
-  void each_unmatched(const std::function<void(const char* session_id, const char* ani,
-                                               const char* billed_number)>& tell) const;
+  /// Calls that found no rate; and each of them in order, but those lost to `unmatched_error()`,
+  /// the spool's.
+  [[nodiscard]] uint32_t unmatched_count() const { return out_.unmatched_count; }
+  [[nodiscard]] int unmatched_error() const { return unmatched_.error(); }
+  void each_unmatched(
+      qvn_function_ref<void(const char* session_id, const char* ani, const char* billed_number)>
+          take) const;
 
  private:
   cdr_pricer pricer_;

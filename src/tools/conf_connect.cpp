@@ -4,7 +4,7 @@
 
 #include "db/qvn_db.h"
 #include "rate_upload/rate_upload_row.h"
-#include "rerate/rerate_task.h"
+#include "rerate/rerate_row.h"
 
 namespace {
 
@@ -17,9 +17,7 @@ std::array<std::string, 4> statements() {
       kRateUploadJobQuery,
       rate_upload_row_final_update(0, {}, {}, 0, 0, ""),
       kRerateJobQuery,
-      "UPDATE rerate_cdr_task SET err_code=0,progress='',status=0,load_cdr_elapsed_sec=0,"
-      "load_rate_elapsed_sec=0,rerate_elapsed_sec=0,start_time=0,end_time=0,cdr_file='',"
-      "cdr_file_path='' WHERE id=0",
+      rerate_row_final_update(0, {}, {}, 0, 0, ""),
   };
 }
 

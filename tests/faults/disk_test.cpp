@@ -94,8 +94,14 @@ TEST_F(Disk, AFullDiskOfResultsIsToldAndNothingOnItPassesForWhole) {
   for (const char* file : {"rate_import.log", "rate_reimport.csv"})
     EXPECT_TRUE(
         daemon_->wait_log("writing " + std::string(file) + " failed, No space left on device\n"));
+  Session portal = e2e::cluster().connect("disk");
+  portal.query(
+      "INSERT INTO client_cdr20260301 (time, session_id, call_duration, ingress_id)"
+      " SELECT '2026-03-01', repeat('s', 200), 1, 1 FROM generate_series(1, 3000)");
   EXPECT_EQ(rerated(), "0 4 ");
   EXPECT_TRUE(daemon_->wait_log("-1-2026-03-01.cdr failed, error:28(No space left on device)\n"));
+  EXPECT_TRUE(daemon_->wait_log(" calls that match no rate are not logged, error:28("));
+  portal.query("DELETE FROM client_cdr20260301 WHERE routing_digits IS NULL");
   disk.free();
   EXPECT_EQ(imported(), kImported);
   EXPECT_EQ(rerated(), "0 4 2-1-2026-03-01.cdr");

@@ -1,0 +1,8 @@
+/// The settings of a job's trunks and of their rate tables, in the job's worker thread.
+#pragma once
+
+#include "rerate/rerate_task.h"
+
+/// Loads each trunk's settings and, if it is rated, those of its rate table, ingress side first.
+/// Fails when a rate table is missing. Throws std::bad_alloc when memory runs out.
+[[nodiscard]] rerate_outcome rerate_load_settings(rerate_task& task);
