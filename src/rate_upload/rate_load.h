@@ -5,5 +5,5 @@ struct rate_upload_task;
 
 /// Loads the code decks, where the job asks for them, and the rate table's rates that have not
 /// ended. False, with the task failed, when they cannot be loaded whole: with half of them the
-/// import would leave overlapping prices.
+/// import would leave overlapping prices. Throws std::bad_alloc when memory runs out.
 [[nodiscard]] bool rate_upload_load(rate_upload_task& task);
