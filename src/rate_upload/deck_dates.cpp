@@ -10,6 +10,7 @@
 #include <strings.h>
 
 #include "base/qvn_text.h"
+#include "base/qvn_time.h"
 
 namespace {
 
