@@ -22,12 +22,6 @@ constexpr const char* kExecutable = "qvn_web_helper";
 /// Ends a daemon that a test leaves behind; one that counts its coverage gets to write it.
 constexpr int kLastSignal = QVN_COVERAGE ? SIGTERM : SIGKILL;
 
-Ending decode(int status) {
-  Ending ending;
-  ending.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  return ending;
-}
-
 /// The words of $QVN_RUN_UNDER: a tool, such as valgrind with its options, that runs the
 /// executable.
 std::vector<std::string> run_under() {
@@ -135,10 +129,7 @@ Ending DaemonHarness::ending(pid_t process, int number) const {
     kill(process, SIGKILL);
     waitpid(process, &status, 0);
   }
-  Ending ending = decode(status);
-  ending.out = read_file(output("out", number));
-  ending.err = read_file(output("err", number));
-  return ending;
+  return {exit_status(status), read_file(output("out", number)), read_file(output("err", number))};
 }
 
 Ending DaemonHarness::run(const std::vector<std::string>& arguments) {

@@ -5,16 +5,10 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "support/shell.h"
 #include "support/temp_dir.h"
 
 namespace support {
-
-/// How a process ended and what it said.
-struct Ending {
-  int status = -1;  ///< exit status, or minus the signal that ended it
-  std::string out;
-  std::string err;
-};
 
 /// Daemons become children of the test program when their starter leaves, so their end can be
 /// waited for. Local time of a daemon is UTC. Whatever a sanitizer reports in it is a test failure.
