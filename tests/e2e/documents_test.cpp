@@ -10,8 +10,8 @@
 #include "core/qvn_core_ctrl.h"
 #include "core/qvn_settings.h"
 #include "db/qvn_db_conf.h"
-#include "e2e/import_world.h"
 #include "e2e/page_runner.h"
+#include "e2e/portal_world.h"
 #include "rate_upload/qvn_rate_upload.h"
 #include "rerate/qvn_rerate.h"
 

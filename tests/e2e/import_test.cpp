@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/qvn_socket.h"
-#include "e2e/import_world.h"
+#include "e2e/portal_world.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 // name, {id} a number of its own. What stands before the block of the first text is set up in all
 // of them; then one daemon starts, and when all jobs have ended the rest is run and compared. A
 // page without a "sql" block has neither databases nor a daemon: each of its scenarios has an
-// installation of its own.
+// installation of its own. A block "TZ" names the daemon's time zone.
 #include <gtest/gtest.h>
 
 #include "e2e/page_runner.h"
@@ -20,6 +20,7 @@ using support::Section;
 struct Scenario {
   std::string name;
   std::string database;
+  std::string time_zone;
   std::vector<Block> blocks;
   size_t asked = 0;  ///< the block that shows the first text
 };
@@ -27,7 +28,7 @@ struct Scenario {
 /// The blocks with the row's cells filled in.
 Scenario filled_in(std::vector<Block> blocks, const support::TableRow& row, const std::string& name,
                    const std::string& database, size_t number) {
-  Scenario scenario{name, database, {}, 0};
+  Scenario scenario{name, database, "UTC", {}, 0};
   for (Block& block : blocks) {
     for (std::string* part : {&block.kind, &block.text}) {
       for (const auto& [column, cell] : row)
@@ -40,6 +41,8 @@ Scenario filled_in(std::vector<Block> blocks, const support::TableRow& row, cons
     // An empty cell may be a text without a line.
     if (block.kind == "text" && block.text == "\n")
       block.text.clear();
+    if (block.kind == "TZ")
+      scenario.time_zone = block.text.substr(0, block.text.find('\n'));
     scenario.blocks.push_back(block);
   }
   EXPECT_GT(scenario.asked, 0U) << name << " shows nothing";
@@ -52,9 +55,9 @@ std::vector<Scenario> scenarios(const std::string& page, const std::string& name
   for (size_t i = 1; i < parts.size(); i++) {
     std::vector<Block> blocks = parts[0].blocks;
     blocks.insert(blocks.end(), parts[i].blocks.begin(), parts[i].blocks.end());
-    std::vector<support::TableRow> rows = parts[i].rows;
-    if (rows.empty())
-      rows.emplace_back();
+    std::vector<support::TableRow> rows(1);
+    if (!parts[i].tables.empty())
+      rows = parts[i].tables[0].rows;
     for (size_t row = 0; row < rows.size(); row++)
       all.push_back(filled_in(blocks, rows[row],
                               parts[i].heading + ", row " + std::to_string(row + 1),
@@ -91,11 +94,13 @@ void run_programs(const std::vector<Scenario>& all) {
   }
 }
 
-void run_jobs(const std::vector<Scenario>& all) {
+void run_jobs(const std::vector<Scenario>& all, const std::string& time_zone) {
   std::vector<std::string> databases;
+  databases.reserve(all.size());
   for (const Scenario& scenario : all)
     databases.push_back(scenario.database);
   auto daemon = e2e::daemon_for(databases);
+  daemon->set_time_zone(time_zone);
   std::vector<e2e::PageRunner> runners;
   for (const Scenario& scenario : all) {
     runners.emplace_back(*daemon, scenario.database, e2e::Widths::exact,
@@ -120,7 +125,7 @@ TEST_P(Pages, ShowWhatHappens) {
   if (page.find("```sql\n") == std::string::npos)
     run_programs(all);
   else
-    run_jobs(all);
+    run_jobs(all, all[0].time_zone);
 }
 
 std::vector<std::filesystem::path> pages() {

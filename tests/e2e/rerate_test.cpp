@@ -2,7 +2,7 @@
 // tests/pages/reratings.md.
 #include <gtest/gtest.h>
 
-#include "e2e/rerate_world.h"
+#include "e2e/portal_world.h"
 
 namespace {
 

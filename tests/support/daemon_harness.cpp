@@ -99,7 +99,7 @@ pid_t DaemonHarness::start_with(const std::vector<std::string>& arguments, int i
     const char* given = getenv(name);
     setenv(name, (given == nullptr ? reports : std::string(given) + ":" + reports).c_str(), 1);
   }
-  setenv("TZ", "UTC", 1);
+  setenv("TZ", time_zone_.c_str(), 1);
   dup2(in, 0);
   dup2(out, 1);
   dup2(err, 2);

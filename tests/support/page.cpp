@@ -1,6 +1,7 @@
 #include "support/page.h"
 
 #include <sstream>
+#include <utility>
 
 namespace support {
 namespace {
@@ -33,21 +34,23 @@ class PageReader {
   }
 
   void take_table_line(Section& section, const std::string& line) {
-    if (!line.starts_with("|")) {
-      headings_.clear();
-    } else if (headings_.empty()) {
-      headings_ = cells(line);
+    const bool inside = std::exchange(in_table_, line.starts_with("|"));
+    if (!in_table_)
+      return;
+    const std::vector<std::string> values = cells(line);
+    if (!inside) {
+      section.tables.push_back({values, {}});
     } else if (!line.starts_with("|-")) {
-      const std::vector<std::string> values = cells(line);
-      TableRow& row = section.rows.emplace_back();
-      for (size_t i = 0; i < headings_.size(); i++)
-        row[headings_[i]] = values.at(i);
+      Table& table = section.tables.back();
+      TableRow& row = table.rows.emplace_back();
+      for (size_t i = 0; i < table.headings.size(); i++)
+        row[table.headings[i]] = values.at(i);
     }
   }
 
   std::vector<Section> sections_;
-  std::vector<std::string> headings_;  ///< of the table that is being read
   bool in_block_ = false;
+  bool in_table_ = false;
 };
 
 }  // namespace

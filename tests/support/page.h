@@ -16,11 +16,16 @@ struct Block {
 /// A row of a table: cells by the heading of their column.
 using TableRow = std::map<std::string, std::string>;
 
+struct Table {
+  std::vector<std::string> headings;
+  std::vector<TableRow> rows;
+};
+
 /// What stands below a heading of the second level, or before the first one.
 struct Section {
   std::string heading;
   std::vector<Block> blocks;
-  std::vector<TableRow> rows;  ///< of all its tables
+  std::vector<Table> tables;
 };
 
 std::vector<Section> sections(const std::string& page);

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "e2e/import_world.h"
+#include "e2e/portal_world.h"
 #include "support/shell.h"
 
 namespace {
