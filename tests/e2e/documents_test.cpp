@@ -1,7 +1,6 @@
 // The documents for portal developers and operators: their examples come to the end that they show,
 // and their tables name what the code knows, no more and no less.
 #include <cctype>
-#include <fnmatch.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
@@ -11,67 +10,24 @@
 #include "core/qvn_core_ctrl.h"
 #include "core/qvn_settings.h"
 #include "db/qvn_db_conf.h"
-#include "e2e/import_world.h"
+#include "e2e/page_runner.h"
+#include "e2e/portal_world.h"
 #include "rate_upload/qvn_rate_upload.h"
 #include "rerate/qvn_rerate.h"
 
 namespace {
 
+using support::Block;
 using support::Session;
 
 std::string document(const std::string& name) {
   return support::read_file(QVN_SOURCE_DIR "/docs/" + name);
 }
 
-void replace_all(std::string& text, const std::string& from, const std::string& to) {
-  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-    text.replace(at, from.size(), to);
-}
-
-/// A fenced block: "sql", "sh", "csv NAME" or "text", and its lines.
-struct Block {
-  std::string kind;
-  std::string text;
-};
-
-std::vector<Block> blocks(const std::string& page) {
-  std::vector<Block> all;
-  std::istringstream lines(page);
-  bool inside = false;
-  for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with("```")) {
-      inside = !inside;
-      if (inside)
-        all.push_back({line.substr(3), ""});
-    } else if (inside) {
-      all.back().text += line + "\n";
-    }
-  }
-  return all;
-}
-
-/// Widths of columns do not matter: one of several blanks or dashes, no blank at a line's begin or
-/// end, no empty line.
-std::string squeezed(const std::string& text) {
-  std::string result;
-  for (const char c : text) {
-    const char last = result.empty() ? '\n' : result.back();
-    if ((c == ' ' && (last == ' ' || last == '\n')) || (c == '-' && last == '-'))
-      continue;
-    if (c == '\n' && last == ' ')
-      result.pop_back();
-    if (c != '\n' || (!result.empty() && result.back() != '\n'))
-      result += c;
-  }
-  return result;
-}
-
-/// Runs a page's blocks against one daemon and its database `portal`.
+/// Runs a page's blocks, in their order, by a daemon and its database `portal`.
 class PageRunner {
  public:
   PageRunner() : daemon_(e2e::daemon_for({"portal"})), portal_(e2e::cluster().connect("portal")) {
-    std::filesystem::create_directory(daemon_->path() / "upload");
-    std::filesystem::permissions(daemon_->path() / "upload", std::filesystem::perms(0755));
     portal_.query(
         "CREATE TABLE step (job_table text, step text);"
         "CREATE FUNCTION keep_step() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN"
@@ -88,26 +44,14 @@ class PageRunner {
   PageRunner& operator=(const PageRunner&) = delete;
 
   void run(const std::string& page) {
-    const Block* asked = nullptr;
-    std::string output;
     int compared = 0;
-    const std::vector<Block> all = blocks(page);
-    for (const Block& block : all) {
-      SCOPED_TRACE(block.kind + "\n" + block.text);
+    for (const Block& block : support::blocks(page)) {
       if (block.kind == "text") {
-        ASSERT_NE(asked, nullptr);
-        // What a shell looks at may be written a moment after the job's row.
-        EXPECT_TRUE(is_shown(output, block.text) ||
-                    (asked->kind == "sh" && wait_until_shown(*asked, block.text)))
-            << "is:\n"
-            << output;
+        runner_.expect_shown(block.text);
         ++compared;
-      } else if (block.kind.starts_with("csv ")) {
-        support::write_file(daemon_->path() / "upload" / block.kind.substr(4), block.text);
-      } else if (block.kind == "sql" || block.kind == "sh") {
-        output = execute(block);
-        asked = &block;
+        continue;
       }
+      runner_.run_and_wait(block);
     }
     EXPECT_GT(compared, 2);
   }
@@ -156,13 +100,7 @@ class PageRunner {
     return all;
   }
 
-  void wait_for_jobs() {
-    EXPECT_TRUE(support::wait_until([&] {
-      return portal_.value(
-                 "SELECT bool_and(status >= 4) FROM (SELECT status FROM rate_upload_task"
-                 " UNION ALL SELECT status FROM rerate_cdr_task) job") == "t";
-    }));
-  }
+  void wait_for_jobs() const { runner_.wait_for_jobs(); }
 
  private:
   std::vector<std::string> values(const std::string& sql) {
@@ -172,41 +110,9 @@ class PageRunner {
     return all;
   }
 
-  std::string execute(const Block& block) {
-    std::string text = block.text;
-    replace_all(text, "/opt/qvn_web_helper", daemon_->path());
-    replace_all(text, "/var/portal/upload", daemon_->path() / "upload");
-    const std::filesystem::path script = daemon_->path() / "block", shown = daemon_->path() / "out";
-    support::write_file(script, text);
-    const std::string runner =
-        block.kind == "sh" ? "sh -e"
-                           : std::string(QVN_PG_BINDIR) + "/psql -Xq -v ON_ERROR_STOP=1 -d portal" +
-                                 " -h 127.0.0.1 -U " + support::TestCluster::kUser + " -p " +
-                                 std::to_string(e2e::cluster().port()) + " -f";
-    const std::string command = std::string("PGPASSWORD=") + support::TestCluster::kPassword + " " +
-                                runner + " " + script.string() + " >" + shown.string() + " 2>&1";
-    EXPECT_TRUE(system(command.c_str()) == 0 || block.kind == "sh") << support::read_file(shown);
-    if (text.find("_task (") != std::string::npos)
-      wait_for_jobs();
-    std::string output = support::read_file(shown);
-    replace_all(output, daemon_->path(), "/opt/qvn_web_helper");
-    return output;
-  }
-
-  static bool is_shown(const std::string& output, const std::string& shown) {
-    std::string pattern = squeezed(shown);
-    replace_all(pattern, "[", "\\[");
-    replace_all(pattern, "?", "\\?");
-    replace_all(pattern, "...", "*");
-    return fnmatch(pattern.c_str(), squeezed(output).c_str(), 0) == 0;
-  }
-
-  bool wait_until_shown(const Block& block, const std::string& shown) {
-    return support::wait_until([&] { return is_shown(execute(block), shown); }, 10);
-  }
-
   std::unique_ptr<support::DaemonHarness> daemon_;
   Session portal_;
+  e2e::PageRunner runner_{*daemon_, "portal", e2e::Widths::free};
   std::map<std::string, std::string> jobs_;  ///< ids of submitted decks by date format
 };
 
@@ -221,7 +127,7 @@ std::vector<std::string> drawn_steps(const std::string& page, char state) {
 }
 
 /// Column `column` (from 1) of the table rows of a section, without backticks.
-std::vector<std::string> cells(const std::string& page, const std::string& heading, int column) {
+std::vector<std::string> cells(const std::string& page, const std::string& heading, size_t column) {
   std::vector<std::string> all;
   const size_t begin = page.find("\n" + heading + "\n");
   EXPECT_NE(begin, std::string::npos) << heading;
@@ -229,12 +135,8 @@ std::vector<std::string> cells(const std::string& page, const std::string& headi
   for (std::string line; std::getline(lines, line);) {
     if (!line.starts_with("| `"))
       continue;
-    std::istringstream row(line);
-    std::string cell;
-    for (int i = 0; i <= column; i++)
-      std::getline(row, cell, '|');
-    std::erase(cell, '`');
-    all.push_back(cell.substr(1, cell.size() - 2));
+    all.push_back(support::cells(line)[column - 1]);
+    std::erase(all.back(), '`');
   }
   return all;
 }
@@ -275,49 +177,6 @@ TEST(Documents, JobTablesShowWhatHappens) {
             runner.columns_of("rate_upload_task"));
   EXPECT_EQ(cells(page, "## Reratings: `rerate_cdr_task`", 1),
             runner.columns_of("rerate_cdr_task"));
-}
-
-/// The text that a call is given: what the constant that is its last argument stands for, or else
-/// its last literal.
-std::string text_of(const std::string& call, const std::string& all_sources) {
-  const size_t name = call.find_last_of(" (", call.rfind(')') - 1) + 1;
-  const std::string constant = call.substr(name, call.find(')', name) - name);
-  const std::vector<std::string> texts = literals(call);
-  if (!constant.starts_with('k'))
-    return texts.empty() ? "" : texts.back();
-  const size_t at = all_sources.find(constant + " = \"");
-  EXPECT_NE(at, std::string::npos) << call;
-  return literals(all_sources.substr(at, all_sources.find(';', at) - at)).front();
-}
-
-/// Progress texts are what is handed to fail(), refuse() and the progress updates; what the code
-/// fills in is a "*".
-TEST(Documents, JobTablesNameEveryProgressText) {
-  const std::string page = document("job-tables.md");
-  const std::string shared = support::read_file(QVN_SOURCE_DIR "/src/db/qvn_db_job.h") +
-                             support::read_file(QVN_SOURCE_DIR "/src/db/qvn_db_job.cpp");
-  int found = 0;
-  const auto look_for = [&](const std::string& call, const std::string& source) {
-    for (size_t at = source.find(call); at != std::string::npos; at = source.find(call, at + 1)) {
-      const std::string text = text_of(source.substr(at, source.find(';', at) - at), source);
-      if (text.empty() || text.starts_with("UPDATE "))
-        continue;
-      std::string pattern = "*`" + text + "`*";
-      replace_all(pattern, "%s", "*");
-      replace_all(pattern, "%u", "*");
-      EXPECT_EQ(fnmatch(pattern.c_str(), page.c_str(), 0), 0) << text;
-      ++found;
-    }
-  };
-  for (const std::string folder : {"rate_upload", "rerate"}) {
-    std::string source = shared;
-    for (const std::string& file : sources(folder))
-      source += file;
-    for (const std::string call : {"fail(", "task.refuse(", "refuse(task, ", "progress_update("})
-      look_for(call, source);
-  }
-  look_for("return qvn_format(", shared);
-  EXPECT_GE(found, 30) << "the texts are no longer found this way in the source";
 }
 
 TEST(Documents, RateFilesAreTakenAsShown) {
@@ -376,7 +235,7 @@ using conf_pairs = std::vector<std::string>;
 conf_pairs* g_pairs = nullptr;  // a callback of the reader has no context
 
 TEST(Documents, ConfigurationFilesAreReadAsShown) {
-  const std::vector<Block> shown = blocks(document("configuration.md"));
+  const std::vector<Block> shown = support::blocks(document("configuration.md"));
   ASSERT_EQ(shown.size(), 2U);
   const support::TempDir folder("");
   support::write_file(folder.path() / "conf", shown[0].text);

@@ -77,12 +77,6 @@ std::string job_end(Session& portal, const std::string& table, const std::string
   return portal.value("SELECT " + expression + row);
 }
 
-bool wait_open_to_all(const std::filesystem::path& folder) {
-  return support::wait_until([&] {
-    return std::filesystem::status(folder).permissions() == std::filesystem::perms(0777);
-  });
-}
-
 std::string waiting(Session& portal, const std::string& beginning, const std::string& action) {
   return portal.value("SELECT count(" + action +
                       ") FROM pg_stat_activity WHERE wait_event_type = 'Lock' AND"
@@ -111,6 +105,116 @@ std::string day(int days) {
   char text[16];
   strftime(text, sizeof text, "%Y-%m-%d", gmtime(&then));
   return text;
+}
+
+std::string submit(Session& portal, const std::filesystem::path& folder, const std::string& deck,
+                   const std::string& rate_table, const Columns& columns) {
+  support::write_file(folder / "deck.csv", deck);
+  const Columns all = merged({{"upload_file_path", "'" + folder.string() + "'"},
+                              {"upload_format_file", "'deck.csv'"},
+                              {"rate_table_id", rate_table},
+                              {"rate_date_format", "'YYYY-MM-DD'"}},
+                             columns);
+  return portal.value(insertion("rate_upload_task", all) + " RETURNING id");
+}
+
+std::string outcome(Session& portal, const std::string& id) {
+  return job_end(portal, "rate_upload_task", id, "status || ' ' || coalesce(progress, '')");
+}
+
+std::string rates(Session& portal, const std::string& rate_table) {
+  std::string text;
+  for (const support::Row& row :
+       portal.query("SET timezone = 'UTC';"
+                    "SELECT code, trim_scale(rate), effective_date::date,"
+                    " CASE WHEN end_date BETWEEN now() - interval '1 hour' AND now() THEN 'now'"
+                    "      ELSE to_char(end_date, 'YYYY-MM-DD HH24:MI:SS') END"
+                    " FROM rate WHERE rate_table_id = " +
+                    rate_table + " ORDER BY code, effective_date, rate_id"))
+    text += row[0] + "|" + row[1] + "|" + row[2] + "|" + row[3] + "\n";
+  return text;
+}
+
+void store_rate(Session& portal, const std::string& rate_table, const std::string& code,
+                const std::string& rate, const std::string& effective, const std::string& end) {
+  portal.query("INSERT INTO rate (rate_table_id, code, rate, effective_date, end_date) VALUES (" +
+               rate_table + ",'" + code + "'," + rate + ",'" + effective + " 00:00:00+00'," +
+               (end.empty() ? "NULL" : "'" + end + "'") + ")");
+}
+
+Call call(const std::string& columns) {
+  Call all = e2e::columns(
+      "session_id=s start_time_of_date=1772366400000000 routing_digits=442012345678"
+      " call_duration=60 ingress_id=1 egress_id=1 translation_ani=12125550001 " +
+      columns);
+  all["time"] = "2026-03-01 12:01:00+00";
+  return all;
+}
+
+void store_calls(Session& portal, const std::string& day, const std::vector<Call>& calls) {
+  const std::string table = "client_cdr" + day;
+  std::string text = "CREATE TABLE IF NOT EXISTS " + table + " (LIKE client_cdr INCLUDING ALL);";
+  for (const Call& c : calls) {
+    Columns columns;
+    for (const auto& [name, value] : c)
+      columns[name] = "'" + value + "'";
+    text += insertion(table, columns) + ";";
+  }
+  portal.query(text);
+}
+
+std::string rate(const std::string& columns) {
+  const char* const ordinary =
+      "rate_table_id=1 code='44' code_name='UK' country='Britain' rate=0.1 seconds=60 interval=6"
+      " min_time=0 grace_time=0 setup_fee=0 effective_date='2026-01-01T00:00:00Z' ";
+  return insertion("rate", e2e::columns(ordinary + columns)) + ";";
+}
+
+std::string rate_table(const std::string& id, const std::string& columns) {
+  return insertion("rate_table", e2e::columns("name='deck' rate_table_id=" + id + " " + columns)) +
+         ";";
+}
+
+std::string trunk(const std::string& id, const std::string& alias, const std::string& decimals,
+                  const std::string& rounding) {
+  return insertion("resource", {{"resource_id", id},
+                                {"alias", "'" + alias + "'"},
+                                {"rate_decimal", decimals},
+                                {"rate_rounding", rounding}}) +
+         ";";
+}
+
+std::string rerate(Session& portal, const std::string& columns) {
+  const std::string day = "from_time=1772323200 to_time=1772409599 ";
+  return portal.value(insertion("rerate_cdr_task", e2e::columns(day + columns)) + " RETURNING id");
+}
+
+std::string rerated(Session& portal, const std::string& id) {
+  return job_end(portal, "rerate_cdr_task", id, "err_code || ' ' || status || ' ' || progress");
+}
+
+std::string listed_files(Session& portal, const std::string& id) {
+  return portal.value("SELECT cdr_file FROM rerate_cdr_task WHERE id = " + id);
+}
+
+std::filesystem::path cdr_file(Session& portal, const std::string& id, const std::string& trunk,
+                               const std::string& date) {
+  return portal.value("SELECT cdr_file_path FROM rerate_cdr_task WHERE id = " + id) + id + "-" +
+         trunk + "-" + date + ".cdr";
+}
+
+std::filesystem::path output_folder(const std::filesystem::path& cdr_directory,
+                                    const std::string& database, const std::string& id) {
+  std::filesystem::path folder;
+  // A job that began before midnight lies under yesterday.
+  for (const int days : {-1, 0}) {
+    std::string date = day(days);
+    std::erase(date, '-');
+    folder = cdr_directory / date / ("127.0.0.1-" + database) / id;
+    if (std::filesystem::exists(folder))
+      break;
+  }
+  return folder;
 }
 
 }  // namespace e2e

@@ -49,10 +49,6 @@ std::string insertion(const std::string& table, const Columns& columns);
 std::string job_end(support::Session& portal, const std::string& table, const std::string& id,
                     const std::string& expression);
 
-/// Waits until everyone may read and write the folder: the last thing that a job does to it, after
-/// its row has ended.
-bool wait_open_to_all(const std::filesystem::path& folder);
-
 /// How many statements of the daemon that start with `beginning` wait for a lock in the session's
 /// database, after `action` ("pid", or a function of it) was done to them. Not for use within a
 /// transaction, which would see the same moment again and again.
@@ -67,5 +63,56 @@ std::chrono::milliseconds end_by_sigterm(support::DaemonHarness& daemon);
 
 /// A calendar day so many days from today, YYYY-MM-DD.
 std::string day(int days);
+
+/// Inserts a job for the rate table and a deck in `folder`; returns its id. `columns` replace the
+/// ordinary ones: date format YYYY-MM-DD, everything else as the table's defaults.
+std::string submit(support::Session& portal, const std::filesystem::path& folder,
+                   const std::string& deck, const std::string& rate_table,
+                   const Columns& columns = {});
+
+/// Waits until the job has status 4 or 5; "status progress" of the row.
+std::string outcome(support::Session& portal, const std::string& id);
+
+/// The rates of a rate table by code and date, a line each: code|rate|effective date|end date;
+/// "now" is the last hour.
+std::string rates(support::Session& portal, const std::string& rate_table);
+
+/// Stores a rate as an earlier import would have left it; dates as SQL text, an empty end for none.
+void store_rate(support::Session& portal, const std::string& rate_table, const std::string& code,
+                const std::string& rate, const std::string& effective, const std::string& end = "");
+
+/// A call record by column, as COPY writes the values; columns left out are null.
+using Call = std::map<std::string, std::string>;
+
+/// A call of 60 s on 1 March 2026 at 12:00:00 to 442012345678, with these columns ("name=value
+/// ...") in place of or beside the ordinary ones. Its trunk on both sides is 1.
+Call call(const std::string& columns = "");
+
+/// Stores calls in the day's table ("20260301"), which is made when there is none.
+void store_calls(support::Session& portal, const std::string& day, const std::vector<Call>& calls);
+
+/// SQL that stores a rate: 0.1 a minute for code 44 in steps of 6 s from 1 January 2026 on in
+/// rate table 1, with these columns in place of or beside the ordinary ones.
+std::string rate(const std::string& columns);
+
+/// SQL that stores a rate table, and a trunk that rounds as told.
+std::string rate_table(const std::string& id, const std::string& columns = "");
+std::string trunk(const std::string& id, const std::string& alias,
+                  const std::string& decimals = "6", const std::string& rounding = "1");
+
+/// Inserts a job for 1 March 2026, whole day, without trunks; returns its id.
+std::string rerate(support::Session& portal, const std::string& columns);
+
+/// Waits until the job has status 4 or 5; "err_code status progress" of the row.
+std::string rerated(support::Session& portal, const std::string& id);
+
+/// What the ended job says of its files, and one of them by trunk and date.
+std::string listed_files(support::Session& portal, const std::string& id);
+std::filesystem::path cdr_file(support::Session& portal, const std::string& id,
+                               const std::string& trunk, const std::string& date = "2026-03-01");
+
+/// Where a job's files will lie, below the CDR directory.
+std::filesystem::path output_folder(const std::filesystem::path& cdr_directory,
+                                    const std::string& database, const std::string& id = "1");
 
 }  // namespace e2e

@@ -1,15 +1,12 @@
 // The disks that the daemon writes to are full, or take nothing at all.
-#include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
-#include "e2e/import_world.h"
-#include "e2e/rerate_world.h"
+#include "e2e/portal_world.h"
 #include "support/console.h"
+#include "support/small_disk.h"
 
 namespace {
 
@@ -17,33 +14,10 @@ namespace fs = std::filesystem;
 
 using support::DaemonHarness;
 using support::Session;
+using support::SmallDisk;
 using testing::HasSubstr;
 
-/// A disk of a few pages at a folder.
-class SmallDisk {
- public:
-  explicit SmallDisk(const fs::path& folder) : folder_(folder) {
-    fs::create_directories(folder);
-    EXPECT_EQ(mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=256k,mode=0777"), 0);
-  }
-  ~SmallDisk() { umount2(folder_.c_str(), MNT_DETACH); }
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
-
-  void fill() const {
-    std::ofstream ballast(folder_ / "ballast");
-    while (ballast << std::string(4096, 'x') << std::flush) {
-    }
-  }
-  void free() const { fs::remove(folder_ / "ballast"); }
-  void refuse_writes() const {
-    EXPECT_EQ(mount("", folder_.c_str(), "", MS_REMOUNT | MS_RDONLY, ""), 0);
-  }
-  void take_writes() const { EXPECT_EQ(mount("", folder_.c_str(), "", MS_REMOUNT, ""), 0); }
-
- private:
-  fs::path folder_;
-};
+constexpr const char* kFewPages = "size=256k,mode=0777";
 
 class Disk : public testing::Test {
  protected:
@@ -86,7 +60,7 @@ class Disk : public testing::Test {
 constexpr const char* kImported = "4 Insert: 1, Delete: 0, Update: 0, Error: 1\n44|1|2024-03-01|\n";
 
 TEST_F(Disk, AFullDiskOfResultsIsToldAndNothingOnItPassesForWhole) {
-  const SmallDisk disk(daemon_->path() / "out");
+  const SmallDisk disk(daemon_->path() / "out", kFewPages);
   disk.fill();
   daemon_->start();
   // The rates do not hang on the report; that it is not whole stands in the log.
@@ -108,7 +82,7 @@ TEST_F(Disk, AFullDiskOfResultsIsToldAndNothingOnItPassesForWhole) {
 }
 
 TEST_F(Disk, ADiskOfResultsThatTakesNothingFailsTheImportBeforeItWrites) {
-  const SmallDisk disk(daemon_->path() / "out");
+  const SmallDisk disk(daemon_->path() / "out", kFewPages);
   disk.refuse_writes();
   daemon_->start();
   EXPECT_EQ(imported(), "5 Create rate import log file failed\n");
@@ -120,7 +94,7 @@ TEST_F(Disk, ADiskOfResultsThatTakesNothingFailsTheImportBeforeItWrites) {
 }
 
 TEST_F(Disk, JobsGoOnWhileTheLogsDiskIsFullAndTheLogWhenItIsFreeAgain) {
-  const SmallDisk disk(daemon_->path() / "log");
+  const SmallDisk disk(daemon_->path() / "log", kFewPages);
   daemon_->start();
   disk.fill();
   const auto list = [&] {
@@ -146,7 +120,7 @@ TEST_F(Disk, JobsGoOnWhileTheLogsDiskIsFullAndTheLogWhenItIsFreeAgain) {
 }
 
 TEST_F(Disk, ALogThatCannotBeWrittenKeepsNoJobFromBeingDone) {
-  const SmallDisk disk(daemon_->path() / "log");
+  const SmallDisk disk(daemon_->path() / "log", kFewPages);
   disk.refuse_writes();
   daemon_->launch();
   EXPECT_EQ(imported(), kImported);
@@ -154,7 +128,7 @@ TEST_F(Disk, ALogThatCannotBeWrittenKeepsNoJobFromBeingDone) {
 }
 
 TEST_F(Disk, ThePidFileLocksOnAFullDiskAndIsMissedOnOneThatTakesNothing) {
-  const SmallDisk disk(daemon_->path() / "run");
+  const SmallDisk disk(daemon_->path() / "run", kFewPages);
   disk.refuse_writes();
   const support::Ending refused = daemon_->run({"-nf"});
   EXPECT_EQ(refused.status, 1);

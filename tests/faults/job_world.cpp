@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-#include "e2e/import_world.h"
-#include "e2e/rerate_world.h"
+#include "e2e/portal_world.h"
+#include "support/page.h"
 
 namespace faults {
 namespace {
@@ -12,19 +12,15 @@ namespace {
 namespace fs = std::filesystem;
 
 using support::DaemonHarness;
+using support::replace_all;
 using support::Session;
-
-void replace_all(std::string& text, const std::string& what, const std::string& by) {
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size()))
-    text.replace(at, what.size(), by);
-}
 
 // Prices tell where a rate comes from: 1 ended by its successor, 2 of the deck's own date, 3 later
 // than the deck, 4 ended long ago, 5 of the deck.
 const char* const kOldRates =
     "CREATE VIEW ends AS SELECT rate_table_id, code, effective_date, rate, CASE"
     "  WHEN end_date BETWEEN now() - interval '1 hour' AND now() THEN 'now'"
-    "  ELSE coalesce(end_date::text, '') END AS ends FROM rate;"
+    "  ELSE coalesce(end_date::text, '') END AS ends FROM rate WHERE rate_table_id IN (6, 7);"
     "CREATE TABLE old (LIKE rate);"
     "ALTER TABLE old DROP rate_id;"
     "INSERT INTO old (rate_table_id, code, rate, effective_date, end_date)"
@@ -50,10 +46,10 @@ const char* const kCounts =
     "           SELECT rate_table_id, code, effective_date, rate FROM after) EXCEPT TABLE keys),"
     " changed AS (TABLE before EXCEPT TABLE ends),"
     " unfinished AS (TABLE after EXCEPT TABLE ends)"
-    "SELECT (SELECT count(*) FROM rate WHERE rate = 5), (SELECT count(*) FROM stray),"
+    "SELECT (SELECT count(*) FROM ends WHERE rate = 5), (SELECT count(*) FROM stray),"
     " (SELECT count(*) FROM twice), (SELECT count(*) FROM lost), (SELECT count(*) FROM changed),"
     " (SELECT count(*) FROM unfinished),"
-    " (SELECT count(*) FROM rate) - (SELECT count(*) FROM after)";
+    " (SELECT count(*) FROM ends) - (SELECT count(*) FROM after)";
 
 class ImportJob : public Job {
  public:
@@ -63,7 +59,7 @@ class ImportJob : public Job {
         lines_(lines),
         action_(action),
         end_date_(end_date),
-        deck_("code,rate,effective_date\n") {
+        deck_("code,rate,effective_date\n44,no number,2024-03-01\n") {
     for (int i = 0; i < lines; i++)
       deck_ += std::to_string(100000 + i) + ",5," + effective_date + "\n";
     std::string old = kOldRates;
@@ -75,7 +71,7 @@ class ImportJob : public Job {
   void keep_result() override {
     Session session = portal();
     session.query("CREATE TABLE after AS TABLE ends");
-    EXPECT_EQ(session.value("SELECT count(*) FROM rate WHERE rate = 5"), std::to_string(lines_));
+    EXPECT_EQ(session.value("SELECT count(*) FROM ends WHERE rate = 5"), std::to_string(lines_));
   }
 
   void expect_allowed() const override {
@@ -110,7 +106,8 @@ class ImportJob : public Job {
  private:
   std::string insert_row(Session& portal, const DaemonHarness& daemon) override {
     portal.query(
-        "TRUNCATE rate; INSERT INTO rate (rate_table_id, code, rate, effective_date,"
+        "DELETE FROM rate WHERE rate_table_id IN (6, 7); INSERT INTO rate (rate_table_id, code, "
+        "rate, effective_date,"
         " end_date) SELECT rate_table_id, code, rate, effective_date, end_date FROM old");
     const fs::path folder = daemon.path() / database();
     fs::create_directories(folder);
@@ -185,6 +182,8 @@ class RerateJob : public Job {
     Session session = portal();
     EXPECT_EQ(e2e::listed_files(session, id_), listed);
   }
+
+  void forget_result() const override { fs::remove_all(file("1", "2026-03-01").parent_path()); }
 
   void bring_to_end() const override {
     const std::string settings = "CDR_DIRECTORY='" + (folder_ / "rerate_cdr").string() +
@@ -266,13 +265,12 @@ std::unique_ptr<Job> rerate_job(const std::string& database, int calls) {
 
 std::string operator_block(const std::string& comment,
                            const std::map<std::string, std::string>& variables) {
-  const std::string document = support::read_file(QVN_OPERATION_DOC);
-  const size_t begin = document.find("\n" + comment);
-  const size_t end = document.find("\n```\n", begin);
-  EXPECT_NE(end, std::string::npos) << "no block begins with " << comment;
-  if (end == std::string::npos)
-    return "";
-  std::string block = document.substr(begin + 1, end - begin);
+  std::string block;
+  for (const support::Block& one : support::blocks(support::read_file(QVN_OPERATION_DOC))) {
+    if (one.text.starts_with(comment))
+      block = one.text;
+  }
+  EXPECT_NE(block, "") << "no block begins with " << comment;
   for (const auto& [name, value] : variables) {
     replace_all(block, ":'" + name + "'", "'" + value + "'");
     replace_all(block, ":" + name, value);

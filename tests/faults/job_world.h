@@ -40,6 +40,9 @@ class Job {
   virtual void expect_allowed() const = 0;
   /// What the undisturbed run made, and nothing else.
   virtual void expect_whole() const = 0;
+  /// Removes what the last run has written beside the database: jobs of an hour would fill the
+  /// disk.
+  virtual void forget_result() const {}
   /// Whether the job has begun and nobody works on it.
   bool is_nobodys() const;
   /// Does what docs/operation.md tells; nobody may work on the job.

@@ -1,14 +1,17 @@
-// The daemon dies in the middle of its jobs; docs/operation.md tells what to do then.
+// The daemon dies in the middle of its jobs, or is asked to end; docs/operation.md tells what to do
+// then.
 #include <chrono>
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 #include <random>
 #include <signal.h>
 #include <thread>
 
-#include "e2e/import_world.h"
+#include "e2e/portal_world.h"
 #include "faults/job_world.h"
+#include "support/console.h"
 #include "support/rounds.h"
 
 namespace {
@@ -60,43 +63,109 @@ std::vector<milliseconds> undisturbed(const support::DaemonHarness& daemon, cons
   return durations;
 }
 
-TEST(Kill, LosesNothingAndTheOperationManualBringsEveryJobToItsEnd) {
-  const int rounds = support::rounds_or(6);
+/// Ends the daemon by kill -9; how long that took.
+milliseconds end_by_sigkill(support::DaemonHarness& daemon) {
+  daemon.send(SIGKILL);
+  EXPECT_EQ(daemon.wait_end().status, -SIGKILL);
+  return {};
+}
+
+/// Consoles of all kinds: one that has not logged in, one with an answer on its way that it does
+/// not read, one that only listens.
+std::vector<support::Console> consoles(const support::DaemonHarness& daemon) {
+  std::vector<support::Console> all;
+  all.reserve(3);
+  for (int i = 0; i < 3; i++)
+    all.emplace_back(daemon.console_port());
+  // Of those that have not logged in, the newest is served.
+  EXPECT_TRUE(all[2].log_in());
+  EXPECT_TRUE(all[1].log_in());
+  all[1].send("reload_conf\r\nget_conf\r\n");
+  return all;
+}
+
+/// Holds up all jobs as they come to their rates; their connections are encrypted.
+class Locks {
+ public:
+  void hold_up(const faults::Job& job) {
+    lockers_.push_back(job.portal());
+    lockers_.back().query("BEGIN; LOCK TABLE rate IN ACCESS EXCLUSIVE MODE");
+  }
+  static void expect_met_by(const Jobs& jobs) {
+    for (const auto& job : jobs) {
+      Session portal = job->portal();
+      EXPECT_TRUE(e2e::wait_waiting(portal, ""));
+      EXPECT_EQ(portal.value("SELECT bool_and(s.ssl) FROM pg_stat_activity a JOIN pg_stat_ssl s"
+                             " USING (pid) WHERE a.wait_event_type = 'Lock' AND"
+                             " a.datname = current_database()"),
+                "t");
+    }
+  }
+
+ private:
+  std::vector<Session> lockers_;
+};
+
+/// What is left by the daemon that ended: checked, and brought to its end by the manual.
+void recover(const Jobs& jobs, const std::string& started, std::map<std::string, int>& hits) {
+  for (const auto& job : jobs) {
+    faults::end_leftovers(*job, started);
+    const std::string row = job->row();
+    SCOPED_TRACE(job->database() + " at " + row);
+    hits[job->database() + " " + row.substr(0, row.find(':'))]++;
+    // One that had not begun may be the new daemon's by now.
+    if (job->is_nobodys()) {
+      job->expect_allowed();
+      job->recover();
+    }
+  }
+}
+
+using End = milliseconds (*)(support::DaemonHarness& daemon);
+
+/// Ends the daemon in each round at another moment of another job, whatever the others have come to
+/// then. With `held`, all jobs wait for a lock in each fourth round.
+void end_again_and_again(const char* name, End end, bool held) {
+  const int rounds = support::rounds_or(held ? 4 : 6);
   const unsigned seed = support::seed();
   std::mt19937 random(seed);
-  printf("kill_seed %u\n", seed);
+  printf("%s_seed %u\n", name, seed);
+  for (const char* database : {"killed1", "killed2", "killed3"})
+    e2e::drop_database(database);
   auto daemon = e2e::daemon_for({"killed1", "killed2", "killed3"});
+  daemon->set_console("cli_connection_limit=5\n");
+  daemon->write_main_conf("[general]\nlog_level=7\n");
   const Jobs jobs = three_jobs();
   daemon->start();
   const std::vector<milliseconds> durations = undisturbed(*daemon, jobs);
-
   std::map<std::string, int> hits;
-  milliseconds longest{};
+  milliseconds longest{}, longest_end{};
   for (int round = 0; round < rounds && !testing::Test::HasFailure(); round++) {
-    for (const auto& job : jobs)
-      job->submit(*daemon);
-    // Another moment of another job in each round, whatever the other two have come to then.
+    const std::vector<support::Console> clients = consoles(*daemon);
     const size_t target = static_cast<size_t>(round) % jobs.size();
+    std::optional<Locks> locks;
+    if (held && round % 4 == 3)
+      locks.emplace();
+    // The target is the last one, so that it has not ended while the others are made.
+    for (size_t i = 1; i <= jobs.size(); i++) {
+      faults::Job& job = *jobs[(target + i) % jobs.size()];
+      job.submit(*daemon);
+      if (locks)
+        locks->hold_up(job);
+    }
     const auto moment = std::uniform_int_distribution<long>(0, durations[target].count())(random);
     SCOPED_TRACE(jobs[target]->database() + " after " + std::to_string(moment) + " ms");
     EXPECT_TRUE(daemon->wait_log(jobs[target]->begin_line()));
-    std::this_thread::sleep_for(milliseconds(moment));
-    daemon->send(SIGKILL);
-    EXPECT_EQ(daemon->wait_end().status, -SIGKILL);
+    if (locks)
+      Locks::expect_met_by(jobs);
+    else
+      std::this_thread::sleep_for(milliseconds(moment));
+    longest_end = std::max(longest_end, end(*daemon));
+    locks.reset();
     const auto died = steady_clock::now();
     const std::string started = e2e::cluster().connect("postgres").value("SELECT now()");
     daemon->start();
-    for (const auto& job : jobs) {
-      faults::end_leftovers(*job, started);
-      const std::string row = job->row();
-      SCOPED_TRACE(job->database() + " at " + row);
-      hits[job->database() + " " + row.substr(0, row.find(':'))]++;
-      // One that had not begun may be the new daemon's by now.
-      if (job->is_nobodys()) {
-        job->expect_allowed();
-        job->recover();
-      }
-    }
+    recover(jobs, started, hits);
     for (const auto& job : jobs)
       wait_end(*job);
     longest = std::max(longest, since(died));
@@ -106,9 +175,19 @@ TEST(Kill, LosesNothingAndTheOperationManualBringsEveryJobToItsEnd) {
     }
   }
   for (const auto& [moment, count] : hits)
-    printf("kill_hit %s: %d\n", moment.c_str(), count);
-  printf("kill_rounds %d\nkill_longest_recovery %lld ms\n", rounds,
-         static_cast<long long>(longest.count()));
+    printf("%s_hit %s: %d\n", name, moment.c_str(), count);
+  printf("%s_rounds %d\n%s_longest_recovery %lld ms\n%s_longest_end %lld ms\n", name, rounds, name,
+         static_cast<long long>(longest.count()), name,
+         static_cast<long long>(longest_end.count()));
+}
+
+TEST(Kill, LosesNothingAndTheOperationManualBringsEveryJobToItsEnd) {
+  end_again_and_again("kill", end_by_sigkill, false);
+}
+
+TEST(Kill, BySigtermEndsTheDaemonInOrderAndLosesNoMore) {
+  e2e::cluster().offer_tls();
+  end_again_and_again("sigterm", e2e::end_by_sigterm, true);
 }
 
 TEST(Kill, AnImportIsNotFinishedBehindALaterOneOfItsRateTable) {

@@ -7,8 +7,7 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "e2e/import_world.h"
-#include "e2e/rerate_world.h"
+#include "faults/job_world.h"
 #include "support/console.h"
 #include "support/rounds.h"
 
@@ -18,111 +17,35 @@ namespace fs = std::filesystem;
 using std::chrono::steady_clock;
 using support::Console;
 using support::DaemonHarness;
-using support::Session;
 
-/// One kind of job in one database, one job after the other; each is checked when it has ended.
+/// One kind of job in one database, one job after the other; each is compared with the first one
+/// when it has ended.
 class Lane {
  public:
-  Lane(const std::string& database, const DaemonHarness& daemon)
-      : portal_(e2e::cluster().connect(database)), home_(daemon.path() / database) {
-    fs::create_directories(home_);
-  }
-  virtual ~Lane() = default;
+  Lane(std::unique_ptr<faults::Job> job, const DaemonHarness& daemon)
+      : job_(std::move(job)), daemon_(daemon) {}
 
   /// Checks the job if it has ended, and offers the next one if there is to be one.
   void go_on(bool more) {
-    if (!id_.empty() && portal_.value("SELECT status >= 4 FROM " + table() + row()) == "t") {
-      check();
-      ended_++;
-      id_.clear();
+    if (busy_ && job_->ended()) {
+      if (ended_++ == 0)
+        job_->keep_result();
+      job_->expect_whole();
+      job_->forget_result();
+      busy_ = false;
     }
-    if (id_.empty() && more)
-      id_ = submit();
+    if (!busy_ && more)
+      job_->submit(daemon_);
+    busy_ = busy_ || more;
   }
-  bool busy() const { return !id_.empty(); }
+  bool busy() const { return busy_; }
   int ended() const { return ended_; }
 
- protected:
-  std::string row() const { return " WHERE id = " + id_; }
-  virtual std::string table() const = 0;
-  virtual std::string submit() = 0;
-  virtual void check() = 0;
-
-  Session portal_;
-  fs::path home_;
-  std::string id_;
-
  private:
+  std::unique_ptr<faults::Job> job_;
+  const DaemonHarness& daemon_;
+  bool busy_ = false;
   int ended_ = 0;
-};
-
-constexpr int kStored = 300;
-constexpr int kOffered = 1000;
-
-/// Imports a deck of codes, some of them stored already, and a line that is refused.
-class ImportLane : public Lane {
- public:
-  ImportLane(const std::string& database, const DaemonHarness& daemon) : Lane(database, daemon) {
-    deck_ = "code,rate,effective_date\n44,no number,2024-03-01\n";
-    for (int code = 0; code < kOffered; code++)
-      deck_ += std::to_string(441000 + code) + ",0.5,2024-03-01\n";
-  }
-
- private:
-  std::string table() const override { return "rate_upload_task"; }
-
-  std::string submit() override {
-    portal_.query(
-        "DELETE FROM rate WHERE rate_table_id = 7;"
-        "INSERT INTO rate (rate_table_id, code, rate, effective_date)"
-        " SELECT 7, 441000 + n, 9, '2020-01-01' FROM generate_series(0, " +
-        std::to_string(kStored - 1) + ") n");
-    return e2e::submit(portal_, home_, deck_, "7");
-  }
-
-  void check() override {
-    EXPECT_EQ(e2e::outcome(portal_, id_), "4 Insert: 1000, Delete: 0, Update: 300, Error: 1");
-    EXPECT_EQ(portal_.value(
-                  "SELECT count(*) || ' ' || count(end_date) || ' ' || trim_scale(sum(rate)) FROM"
-                  " rate WHERE rate_table_id = 7"),
-              "1300 300 3200");
-  }
-
-  std::string deck_;
-};
-
-/// Rates a day's calls of one trunk, on both sides.
-class RerateLane : public Lane {
- public:
-  RerateLane(const std::string& database, const DaemonHarness& daemon) : Lane(database, daemon) {
-    portal_.query(e2e::rate_table("1") + e2e::trunk("1", "t") + e2e::rate("rate_id=2000000000"));
-    e2e::store_calls(portal_, "20260301", {e2e::call()});
-    portal_.query(
-        "INSERT INTO client_cdr20260301 SELECT c.* FROM client_cdr20260301 c,"
-        " generate_series(2, 2000)");
-    for (const e2e::Side side : {e2e::Side::ingress, e2e::Side::egress}) {
-      const e2e::Call call = e2e::priced(
-          e2e::call(), side, "0.100000|0.100000|60|1.000000|2000000000|44|UK|Britain|3|1772323200");
-      expected_ += e2e::lines(std::vector<e2e::Call>(2000, call));
-    }
-  }
-
- private:
-  std::string table() const override { return "rerate_cdr_task"; }
-
-  std::string submit() override {
-    return e2e::rerate(portal_, "ingress_trunk='1,1,1,0' egress_trunk='1,1,1,0'");
-  }
-
-  void check() override {
-    EXPECT_EQ(e2e::rerated(portal_, id_), "0 4 ");
-    const fs::path file = e2e::cdr_file(portal_, id_, "1");
-    EXPECT_TRUE(support::read_file(file) == expected_) << file;
-    // The files of an hour would fill the disk.
-    fs::remove(file);
-  }
-
-  std::string expected_;
 };
 
 /// A console that lists and reloads the databases once a second, half of the time in a connection
@@ -178,10 +101,8 @@ void print(const char* when, const Holdings& most) {
 /// A daemon whose log rotates again and again, and its databases.
 std::unique_ptr<DaemonHarness> start_daemon(const std::vector<std::string>& databases) {
   auto daemon = e2e::daemon_for(databases);
-  const std::string path = daemon->path().string();
   daemon->set_console("cli_connection_limit=5\n");
-  daemon->write_main_conf("[general]\nlog_level=7\nmax_log_size=1\n[rerate]\ncdr_directory=" +
-                          path + "/cdr\n[rate_upload]\nresult_directory=" + path + "/result\n");
+  daemon->write_main_conf("[general]\nlog_level=7\nmax_log_size=1\n");
   setenv("LD_PRELOAD", QVN_HASTY_LOG_CLOCK, 1);
   setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
   daemon->launch();
@@ -202,9 +123,10 @@ TEST(Load, EveryJobEndsRightAndNothingGrowsWhileConsolesReloadAndTheLogRotates) 
   std::vector<std::unique_ptr<Lane>> lanes;
   lanes.reserve(12);
   for (size_t i = 0; i < 8; i++)
-    lanes.push_back(std::make_unique<ImportLane>(databases[i], *daemon));
+    lanes.push_back(std::make_unique<Lane>(
+        faults::import_job(databases[i], 1000, 1, "2024-03-01", ""), *daemon));
   for (size_t i = 6; i < 10; i++)
-    lanes.push_back(std::make_unique<RerateLane>(databases[i], *daemon));
+    lanes.push_back(std::make_unique<Lane>(faults::rerate_job(databases[i], 500), *daemon));
   const Holdings before = holdings(*daemon);
 
   std::atomic<bool> stop = false;

@@ -3,8 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "e2e/import_world.h"
-#include "e2e/rerate_world.h"
+#include "e2e/portal_world.h"
 #include "faults/memory_table.h"
 
 namespace {

@@ -3,20 +3,18 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <pwd.h>
 #include <random>
-#include <sys/mount.h>
-#include <sys/statvfs.h>
 #include <thread>
 #include <unistd.h>
 
-#include "e2e/import_world.h"
+#include "e2e/portal_world.h"
 #include "faults/job_world.h"
 #include "support/console.h"
 #include "support/rounds.h"
+#include "support/small_disk.h"
 #include "support/tcp_proxy.h"
 
 namespace {
@@ -299,53 +297,16 @@ TEST(Server, ConnectionsThatAreHeldUpForGoodHoldUpTheirOwnJobsOnly) {
          static_cast<long long>(e2e::end_by_sigterm(daemon).count()));
 }
 
-/// A small disk of the server's; none when it cannot be mounted.
-class SmallDisk {
- public:
-  SmallDisk() : folder_("") {
-    const passwd* user = getpwnam("postgres");
-    mounted_ = geteuid() == 0 && user != nullptr &&
-               mount("none", path().c_str(), "tmpfs", 0, "size=48m") == 0 &&
-               chown(path().c_str(), user->pw_uid, user->pw_gid) == 0;
-  }
-  ~SmallDisk() {
-    if (mounted_)
-      umount2(path().c_str(), MNT_DETACH);
-  }
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
-
-  const std::filesystem::path& path() const { return folder_.path(); }
-  bool mounted() const { return mounted_; }
-  long free_bytes() const {
-    struct statvfs disk {};
-    EXPECT_EQ(statvfs(path().c_str(), &disk), 0);
-    return static_cast<long>(disk.f_bavail * disk.f_bsize);
-  }
-  /// Fills the disk while the server writes to it.
-  void leave_free(long bytes) const {
-    constexpr long kStep = 16384;
-    const int fd = open((path() / "filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    for (long size = 0; free_bytes() > bytes && posix_fallocate(fd, size, kStep) == 0;
-         size += kStep)
-      ;
-    close(fd);
-  }
-  void empty() const { std::filesystem::remove(path() / "filler"); }
-
- private:
-  support::TempDir folder_;
-  bool mounted_;
-};
-
 TEST(Server, AFullDiskOfTheDatabaseLosesNothing) {
-  const SmallDisk disk;
-  if (!disk.mounted())
+  const support::TempDir folder("");
+  const passwd* user = getpwnam("postgres");
+  const support::SmallDisk disk(folder.path(), "size=48m");
+  if (!disk.mounted() || chown(folder.path().c_str(), user->pw_uid, user->pw_gid) != 0)
     GTEST_SKIP() << "only root can mount a small disk";
   const int rounds = support::rounds_or(3);
   constexpr long kMostLeft = 3L << 20;  // an import writes less
   Session server = e2e::cluster().connect("postgres");
-  server.query("CREATE TABLESPACE small LOCATION '" + disk.path().string() + "'");
+  server.query("CREATE TABLESPACE small LOCATION '" + folder.path().string() + "'");
   for (const char* name : {"full_import", "full_rerating"})
     server.query("CREATE DATABASE " + std::string(name) +
                  " TEMPLATE template_portal TABLESPACE small");
@@ -370,9 +331,9 @@ TEST(Server, AFullDiskOfTheDatabaseLosesNothing) {
       job->submit(*daemon);
     const long left = kMostLeft * round / rounds;
     SCOPED_TRACE(std::to_string(left) + " bytes left");
-    disk.leave_free(left);
+    disk.fill(left);
     wait_ends();
-    disk.empty();
+    disk.free();
     for (const auto& job : jobs) {
       job->expect_allowed();
       outcomes[job->database() + " " + job->row()]++;

@@ -1,55 +1,28 @@
 // The worked examples of docs/billing.md, priced by the daemon's own code.
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "base/qvn_time.h"
 #include "rerate/call_money.h"
 #include "rerate/pricing_world.h"
+#include "support/page.h"
+#include "support/temp_dir.h"
 
 namespace {
 
-using row = std::map<std::string, std::string>;  // by column heading
-
-std::vector<std::string> cells(const std::string& line) {
-  std::vector<std::string> result;
-  std::istringstream parts(line.substr(1));
-  for (std::string cell; std::getline(parts, cell, '|');) {
-    const auto begin = cell.find_first_not_of(' ');
-    result.push_back(begin == std::string::npos
-                         ? ""
-                         : cell.substr(begin, cell.find_last_not_of(' ') + 1 - begin));
-  }
-  return result;
-}
+using row = support::TableRow;
 
 /// The rows of the table whose first column has that heading.
 std::vector<row> table(const std::string& heading) {
-  std::ifstream page(QVN_BILLING_DOC);
-  std::vector<std::string> headings;
-  std::vector<row> rows;
-  for (std::string line; std::getline(page, line);) {
-    if (!line.starts_with("|")) {
-      headings.clear();
-    } else if (headings.empty()) {
-      headings = cells(line);
-    } else if (headings.front() == heading && !line.starts_with("|-")) {
-      const std::vector<std::string> values = cells(line);
-      EXPECT_EQ(values.size(), headings.size()) << line;
-      row& added = rows.emplace_back();
-      for (std::size_t i = 0; i < std::min(values.size(), headings.size()); ++i) {
-        added[headings[i]] = values[i];
-      }
-    }
-  }
-  EXPECT_FALSE(rows.empty()) << heading;
-  return rows;
+  for (support::Section& section : support::sections(support::read_file(QVN_BILLING_DOC)))
+    for (support::Table& one : section.tables)
+      if (one.headings[0] == heading)
+        return one.rows;
+  ADD_FAILURE() << heading;
+  return {};
 }
 
 int64_t utc(const std::string& text) {

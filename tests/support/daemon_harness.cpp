@@ -22,12 +22,6 @@ constexpr const char* kExecutable = "qvn_web_helper";
 /// Ends a daemon that a test leaves behind; one that counts its coverage gets to write it.
 constexpr int kLastSignal = QVN_COVERAGE ? SIGTERM : SIGKILL;
 
-Ending decode(int status) {
-  Ending ending;
-  ending.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  return ending;
-}
-
 /// The words of $QVN_RUN_UNDER: a tool, such as valgrind with its options, that runs the
 /// executable.
 std::vector<std::string> run_under() {
@@ -105,7 +99,7 @@ pid_t DaemonHarness::start_with(const std::vector<std::string>& arguments, int i
     const char* given = getenv(name);
     setenv(name, (given == nullptr ? reports : std::string(given) + ":" + reports).c_str(), 1);
   }
-  setenv("TZ", "UTC", 1);
+  setenv("TZ", time_zone_.c_str(), 1);
   dup2(in, 0);
   dup2(out, 1);
   dup2(err, 2);
@@ -135,10 +129,7 @@ Ending DaemonHarness::ending(pid_t process, int number) const {
     kill(process, SIGKILL);
     waitpid(process, &status, 0);
   }
-  Ending ending = decode(status);
-  ending.out = read_file(output("out", number));
-  ending.err = read_file(output("err", number));
-  return ending;
+  return {exit_status(status), read_file(output("out", number)), read_file(output("err", number))};
 }
 
 Ending DaemonHarness::run(const std::vector<std::string>& arguments) {

@@ -5,19 +5,13 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "support/shell.h"
 #include "support/temp_dir.h"
 
 namespace support {
 
-/// How a process ended and what it said.
-struct Ending {
-  int status = -1;  ///< exit status, or minus the signal that ended it
-  std::string out;
-  std::string err;
-};
-
 /// Daemons become children of the test program when their starter leaves, so their end can be
-/// waited for. Local time of a daemon is UTC. Whatever a sanitizer reports in it is a test failure.
+/// waited for. Whatever a sanitizer reports in it is a test failure.
 class DaemonHarness {
  public:
   /// Installs the executable with a main configuration and an empty database list.
@@ -32,6 +26,9 @@ class DaemonHarness {
   void set_console(const std::string& settings) { console_settings_ = settings; }
   /// The port of 127.0.0.1 on which the console listens; each daemon has its own.
   int console_port() const { return console_port_; }
+
+  /// The local time of processes that are started from now on; UTC without a word.
+  void set_time_zone(const std::string& zone) { time_zone_ = zone; }
 
   /// Writes conf/qvn_web_helper.conf, with the section CLI behind `text`, and
   /// conf/qvn_db_info.conf.
@@ -71,6 +68,7 @@ class DaemonHarness {
   TempDir folder_;
   int console_port_;
   std::string console_settings_;
+  std::string time_zone_ = "UTC";
   int spawned_ = 0;        ///< processes started so far; each has its own output files
   pid_t pid_ = -1;         ///< the daemon
   int daemon_number_ = 0;  ///< which of the started processes the daemon is

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "e2e/portal_world.h"
-#include "tools/program.h"
+#include "support/shell.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ class ConfCheck : public testing::Test {
     support::write_file(folder_.path() / "conf/qvn_db_info.conf", text);
   }
   [[nodiscard]] Ending check(const std::string& arguments = "conf") const {
-    return tools::run(folder_, "qvn_conf_check " + arguments);
+    return support::shell(folder_.path(), "qvn_conf_check " + arguments);
   }
 
   struct Case {
@@ -197,7 +197,9 @@ TEST_F(ConfCheck, TellsWhichDatabasesTheDaemonRefusesOrDrops) {
 TEST_F(ConfCheck, TakesAFolderAndAnswersForFilesThatCannotBeUsed) {
   EXPECT_EQ(check(".").status, 0);
   EXPECT_EQ(check("--connect .").status, 0);
-  EXPECT_EQ(tools::run(folder_, "cp $(command -v qvn_conf_check) . && ./qvn_conf_check").status, 0);
+  EXPECT_EQ(support::shell(folder_.path(), "cp $(command -v qvn_conf_check) . && ./qvn_conf_check")
+                .status,
+            0);
   EXPECT_EQ(check("one two").status, 2);
   EXPECT_EQ(check("--unheard-of").status, 2);
   EXPECT_THAT(check("--help").out, HasSubstr("Exit status: 0"));
@@ -206,9 +208,9 @@ TEST_F(ConfCheck, TakesAFolderAndAnswersForFilesThatCannotBeUsed) {
   EXPECT_EQ(none.out,
             "none/qvn_web_helper.conf: No such file or directory\n"
             "none/qvn_db_info.conf: No such file or directory\n");
-  const Ending pipe = tools::run(folder_,
-                                 "rm conf/*info*; mkfifo conf/qvn_db_info.conf; "
-                                 "qvn_conf_check .");
+  const Ending pipe = support::shell(folder_.path(),
+                                     "rm conf/*info*; mkfifo conf/qvn_db_info.conf; "
+                                     "qvn_conf_check .");
   EXPECT_EQ(pipe.status, 2);
   EXPECT_EQ(pipe.out, "./conf/qvn_db_info.conf: not a plain file\n");
 }
@@ -234,7 +236,7 @@ TEST(ConfCheckConnect, TriesEachDatabaseWithTheRightsThatTheDaemonNeeds) {
   support::write_file(folder.path() / "qvn_web_helper.conf", "");
   const auto list = [&](const std::string& section) {
     support::write_file(folder.path() / "qvn_db_info.conf", section);
-    return tools::run(folder, "qvn_conf_check --connect .");
+    return support::shell(folder.path(), "qvn_conf_check --connect .");
   };
   const std::string few = support::database_section("shop", e2e::cluster().port(), name) +
                           "db_user=few\ndb_user_password=few-password\n";

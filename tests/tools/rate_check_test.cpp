@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "e2e/import_world.h"
-#include "tools/program.h"
+#include "e2e/portal_world.h"
+#include "support/shell.h"
 
 namespace {
 
@@ -97,7 +97,7 @@ TEST_F(RateCheck, PrintsMessagesAndSummaryAndAnswersByItsStatus) {
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.command);
-    const Ending ending = tools::run(folder_, test.command);
+    const Ending ending = support::shell(folder_.path(), test.command);
     EXPECT_EQ(ending.status, test.status);
     EXPECT_EQ(ending.out, test.out);
     EXPECT_EQ(ending.err, test.err);
@@ -107,14 +107,16 @@ TEST_F(RateCheck, PrintsMessagesAndSummaryAndAnswersByItsStatus) {
 TEST_F(RateCheck, AnswersAWrongCommandLineWithItsUsage) {
   for (const char* arguments : {"", "MM/DD/YYYY", "MM/DD/YYYY good.csv more", "--unheard-of",
                                 "MM/DD/YYYY good.csv --codes", "DDMMYYYY good.csv"}) {
-    const Ending ending = tools::run(folder_, std::string("qvn_rate_check ") + arguments);
+    const Ending ending =
+        support::shell(folder_.path(), std::string("qvn_rate_check ") + arguments);
     EXPECT_EQ(ending.status, 2) << arguments;
     EXPECT_EQ(ending.out, "") << arguments;
     EXPECT_THAT(ending.err, HasSubstr("Usage: qvn_rate_check FORMAT FILE")) << arguments;
   }
-  EXPECT_THAT(tools::run(folder_, "qvn_rate_check --help").out,
+  EXPECT_THAT(support::shell(folder_.path(), "qvn_rate_check --help").out,
               StartsWith("Usage: qvn_rate_check"));
-  EXPECT_THAT(tools::run(folder_, "qvn_rate_check --version").out, StartsWith("qvn_rate_check V1"));
+  EXPECT_THAT(support::shell(folder_.path(), "qvn_rate_check --version").out,
+              StartsWith("qvn_rate_check V1"));
 }
 
 TEST_F(RateCheck, NotesCodesThatOnlyAShorterOneOfTheCodeDeckCovers) {
@@ -126,8 +128,8 @@ TEST_F(RateCheck, NotesCodesThatOnlyAShorterOneOfTheCodeDeckCovers) {
        {Case{"--codes codes.csv", true}, Case{"--codes two.csv", true},
         Case{"--codes codes.csv --code-deck 7", true}, Case{"--codes two.csv --code-deck 2", false},
         Case{"--codes two.csv --code-deck 1", true}}) {
-    const Ending ending =
-        tools::run(folder_, std::string("qvn_rate_check YYYY-MM-DD deck.csv ") + test.options);
+    const Ending ending = support::shell(
+        folder_.path(), std::string("qvn_rate_check YYYY-MM-DD deck.csv ") + test.options);
     EXPECT_EQ(support::count_of(ending.out, kNote), test.noted) << test.options;
     EXPECT_EQ(support::count_of(ending.out, ", 1 not matching the code deck\n"), test.noted)
         << ending.out;
@@ -140,8 +142,9 @@ TEST_F(RateCheck, ShowsABarForALargeFileOnATerminalOnly) {
     deck += std::to_string(code) + ",2024-03-01,0.1234567\n";
   write("large.csv", deck);
   const std::string command = "qvn_rate_check YYYY-MM-DD large.csv";
-  EXPECT_EQ(tools::run(folder_, command).err, "");
-  const std::string shown = tools::run(folder_, "script -qec '" + command + "' /dev/null").out;
+  EXPECT_EQ(support::shell(folder_.path(), command).err, "");
+  const std::string shown =
+      support::shell(folder_.path(), "script -qec '" + command + "' /dev/null").out;
   EXPECT_THAT(shown, HasSubstr("\r[####################"));
   EXPECT_THAT(shown, HasSubstr("%\r\033[Klarge.csv: "));
 }
@@ -164,11 +167,11 @@ TEST(RateCheckDaemon, SaysCountsAndWritesWhatAnImportDoes) {
   const std::string results = portal.value("SELECT result_file_path FROM rate_upload_task");
 
   const Ending ending =
-      tools::run(folder,
-                 "printf 'code_id,code,code_deck_id,country,name\\n1,44,3,UK,Great Britain\\n"
-                 "2,442,4,UK,London\\n' >codes.csv; qvn_rate_check YYYY-MM-DD " +
-                     (daemon->path() / "deck.csv").string() +
-                     " --codes codes.csv --code-deck 3 --reimport reimport.csv");
+      support::shell(folder.path(),
+                     "printf 'code_id,code,code_deck_id,country,name\\n1,44,3,UK,Great Britain\\n"
+                     "2,442,4,UK,London\\n' >codes.csv; qvn_rate_check YYYY-MM-DD " +
+                         (daemon->path() / "deck.csv").string() +
+                         " --codes codes.csv --code-deck 3 --reimport reimport.csv");
   EXPECT_EQ(ending.status, 1);
   const std::string log = support::read_file(results + "rate_import.log");
   EXPECT_THAT(log, HasSubstr(kNote));
