@@ -19,7 +19,6 @@
 #define QVN_CAPABILITY(name) QVN_ANNOTATE(capability(name))
 #define QVN_SCOPED_CAPABILITY QVN_ANNOTATE(scoped_lockable)
 #define QVN_GUARDED_BY(lock) QVN_ANNOTATE(guarded_by(lock))
-#define QVN_PT_GUARDED_BY(lock) QVN_ANNOTATE(pt_guarded_by(lock))
 #define QVN_REQUIRES(...) QVN_ANNOTATE(requires_capability(__VA_ARGS__))
 #define QVN_EXCLUDES(...) QVN_ANNOTATE(locks_excluded(__VA_ARGS__))
 #define QVN_ACQUIRE(...) QVN_ANNOTATE(acquire_capability(__VA_ARGS__))
@@ -84,6 +83,7 @@ class QVN_CAPABILITY("mutex") qvn_fair_mutex {
     waiter* next = nullptr;
   };
 
+  waiter** link_to(const waiter* wanted) QVN_REQUIRES(mutex_);
   bool take_or_join(waiter& self) QVN_REQUIRES(mutex_);
   void serve_next() QVN_REQUIRES(mutex_);
   void leave(const waiter& self) QVN_REQUIRES(mutex_);

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <sys/select.h>
 
