@@ -3,14 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 
-std::string printable(std::string text) {
+void conf_findings::add(int line, std::string text, tool_status status) {
   std::ranges::replace_if(
       text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
-  return text;
-}
-
-void conf_findings::add(int line, const std::string& text, tool_status status) {
-  lines_.emplace_back(line, printable(text));
+  lines_.emplace_back(line, std::move(text));
   status_ = std::max(status_, status);
 }
 

@@ -2,9 +2,7 @@
 
 #include <cstdio>
 #include <getopt.h>
-#include <new>
 
-#include "core/qvn_process.h"
 #include "rate_upload/deck_validation.h"
 #include "tools/rate_check.h"
 #include "tools/tool_main.h"
@@ -94,6 +92,5 @@ tool_status run(int count, char** words) {
 }  // namespace
 
 int main(int count, char** words) {
-  qvn_open_standard_descriptors();
   return tool_main("qvn_rate_check", [&] { return run(count, words); });
 }

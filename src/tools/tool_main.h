@@ -31,6 +31,7 @@ inline tool_status tool_answer(int letter, const char* program, const char* usag
 /// written to.
 template <class Run>
 tool_status tool_main(const char* program, Run run) {
+  qvn_open_standard_descriptors();
   tool_status status = kUnusable;
   try {
     status = run();
