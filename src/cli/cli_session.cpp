@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <utility>
 
 #include "base/qvn_log.h"
 #include "base/qvn_thread.h"
@@ -33,24 +34,19 @@ bool is_expired(cli_connection& connection) {
   return now >= connection.expires;
 }
 
+/// The commands that are answered.
+constexpr std::pair<cli_method, void (*)(const cli_connection&, std::string_view)> kCommands[] = {
+    {cli_method::get_conf, get_conf_request_proc},
+    {cli_method::reload_conf, reload_conf_request_proc},
+    {cli_method::help, cmd_help_request_proc},
+};
+
 void carry_out(cli_connection& connection, cli_method method, std::string_view arguments) {
-  switch (method) {
-    case cli_method::get_conf:
-      get_conf_request_proc(connection, arguments);
-      break;
-    case cli_method::reload_conf:
-      reload_conf_request_proc(connection, arguments);
-      break;
-    case cli_method::help:
-      cmd_help_request_proc(connection, arguments);
-      break;
-    case cli_method::logout:
-      connection.logout = true;
-      break;
-    case cli_method::unknown:
-    case cli_method::heartbeat:
-    case cli_method::login:
-      break;
+  connection.logout |= method == cli_method::logout;
+  for (const auto& [command, answer] : kCommands) {
+    if (command == method) {
+      answer(connection, arguments);
+    }
   }
 }
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
-#include <functional>
 #include <iterator>
 #include <new>
 #include <utility>
@@ -77,15 +75,11 @@ void link_sorted(rp_hash_node* node, Record* record, Before comes_before) {
 
 template <class Record>
 void unlink(rp_hash_node* node, Record* record) {
-  if (record->next == record) {
-    node->items = nullptr;
-  } else {
-    record->prev->next = record->next;
-    record->next->prev = record->prev;
-    if (node->items == record) {
-      node->items = record->next;
-    }
+  if (node->items == record) {
+    node->items = record->next != record ? record->next : nullptr;
   }
+  record->prev->next = record->next;
+  record->next->prev = record->prev;
   --node->item_count;
   qvn_slab::release(record);
 }
