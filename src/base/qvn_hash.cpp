@@ -51,19 +51,12 @@ qvn_hash_element* make_element(const char* key, int32_t keylen, qvn_hash_value v
 
 /// Before the bucket's head, or at the very front of the list when the bucket is empty.
 void link_element(qvn_hash_table* ph, qvn_hash_bucket& bucket, qvn_hash_element* element) {
-  qvn_hash_element* head = bucket.head;
-  if (head) {
-    element->next = head;
-    element->prev = head->prev;
-    (head->prev ? head->prev->next : ph->first) = element;
-    head->prev = element;
-  } else {
-    element->next = ph->first;
-    element->prev = nullptr;
-    if (ph->first) {
-      ph->first->prev = element;
-    }
-    ph->first = element;
+  qvn_hash_element* const head = bucket.head;
+  element->next = head ? head : ph->first;
+  element->prev = head ? head->prev : nullptr;
+  (element->prev ? element->prev->next : ph->first) = element;
+  if (element->next) {
+    element->next->prev = element;
   }
   ++bucket.count;
   bucket.head = element;

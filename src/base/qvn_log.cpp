@@ -144,20 +144,14 @@ int32_t append_line(std::string_view text, uint32_t level, uint8_t force) {
 /// buffer's end. By hand, because every line of every thread pays for it. Returns its length.
 std::size_t write_prefix(std::array<char, kLineBufferSize>& buffer, uint32_t level,
                          const char* file, int line) {
-  std::size_t used = 0;
-  const auto add = [&](std::string_view text) {
-    used += text.copy(buffer.data() + used, buffer.size() - 1 - used);
-  };
   std::array<char, 16> number;
   const char* end = std::to_chars(number.begin(), number.end(), line).ptr;
-  add(timestamp());
-  add(" ");
-  add(level_label(level));
-  add(" ");
-  add(qvn_or_empty(file));
-  add(":");
-  add({number.data(), end});
-  add(" ");
+  const std::string_view parts[] = {timestamp(),        " ", level_label(level),   " ",
+                                    qvn_or_empty(file), ":", {number.data(), end}, " "};
+  std::size_t used = 0;
+  for (const std::string_view part : parts) {
+    used += part.copy(buffer.data() + used, buffer.size() - 1 - used);
+  }
   buffer[used] = '\0';
   return used;
 }

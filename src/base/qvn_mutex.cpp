@@ -62,26 +62,22 @@ void qvn_fair_mutex::lock() QVN_NO_THREAD_SAFETY_ANALYSIS {
 bool qvn_fair_mutex::lock_while(const std::function<bool()>& still_wanted)
     QVN_NO_THREAD_SAFETY_ANALYSIS {
   constexpr std::chrono::seconds kAskAgain{1};
+  const qvn_lock_guard guard(mutex_);
   waiter self;
-  {
-    const qvn_lock_guard guard(mutex_);
-    self.served = take_or_join(self);
-  }
-  for (;;) {
-    {
-      const qvn_lock_guard guard(mutex_);
-      while (!self.served && served_.wait_for(mutex_, kAskAgain)) {
-      }
-      if (self.served) {
-        return true;
-      }
+  self.served = take_or_join(self);
+  while (!self.served) {
+    if (served_.wait_for(mutex_, kAskAgain) || self.served) {
+      continue;
     }
-    if (!still_wanted()) {
-      const qvn_lock_guard guard(mutex_);
+    mutex_.unlock();
+    const bool goes_on = still_wanted();
+    mutex_.lock();
+    if (!goes_on) {
       leave(self);
       return false;
     }
   }
+  return true;
 }
 
 void qvn_fair_mutex::unlock() QVN_NO_THREAD_SAFETY_ANALYSIS {

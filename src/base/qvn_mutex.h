@@ -65,10 +65,6 @@ class qvn_condition {
 /// waits is served before the poller's next cycle. Not recursive.
 class QVN_CAPABILITY("mutex") qvn_fair_mutex {
  public:
-  constexpr qvn_fair_mutex() = default;
-  qvn_fair_mutex(const qvn_fair_mutex&) = delete;
-  qvn_fair_mutex& operator=(const qvn_fair_mutex&) = delete;
-
   void lock() QVN_ACQUIRE();
   void unlock() QVN_RELEASE();
 

@@ -183,7 +183,6 @@ int32_t qvn_tcp_secket(const char* owner) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
     QVN_LOG(kLogWarning, "Create TCP socket for %s failed\n", qvn_or_empty(owner));
-    return -1;
   }
   return fd;
 }
