@@ -13,10 +13,7 @@ void conf_findings::add(int line, std::string text, tool_status status) {
 void conf_findings::print() {
   std::ranges::stable_sort(lines_, {}, &std::pair<int, std::string>::first);
   for (const auto& [line, text] : lines_) {
-    if (line > 0) {
-      std::printf("%s:%d: %s\n", path_.c_str(), line, text.c_str());
-    } else {
-      std::printf("%s: %s\n", path_.c_str(), text.c_str());
-    }
+    const std::string place = line > 0 ? ":" + std::to_string(line) : "";
+    std::printf("%s%s: %s\n", path_.c_str(), place.c_str(), text.c_str());
   }
 }

@@ -5,7 +5,6 @@
 #include <new>
 #include <set>
 #include <strings.h>
-#include <sys/socket.h>
 
 #include "base/qvn_socket.h"
 #include "core/qvn_core_ctrl.h"
@@ -56,15 +55,6 @@ void check_unknown_sections(const conf_layout& layout, std::span<const qvn_conf_
   }
 }
 
-/// Whether a socket of this machine may have the address.
-bool can_be_bound(in_addr_t address) {
-  const qvn_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_addr.s_addr = address;
-  return bind(fd.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
-}
-
 /// The daemon ends when its console cannot listen; without an address it cannot be reached.
 void check_console(const recorded_reading& reading, conf_findings& findings) {
   const auto is_address = [](const recorded_line& line) {
@@ -74,11 +64,11 @@ void check_console(const recorded_reading& reading, conf_findings& findings) {
   if (last == reading.lines.rend()) {
     return;
   }
-  const in_addr_t address = inet_addr(g_core_ctrl->cli_listen_ip);
-  if (address == INADDR_NONE) {
+  const char* const address = g_core_ctrl->cli_listen_ip;
+  if (inet_addr(address) == INADDR_NONE) {
     findings.add(last->number,
                  last->key + ": not a numeric IPv4 address, nobody reaches the console");
-  } else if (!can_be_bound(address)) {
+  } else if (!qvn_fd(qvn_tcp_socket_and_listen(address, 0, 1)).is_open()) {
     findings.add(last->number,
                  last->key + ": this machine does not have the address, the daemon does not start",
                  kUnusable);

@@ -1,7 +1,6 @@
 #include "tools/conf_section.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <map>
 
 #include "base/qvn_text.h"
@@ -13,10 +12,6 @@ std::string key_word(const std::string& key) {
   constexpr const char* kWord = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
   const std::string word = key.substr(0, key.find_first_not_of(kWord));
   return word.empty() ? "?" : word;
-}
-
-bool reached_handler(const recorded_line& line) {
-  return line.fate == conf_fate::taken || line.fate == conf_fate::stopped;
 }
 
 /// Where the text begins that a line has after its value, or npos.
@@ -85,9 +80,13 @@ struct section_check {
     if (line.is_reference) {
       report_reference(line, setting);
     }
-    if (reached_handler(line)) {
+    if (line.fate == conf_fate::taken || line.fate == conf_fate::stopped) {
       check_repetition(line, *setting);
-      check_value(line, *setting);
+      if (setting->number) {
+        check_number(line, *setting->number);
+      } else {
+        check_text(line, *setting);
+      }
     }
   }
 
@@ -117,14 +116,6 @@ struct section_check {
       add(line, "given again: this one counts, not that of line " + std::to_string(earlier));
     }
     earlier = line.number;
-  }
-
-  void check_value(const recorded_line& line, const qvn_setting& setting) {
-    if (setting.number) {
-      check_number(line, *setting.number);
-    } else {
-      check_text(line, setting);
-    }
   }
 
   void check_text(const recorded_line& line, const qvn_setting& setting) {
