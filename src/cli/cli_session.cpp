@@ -103,20 +103,14 @@ void serve(cli_connection& connection) {
   (void)qvn_tcp_reliable_send(connection.fd.get(), kWelcome.data(), kWelcome.size());
   renew(connection);
   while (g_cli_server_ctrl->exit != 1 && !is_expired(connection)) {
-    switch (qvn_wait_for_input(connection.fd.get(), connection.logout ? 0 : kLookAtExitFlag)) {
-      case qvn_input::none:
-        if (connection.logout) {
-          return;
-        }
-        break;
-      case qvn_input::broken:
-        QVN_LOG(kLogInfo, "%s", "The CLI socket select error, disconnected this connection\n");
-        return;
-      case qvn_input::ready:
-        if (!serve_input(connection)) {
-          return;
-        }
-        break;
+    const int patience = connection.logout ? 0 : kLookAtExitFlag;
+    const qvn_input input = qvn_wait_for_input(connection.fd.get(), patience);
+    if (input == qvn_input::broken) {
+      QVN_LOG(kLogInfo, "%s", "The CLI socket select error, disconnected this connection\n");
+      return;
+    }
+    if (input == qvn_input::none ? connection.logout : !serve_input(connection)) {
+      return;
     }
   }
 }

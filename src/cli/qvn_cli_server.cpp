@@ -193,21 +193,14 @@ void serve_initial(int fd) {
   const cli_turn turn = cli_read_turn<kLoginReadSize>(
       fd, kReadsPerTick,
       [&](std::string_view bytes) { return !newest || !login_bytes(*connection, bytes); });
-  switch (turn.state) {
-    case cli_turn::drained:
-      break;
-    case cli_turn::unfinished:
-      connection->paused = true;
-      break;
-    case cli_turn::stopped:
-      cli_session_start(take_initial(link));
-      break;
-    case cli_turn::ended:
-      if (newest) {
-        log_end(*connection, turn.error);
-      }
-      delete take_initial(link);
-      break;
+  connection->paused |= turn.state == cli_turn::unfinished;
+  if (turn.state == cli_turn::stopped) {
+    cli_session_start(take_initial(link));
+  } else if (turn.state == cli_turn::ended) {
+    if (newest) {
+      log_end(*connection, turn.error);
+    }
+    delete take_initial(link);
   }
 }
 

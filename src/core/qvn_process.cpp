@@ -142,7 +142,6 @@ int32_t qvn_core_set_path() {
     g_core_ctrl->install_dir = qvn_get_run_path();
     g_core_ctrl->conf_dir = g_core_ctrl->install_dir + "/conf/";
     g_core_ctrl->log_dir = g_core_ctrl->install_dir + "/log/";
-    g_core_ctrl->run_dir = g_core_ctrl->install_dir + "/run/";
   } catch (const std::bad_alloc&) {
     return -1;
   }
