@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <new>
 #include <strings.h>
 
@@ -14,15 +13,6 @@ namespace {
 /// A text of the configuration found no memory. The daemon does not run without it: a console whose
 /// password was lost would let everyone in. Main thread, until the modules run.
 bool g_setting_lost = false;
-
-int32_t assign_setting(std::string& field, const char* value, const char* source, int line) {
-  if (qvn_conf_assign(field, value)) {
-    return 0;
-  }
-  (void)qvn_log_print(source, line, kLogError, 0, "Alloc memory for a setting failed\n");
-  g_setting_lost = true;
-  return -1;
-}
 
 int32_t complain(const qvn_number_setting& setting, const char* message) {
   if (!setting.tolerant) {
@@ -63,22 +53,26 @@ int32_t qvn_conf_read_number(const qvn_number_setting& setting, const char* valu
 
 int32_t qvn_conf_read_text(std::string& text, const char* value, const char* when_empty,
                            const char* source, int line) {
-  return zstr(value) ? qvn_conf_refuse(when_empty, source, line)
-                     : assign_setting(text, value, source, line);
+  if (zstr(value)) {
+    return qvn_conf_refuse(when_empty, source, line);
+  }
+  if (qvn_conf_assign(text, value)) {
+    return 0;
+  }
+  (void)qvn_log_print(source, line, kLogError, 0, "Alloc memory for a setting failed\n");
+  g_setting_lost = true;
+  return -1;
 }
 
 int32_t qvn_conf_read_directory(std::string& directory, const char* value, const char* when_empty,
                                 const char* source, int line) {
-  if (zstr(value)) {
-    return qvn_conf_refuse(when_empty, source, line);
-  }
   char path[kMostDirectoryCharacters + 2] = {};  // a slash and a NUL after the value
-  std::memcpy(path, value, strnlen(value, kMostDirectoryCharacters));
-  const std::size_t length = std::strlen(path);
-  if (path[length - 1] != '/') {
+  const std::size_t length =
+      std::string_view(qvn_or_empty(value)).copy(path, kMostDirectoryCharacters);
+  if (length > 0 && path[length - 1] != '/') {
     path[length] = '/';
   }
-  return assign_setting(directory, path, source, line);
+  return qvn_conf_read_text(directory, path, when_empty, source, line);
 }
 
 int32_t qvn_conf_refuse(const char* message, const char* source, int line) {

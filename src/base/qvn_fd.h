@@ -7,6 +7,7 @@
 #pragma once
 
 #include <string_view>
+#include <utility>
 
 /// An owned descriptor, or -1 for none.
 class qvn_fd {
@@ -23,11 +24,7 @@ class qvn_fd {
   [[nodiscard]] int get() const { return fd_; }
   [[nodiscard]] bool is_open() const { return fd_ >= 0; }
   void reset(int fd = -1);
-  [[nodiscard]] int release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
+  [[nodiscard]] int release() { return std::exchange(fd_, -1); }
 
  private:
   int fd_ = -1;

@@ -3,6 +3,7 @@
 #include <cassert>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -23,15 +24,11 @@ uint32_t hash_of(const char* key, int32_t keylen) {
   return hash & 0x7fffffffU;
 }
 
-bool has_key(const qvn_hash_element* element, const char* key, int32_t keylen) {
-  return element->keylen == keylen &&
-         std::memcmp(element->key, key, static_cast<std::size_t>(keylen)) == 0;
-}
-
 qvn_hash_element* find_in_bucket(const qvn_hash_bucket& bucket, const char* key, int32_t keylen) {
   qvn_hash_element* element = bucket.head;
   for (int32_t left = bucket.count; left > 0 && element; --left) {
-    if (has_key(element, key, keylen)) {
+    if (element->keylen == keylen &&
+        std::memcmp(element->key, key, static_cast<std::size_t>(keylen)) == 0) {
       return element;
     }
     element = element->next;
@@ -39,7 +36,8 @@ qvn_hash_element* find_in_bucket(const qvn_hash_bucket& bucket, const char* key,
   return nullptr;
 }
 
-/// An unlinked element followed by its key in the same block, or none when memory runs out.
+/// An unlinked element followed by its key in the same block, to be freed by ::operator delete, or
+/// none when memory runs out.
 qvn_hash_element* make_element(const char* key, int32_t keylen, qvn_hash_value value) {
   const auto key_size = static_cast<std::size_t>(keylen);
   void* block = ::operator new(sizeof(qvn_hash_element) + key_size, std::nothrow);
@@ -51,25 +49,14 @@ qvn_hash_element* make_element(const char* key, int32_t keylen, qvn_hash_value v
   return new (block) qvn_hash_element{nullptr, nullptr, value, own_key, keylen};
 }
 
-void free_element(qvn_hash_element* element) {
-  ::operator delete(element);
-}
-
 /// Before the bucket's head, or at the very front of the list when the bucket is empty.
 void link_element(qvn_hash_table* ph, qvn_hash_bucket& bucket, qvn_hash_element* element) {
-  qvn_hash_element* head = bucket.head;
-  if (head) {
-    element->next = head;
-    element->prev = head->prev;
-    (head->prev ? head->prev->next : ph->first) = element;
-    head->prev = element;
-  } else {
-    element->next = ph->first;
-    element->prev = nullptr;
-    if (ph->first) {
-      ph->first->prev = element;
-    }
-    ph->first = element;
+  qvn_hash_element* const head = bucket.head;
+  element->next = head ? head : ph->first;
+  element->prev = head ? head->prev : nullptr;
+  (element->prev ? element->prev->next : ph->first) = element;
+  if (element->next) {
+    element->next->prev = element;
   }
   ++bucket.count;
   bucket.head = element;
@@ -110,7 +97,7 @@ void remove_relement_given_hash(qvn_hash_table* ph, qvn_hash_element* element, u
   if (--bucket.count < 1) {
     bucket.head = nullptr;
   }
-  free_element(element);
+  ::operator delete(element);
   if (--ph->count <= 0) {
     // clang-format off
     assert(ph->first == ((void *)0));  // NOLINT(modernize-use-nullptr): part of the text
@@ -146,7 +133,7 @@ qvn_hash_value insert_hashed(qvn_hash_table* ph, const char* key, qvn_hash_value
     rehash(ph, kFirstSize);
     if (ph->htsize == 0) {
       ph->count = 0;
-      free_element(element);
+      ::operator delete(element);
       return value;
     }
   }
@@ -161,20 +148,6 @@ qvn_hash_value insert_hashed(qvn_hash_table* ph, const char* key, qvn_hash_value
   // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker)
   link_element(ph, ph->htable[hash & (ph->htsize - 1)], element);
   return 0;
-}
-
-qvn_hash_value find_hashed(const qvn_hash_table* ph, const char* key, int32_t keylen,
-                           uint32_t hash) {
-  // clang-format off
-  assert((ph->htsize & (ph->htsize-1)) == 0);
-  // clang-format on
-  const qvn_hash_bucket& bucket = ph->htable[hash & (ph->htsize - 1)];
-  const qvn_hash_element* found = find_in_bucket(bucket, key, keylen);
-  return found ? found->data : 0;
-}
-
-bool is_empty(const qvn_hash_table* table) {
-  return !table || !table->first || !table->htable;
 }
 
 }  // namespace
@@ -207,16 +180,20 @@ qvn_hash_value qvn_hash_find(const qvn_hash_table* table, const char* key) {
   return qvn_hash_find_ext(table, key, 0, 0);
 }
 
-qvn_hash_value qvn_hash_find_ext(const qvn_hash_table* table, const char* key, int32_t keylen,
+qvn_hash_value qvn_hash_find_ext(const qvn_hash_table* ph, const char* key, int32_t keylen,
                                  uint32_t hash) {
-  if (is_empty(table)) {
+  if (!ph || !ph->first || !ph->htable) {
     return 0;
   }
   if (keylen < 1) {
     keylen = length_of(key);
     hash = hash_of(key, keylen);
   }
-  return find_hashed(table, key, keylen, hash);
+  // clang-format off
+  assert((ph->htsize & (ph->htsize-1)) == 0);
+  // clang-format on
+  const qvn_hash_element* found = find_in_bucket(ph->htable[hash & (ph->htsize - 1)], key, keylen);
+  return found ? found->data : 0;
 }
 
 void qvn_hash_this(const qvn_hash_element* element, const char** key, int32_t* keylen,
@@ -235,9 +212,7 @@ void qvn_hash_this(const qvn_hash_element* element, const char** key, int32_t* k
 void qvn_hash_clear(qvn_hash_table* table) {
   qvn_hash_element* element = table->first;
   while (element) {
-    qvn_hash_element* next = element->next;
-    free_element(element);
-    element = next;
+    ::operator delete(std::exchange(element, element->next));
   }
   delete[] table->htable;
   qvn_hash_init(table);

@@ -86,15 +86,14 @@ const char* timestamp() {
     log_dt[0] = '\0';
     tm date{};
     if (localtime_r(&now.tv_sec, &date)) {
-      std::snprintf(log_dt.data(), log_dt.size(), "%04ld-%02d-%02d %02d:%02d:%02d ",
-                    date.tm_year + 1900L, date.tm_mon + 1, date.tm_mday, date.tm_hour, date.tm_min,
-                    date.tm_sec);
+      std::strftime(log_dt.data(), log_dt.size(), "%Y-%m-%d %H:%M:%S ", &date);
     }
   }
   return log_dt.data();
 }
 
-/// An entry with its own copy of the text, or none when memory runs out.
+/// An entry with its own copy of the text, to be freed by ::operator delete, or none when memory
+/// runs out.
 log_entry* make_entry(std::string_view text, uint32_t level, uint8_t force) {
   void* block = ::operator new(sizeof(log_entry) + text.size() + 1, std::nothrow);
   if (!block) {
@@ -103,10 +102,6 @@ log_entry* make_entry(std::string_view text, uint32_t level, uint8_t force) {
   char* own_text = static_cast<char*>(block) + sizeof(log_entry);
   own_text[text.copy(own_text, text.size())] = '\0';
   return new (block) log_entry{nullptr, own_text, level, force};
-}
-
-void free_entry(log_entry* entry) {
-  ::operator delete(entry);
 }
 
 bool queue_is_full() {
@@ -139,7 +134,7 @@ int32_t append_line(std::string_view text, uint32_t level, uint8_t force) {
     return -2;
   }
   if (!link_entry(entry)) {
-    free_entry(entry);
+    ::operator delete(entry);
     return -1;
   }
   return 0;
@@ -149,20 +144,14 @@ int32_t append_line(std::string_view text, uint32_t level, uint8_t force) {
 /// buffer's end. By hand, because every line of every thread pays for it. Returns its length.
 std::size_t write_prefix(std::array<char, kLineBufferSize>& buffer, uint32_t level,
                          const char* file, int line) {
-  std::size_t used = 0;
-  const auto add = [&](std::string_view text) {
-    used += text.copy(buffer.data() + used, buffer.size() - 1 - used);
-  };
   std::array<char, 16> number;
   const char* end = std::to_chars(number.begin(), number.end(), line).ptr;
-  add(timestamp());
-  add(" ");
-  add(level_label(level));
-  add(" ");
-  add(qvn_or_empty(file));
-  add(":");
-  add({number.data(), end});
-  add(" ");
+  const std::string_view parts[] = {timestamp(),        " ", level_label(level),   " ",
+                                    qvn_or_empty(file), ":", {number.data(), end}, " "};
+  std::size_t used = 0;
+  for (const std::string_view part : parts) {
+    used += part.copy(buffer.data() + used, buffer.size() - 1 - used);
+  }
   buffer[used] = '\0';
   return used;
 }
@@ -198,19 +187,14 @@ log_entry* take_entries(bool& ended) {
   return std::exchange(g_log_queue_head, nullptr);
 }
 
-/// The level is the one that holds now, not when the line was queued.
-void write_to_sink(const log_entry& entry) {
-  if (entry.level > g_log_level.load(std::memory_order_relaxed) && entry.force != 1) {
-    return;
-  }
-  qvn_log_write(entry.text);
-}
-
 void deliver(log_entry* entry) {
   g_curr_log_que_size.fetch_sub(1, std::memory_order_relaxed);
   qvn_log_send_to_bound_loggers(entry->text, entry->level, entry->force);
-  write_to_sink(*entry);
-  free_entry(entry);
+  // The level is the one that holds now, not when the line was queued.
+  if (entry->level <= g_log_level.load(std::memory_order_relaxed) || entry->force == 1) {
+    qvn_log_write(entry->text);
+  }
+  ::operator delete(entry);
   g_log_done.fetch_add(1, std::memory_order_release);
 }
 
@@ -237,7 +221,7 @@ void release_queue() {
     g_log_queue_tail = nullptr;
   }
   while (entry) {
-    free_entry(std::exchange(entry, entry->next));
+    ::operator delete(std::exchange(entry, entry->next));
     g_curr_log_que_size.fetch_sub(1, std::memory_order_relaxed);
     g_log_done.fetch_add(1, std::memory_order_release);
   }

@@ -26,6 +26,8 @@ struct log_bind_logger {
 qvn_mutex g_log_binding_mutes;
 log_bind_logger* g_log_binding QVN_GUARDED_BY(g_log_binding_mutes) = nullptr;
 
+constexpr int32_t kNoDescriptor = -1;  ///< no logger has it
+
 /// The first bound logger with that descriptor, or the end of the list.
 log_bind_logger** find_bound_logger(int32_t fd) QVN_REQUIRES(g_log_binding_mutes) {
   log_bind_logger** link = &g_log_binding;
@@ -72,11 +74,7 @@ int32_t qvn_log_add_bind_logger(int32_t fd, uint32_t level) {
     return -1;
   }
   const qvn_lock_guard guard(g_log_binding_mutes);
-  log_bind_logger** last = &g_log_binding;
-  while (*last) {
-    last = &(*last)->next;
-  }
-  *last = logger;
+  *find_bound_logger(kNoDescriptor) = logger;
   g_log_binding_count.fetch_add(1, std::memory_order_release);
   return 0;
 }
@@ -87,10 +85,8 @@ int32_t qvn_log_add_unbind_logger(int32_t fd) {
     return -1;
   }
   const qvn_lock_guard guard(g_log_binding_mutes);
-  log_bind_logger** link = find_bound_logger(fd);
-  if (log_bind_logger* logger = *link; logger) {
-    *link = logger->next;
-    delete logger;
+  if (log_bind_logger** link = find_bound_logger(fd); *link) {
+    delete std::exchange(*link, (*link)->next);
     g_log_binding_count.fetch_sub(1, std::memory_order_release);
   }
   return 0;

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <utility>
 
+#include "base/qvn_file.h"
 #include "base/qvn_log.h"
 #include "base/qvn_log_state.h"
 #include "base/qvn_mutex.h"
@@ -37,10 +38,6 @@ qvn_mutex g_log_file_mutex;
 std::FILE* g_log_file QVN_GUARDED_BY(g_log_file_mutex) = nullptr;
 char* g_log_file_name QVN_GUARDED_BY(g_log_file_mutex) = nullptr;
 
-int64_t seconds_now() {
-  return static_cast<int64_t>(time(nullptr));
-}
-
 /// Renames the file and goes on with an empty one; without one when that cannot be opened.
 void rotate_log_file() QVN_REQUIRES(g_log_file_mutex) {
   std::array<char, kRotatedNameSize> rotated{};
@@ -54,19 +51,11 @@ void rotate_log_file() QVN_REQUIRES(g_log_file_mutex) {
   g_log_file = std::fopen(g_log_file_name, "wt+e");
 }
 
-/// Whether the name leads to the file that is written to.
-bool name_leads_to_file() QVN_REQUIRES(g_log_file_mutex) {
-  struct stat named {};
-  struct stat written {};
-  return stat(g_log_file_name, &named) == 0 && fstat(fileno(g_log_file), &written) == 0 &&
-         named.st_dev == written.st_dev && named.st_ino == written.st_ino;
-}
-
 /// Opens the name again when the file has been moved or removed; true when it did. Where that
 /// fails, the old file is written to as before.
 bool reopen_if_moved() {
   const qvn_lock_guard guard(g_log_file_mutex);
-  if (!g_log_file_name || !g_log_file || name_leads_to_file()) {
+  if (!g_log_file_name || !g_log_file || qvn_leads_to(g_log_file_name, g_log_file)) {
     return false;
   }
   std::FILE* const file = std::fopen(g_log_file_name, "at+e");
@@ -92,7 +81,7 @@ off_t rotate_if_exceeded(uint32_t limit) {
 /// Whether the time has come; sets the next time then. A clock that was stepped back does not put
 /// the next check off beyond the interval.
 bool size_check_is_due() {
-  const int64_t now = seconds_now();
+  const int64_t now = std::time(nullptr);
   const int64_t next = g_check_log_tv.load(std::memory_order_relaxed);
   if (now < next && next <= now + kSizeCheckInterval) {
     return false;
@@ -149,7 +138,7 @@ void qvn_log_check_file() {
 void qvn_log_reset_file() {
   (void)qvn_log_file_close();
   g_log_output.store(kOutputFile, std::memory_order_relaxed);
-  g_check_log_tv.store(seconds_now(), std::memory_order_relaxed);
+  g_check_log_tv.store(std::time(nullptr), std::memory_order_relaxed);
 }
 
 void qvn_log_forget_file_name() {

@@ -1,5 +1,6 @@
 #include "base/qvn_md5.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -54,12 +55,9 @@ void add_block(digest& state, const unsigned char* block) {
 void add_end(digest& state, std::span<const unsigned char> rest, uint64_t length) {
   constexpr std::size_t kLengthSize = 8;
   std::array<unsigned char, 2 * kBlock> last{};
-  std::size_t size = 0;
-  for (const unsigned char byte : rest) {
-    last[size++] = byte;
-  }
-  last[size++] = 0x80;
-  const std::size_t end = size + kLengthSize <= kBlock ? kBlock : 2 * kBlock;
+  std::ranges::copy(rest, last.begin());
+  last[rest.size()] = 0x80;
+  const std::size_t end = rest.size() + kLengthSize < kBlock ? kBlock : 2 * kBlock;
   for (std::size_t i = 0; i < kLengthSize; ++i) {
     last[end - kLengthSize + i] = static_cast<unsigned char>(length * 8 >> (8 * i) & 0xFF);
   }

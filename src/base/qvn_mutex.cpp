@@ -12,17 +12,22 @@ bool qvn_condition::wait_for(qvn_mutex& mutex, std::chrono::nanoseconds timeout)
   return pthread_cond_clockwait(&handle_, &mutex.handle_, CLOCK_MONOTONIC, &deadline) == 0;
 }
 
+/// Where the line leads to the waiter; null is its end.
+qvn_fair_mutex::waiter** qvn_fair_mutex::link_to(const waiter* wanted) {
+  waiter** link = &first_;
+  while (*link != wanted) {
+    link = &(*link)->next;
+  }
+  return link;
+}
+
 /// Takes a lock that is free, or waits in line.
 bool qvn_fair_mutex::take_or_join(waiter& self) {
   if (!held_) {
     held_ = true;
     return true;
   }
-  waiter** link = &first_;
-  while (*link) {
-    link = &(*link)->next;
-  }
-  *link = &self;
+  *link_to(nullptr) = &self;
   return false;
 }
 
@@ -40,21 +45,15 @@ void qvn_fair_mutex::serve_next() {
 void qvn_fair_mutex::leave(const waiter& self) {
   if (self.served) {
     serve_next();
-    return;
+  } else {
+    *link_to(&self) = self.next;
   }
-  waiter** link = &first_;
-  while (*link != &self) {
-    link = &(*link)->next;
-  }
-  *link = self.next;
 }
 
 void qvn_fair_mutex::lock() QVN_NO_THREAD_SAFETY_ANALYSIS {
   const qvn_lock_guard guard(mutex_);
   waiter self;
-  if (take_or_join(self)) {
-    return;
-  }
+  self.served = take_or_join(self);
   while (!self.served) {
     served_.wait(mutex_);
   }
@@ -63,28 +62,22 @@ void qvn_fair_mutex::lock() QVN_NO_THREAD_SAFETY_ANALYSIS {
 bool qvn_fair_mutex::lock_while(const std::function<bool()>& still_wanted)
     QVN_NO_THREAD_SAFETY_ANALYSIS {
   constexpr std::chrono::seconds kAskAgain{1};
+  const qvn_lock_guard guard(mutex_);
   waiter self;
-  {
-    const qvn_lock_guard guard(mutex_);
-    if (take_or_join(self)) {
-      return true;
+  self.served = take_or_join(self);
+  while (!self.served) {
+    if (served_.wait_for(mutex_, kAskAgain) || self.served) {
+      continue;
     }
-  }
-  for (;;) {
-    {
-      const qvn_lock_guard guard(mutex_);
-      while (!self.served && served_.wait_for(mutex_, kAskAgain)) {
-      }
-      if (self.served) {
-        return true;
-      }
-    }
-    if (!still_wanted()) {
-      const qvn_lock_guard guard(mutex_);
+    mutex_.unlock();
+    const bool goes_on = still_wanted();
+    mutex_.lock();
+    if (!goes_on) {
       leave(self);
       return false;
     }
   }
+  return true;
 }
 
 void qvn_fair_mutex::unlock() QVN_NO_THREAD_SAFETY_ANALYSIS {

@@ -19,7 +19,6 @@
 #define QVN_CAPABILITY(name) QVN_ANNOTATE(capability(name))
 #define QVN_SCOPED_CAPABILITY QVN_ANNOTATE(scoped_lockable)
 #define QVN_GUARDED_BY(lock) QVN_ANNOTATE(guarded_by(lock))
-#define QVN_PT_GUARDED_BY(lock) QVN_ANNOTATE(pt_guarded_by(lock))
 #define QVN_REQUIRES(...) QVN_ANNOTATE(requires_capability(__VA_ARGS__))
 #define QVN_EXCLUDES(...) QVN_ANNOTATE(locks_excluded(__VA_ARGS__))
 #define QVN_ACQUIRE(...) QVN_ANNOTATE(acquire_capability(__VA_ARGS__))
@@ -66,10 +65,6 @@ class qvn_condition {
 /// waits is served before the poller's next cycle. Not recursive.
 class QVN_CAPABILITY("mutex") qvn_fair_mutex {
  public:
-  constexpr qvn_fair_mutex() = default;
-  qvn_fair_mutex(const qvn_fair_mutex&) = delete;
-  qvn_fair_mutex& operator=(const qvn_fair_mutex&) = delete;
-
   void lock() QVN_ACQUIRE();
   void unlock() QVN_RELEASE();
 
@@ -84,6 +79,7 @@ class QVN_CAPABILITY("mutex") qvn_fair_mutex {
     waiter* next = nullptr;
   };
 
+  waiter** link_to(const waiter* wanted) QVN_REQUIRES(mutex_);
   bool take_or_join(waiter& self) QVN_REQUIRES(mutex_);
   void serve_next() QVN_REQUIRES(mutex_);
   void leave(const waiter& self) QVN_REQUIRES(mutex_);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <netdb.h>
@@ -184,7 +183,6 @@ int32_t qvn_tcp_secket(const char* owner) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
     QVN_LOG(kLogWarning, "Create TCP socket for %s failed\n", qvn_or_empty(owner));
-    return -1;
   }
   return fd;
 }
@@ -263,20 +261,13 @@ int64_t qvn_udp_reliable_send(int32_t socket, const void* data, std::size_t leng
 }
 
 int32_t qvn_is_public_address(const char* address) {
-  constexpr int kFirst172 = 16;
-  constexpr int kLast172 = 31;
+  static constexpr std::string_view kPrivate[] = {
+      "10.",     "169.254", "172.16.", "172.17.", "172.18.", "172.19.", "172.20.",
+      "172.21.", "172.22.", "172.23.", "172.24.", "172.25.", "172.26.", "172.27.",
+      "172.28.", "172.29.", "172.30.", "172.31.", "192.168"};
   const std::string_view text = qvn_or_empty(address);
-  if (text.starts_with("192.168") || text.starts_with("10.") || text.starts_with("169.254")) {
-    return 0;
-  }
-  for (int second = kFirst172; second <= kLast172; ++second) {
-    char prefix[16];
-    (void)std::snprintf(prefix, sizeof prefix, "172.%d.", second);
-    if (text.starts_with(prefix)) {
-      return 0;
-    }
-  }
-  return 1;
+  const auto begins_text = [text](std::string_view prefix) { return text.starts_with(prefix); };
+  return std::ranges::any_of(kPrivate, begins_text) ? 0 : 1;
 }
 
 void qvn_domain2ip(const char* name, char* out, std::size_t size) {
@@ -292,13 +283,11 @@ void qvn_domain2ip(const char* name, char* out, std::size_t size) {
 }
 
 uint16_t qvn_get_port(const sockaddr* address) {
-  if (address && address->sa_family == AF_INET) {
-    return ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port);
+  static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
+  if (!address || (address->sa_family != AF_INET && address->sa_family != AF_INET6)) {
+    return 0;
   }
-  if (address && address->sa_family == AF_INET6) {
-    return ntohs(reinterpret_cast<const sockaddr_in6*>(address)->sin6_port);
-  }
-  return 0;
+  return ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port);
 }
 
 char* qvn_get_addr(char* out, std::size_t size, const sockaddr* address, socklen_t length) {

@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
 
 namespace {
 
@@ -34,6 +33,21 @@ qvn_heap_text heap_copy(std::string_view first, std::string_view second = {}) {
     *end = '\0';
   }
   return copy;
+}
+
+/// A copy of what the format makes of the arguments, cut at the end of its buffer or, without
+/// `may_cut`, none when it would be.
+[[gnu::format(printf, 1, 0)]] qvn_heap_text formatted_copy(const char* format, va_list arguments,
+                                                           bool may_cut) {
+  std::array<char, kDupBufferSize> buffer;
+  // The analyser does not follow va_start through to here.
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+  const int length = std::vsnprintf(buffer.data(), buffer.size(), format, arguments);
+  const auto most = static_cast<int>(buffer.size()) - 1;
+  if (length < 0 || (length > most && !may_cut)) {
+    return nullptr;
+  }
+  return heap_copy({buffer.data(), static_cast<std::size_t>(std::min(length, most))});
 }
 
 /// The first separator, line feed or end of a field.
@@ -133,28 +147,15 @@ qvn_heap_text qvn_strcat(const char* first, const char* second) {
 }
 
 qvn_heap_text qvn_dup_printf(const char* format, ...) {
-  std::array<char, kDupBufferSize> buffer;
   va_list arguments;
   va_start(arguments, format);
-  // The analyser does not follow va_start through to here.
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
-  const int length = std::vsnprintf(buffer.data(), buffer.size(), format, arguments);
+  qvn_heap_text copy = formatted_copy(format, arguments, false);
   va_end(arguments);
-  if (length < 0 || static_cast<std::size_t>(length) >= buffer.size()) {
-    return nullptr;
-  }
-  return heap_copy({buffer.data(), static_cast<std::size_t>(length)});
+  return copy;
 }
 
 qvn_heap_text qvn_vsprintf_dup(const char* format, va_list arguments) {
-  std::array<char, kDupBufferSize> buffer;
-  // The analyser does not follow va_start through to here.
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
-  const int length = std::vsnprintf(buffer.data(), buffer.size(), format, arguments);
-  if (length < 0) {
-    return nullptr;
-  }
-  return heap_copy({buffer.data(), std::min(static_cast<std::size_t>(length), buffer.size() - 1)});
+  return formatted_copy(format, arguments, true);
 }
 
 std::string qvn_format(const char* format, ...) {
@@ -211,10 +212,8 @@ char* qvn_skip_nonblanks(char* text) {
 }
 
 char* qvn_skip_named_char(char* text, char named) {
-  while (*text != '\0' && *text == named) {
-    ++text;
-  }
-  return text;
+  const char skipped[] = {named, '\0'};
+  return text + std::strspn(text, skipped);
 }
 
 char* qvn_strip_prefix_blank(char* text) {

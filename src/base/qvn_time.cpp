@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <sys/select.h>
 
@@ -158,16 +157,13 @@ int32_t qvn_strtime(const char* text, int32_t* hour, int32_t* minute, int32_t* s
     return -1;
   }
   std::string_view rest = std::string_view(text).substr(0, kClockTextLength);
-  const auto hour_text = take_before(rest, ':');
-  if (!hour_text || hour_text->empty()) {
+  const std::string_view hour_text = take_before(rest, ':').value_or("");
+  const std::string_view minute_text = take_before(rest, ':').value_or("");
+  if (hour_text.empty() || minute_text.empty() || rest.empty()) {
     return -1;
   }
-  const auto minute_text = take_before(rest, ':');
-  if (!minute_text || minute_text->empty() || rest.empty()) {
-    return -1;
-  }
-  *hour = to_number(*hour_text);
-  *minute = to_number(*minute_text);
+  *hour = to_number(hour_text);
+  *minute = to_number(minute_text);
   *second = to_number(rest);
   return 0;
 }

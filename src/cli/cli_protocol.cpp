@@ -2,18 +2,14 @@
 
 #include <cstring>
 #include <strings.h>
+#include <utility>
 
 #include "base/qvn_text.h"
 
 namespace {
 
-struct named_method {
-  cli_method id;
-  std::string_view name;
-};
-
 /// In the order of their numbers. The first stands for every other word.
-constexpr named_method cli_methods[] = {
+constexpr std::pair<cli_method, std::string_view> cli_methods[] = {
     {cli_method::unknown, "UNKNOWN"},   {cli_method::heartbeat, "heartbeat"},
     {cli_method::get_conf, "get_conf"}, {cli_method::reload_conf, "reload_conf"},
     {cli_method::login, "login"},       {cli_method::logout, "logout"},

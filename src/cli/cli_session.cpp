@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <utility>
 
 #include "base/qvn_log.h"
 #include "base/qvn_thread.h"
@@ -33,24 +34,19 @@ bool is_expired(cli_connection& connection) {
   return now >= connection.expires;
 }
 
+/// The commands that are answered.
+constexpr std::pair<cli_method, void (*)(const cli_connection&, std::string_view)> kCommands[] = {
+    {cli_method::get_conf, get_conf_request_proc},
+    {cli_method::reload_conf, reload_conf_request_proc},
+    {cli_method::help, cmd_help_request_proc},
+};
+
 void carry_out(cli_connection& connection, cli_method method, std::string_view arguments) {
-  switch (method) {
-    case cli_method::get_conf:
-      get_conf_request_proc(connection, arguments);
-      break;
-    case cli_method::reload_conf:
-      reload_conf_request_proc(connection, arguments);
-      break;
-    case cli_method::help:
-      cmd_help_request_proc(connection, arguments);
-      break;
-    case cli_method::logout:
-      connection.logout = true;
-      break;
-    case cli_method::unknown:
-    case cli_method::heartbeat:
-    case cli_method::login:
-      break;
+  connection.logout |= method == cli_method::logout;
+  for (const auto& [command, answer] : kCommands) {
+    if (command == method) {
+      answer(connection, arguments);
+    }
   }
 }
 
@@ -107,20 +103,14 @@ void serve(cli_connection& connection) {
   (void)qvn_tcp_reliable_send(connection.fd.get(), kWelcome.data(), kWelcome.size());
   renew(connection);
   while (g_cli_server_ctrl->exit != 1 && !is_expired(connection)) {
-    switch (qvn_wait_for_input(connection.fd.get(), connection.logout ? 0 : kLookAtExitFlag)) {
-      case qvn_input::none:
-        if (connection.logout) {
-          return;
-        }
-        break;
-      case qvn_input::broken:
-        QVN_LOG(kLogInfo, "%s", "The CLI socket select error, disconnected this connection\n");
-        return;
-      case qvn_input::ready:
-        if (!serve_input(connection)) {
-          return;
-        }
-        break;
+    const int patience = connection.logout ? 0 : kLookAtExitFlag;
+    const qvn_input input = qvn_wait_for_input(connection.fd.get(), patience);
+    if (input == qvn_input::broken) {
+      QVN_LOG(kLogInfo, "%s", "The CLI socket select error, disconnected this connection\n");
+      return;
+    }
+    if (input == qvn_input::none ? connection.logout : !serve_input(connection)) {
+      return;
     }
   }
 }

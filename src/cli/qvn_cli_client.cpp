@@ -136,17 +136,13 @@ void receive_until_end() {
     if (heartbeat_is_due()) {
       send_heartbeat();
     }
-    switch (qvn_wait_for_input(g_cli_client_ctrl->fd.get(), kLookAtExitFlag)) {
-      case qvn_input::none:
-        break;
-      case qvn_input::broken:
-        std::puts("The CLI socket select error, disconnected this connection");
-        return;
-      case qvn_input::ready:
-        if (!cli_client_msg_proc()) {
-          return;
-        }
-        break;
+    const qvn_input input = qvn_wait_for_input(g_cli_client_ctrl->fd.get(), kLookAtExitFlag);
+    if (input == qvn_input::broken) {
+      std::puts("The CLI socket select error, disconnected this connection");
+      return;
+    }
+    if (input == qvn_input::ready && !cli_client_msg_proc()) {
+      return;
     }
   }
 }

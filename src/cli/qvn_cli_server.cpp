@@ -31,10 +31,6 @@ constexpr int kTickMilliseconds = 500;
 constexpr int kReadsPerTick = 16;
 constexpr int kAcceptsPerTick = 1000;
 
-bool exit_requested() {
-  return g_cli_server_ctrl->exit == 1;
-}
-
 /// Waits for input on the descriptor from now on; also makes epoll report again input that has
 /// come before.
 bool watch(int operation, int fd) {
@@ -63,10 +59,6 @@ cli_connection* take_initial(cli_connection** link) {
   return connection;
 }
 
-void close_initial(cli_connection** link) {
-  delete take_initial(link);
-}
-
 /// Closes the initial connections whose time to log in is over. A clock that was stepped back
 /// prolongs no wait beyond its interval.
 void sweep(int64_t now) {
@@ -80,7 +72,7 @@ void sweep(int64_t now) {
   while (cli_connection* const connection = *link) {
     connection->expires = std::min(connection->expires, now + kLoginGrace);
     if (connection->expires < now) {
-      close_initial(link);
+      delete take_initial(link);
     } else {
       link = &connection->next;
     }
@@ -163,18 +155,14 @@ void accept_connections() {
 // --- before the login ----------------------------------------------------------------------------
 
 /// A refused client that does not read loses the answer: the listener never waits for a client.
-void send_refusal(const cli_connection& connection) {
-  static constexpr std::string_view kRefusal = "Incorrect login ID or password\r\n";
-  (void)send(connection.fd.get(), kRefusal.data(), kRefusal.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-}
-
 void refuse(const cli_connection& connection, cli_login why) {
+  static constexpr std::string_view kRefusal = "Incorrect login ID or password\r\n";
   if (why == cli_login::wrong_password) {
     const cli_peer peer = cli_peer_of(connection);
     QVN_LOG(kLogWarning, "Incorrect user ID or password, login client is %s%d\n", peer.address,
             peer.port);
   }
-  send_refusal(connection);
+  (void)send(connection.fd.get(), kRefusal.data(), kRefusal.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 /// Looks for a login in what came.
@@ -205,21 +193,14 @@ void serve_initial(int fd) {
   const cli_turn turn = cli_read_turn<kLoginReadSize>(
       fd, kReadsPerTick,
       [&](std::string_view bytes) { return !newest || !login_bytes(*connection, bytes); });
-  switch (turn.state) {
-    case cli_turn::drained:
-      break;
-    case cli_turn::unfinished:
-      connection->paused = true;
-      break;
-    case cli_turn::stopped:
-      cli_session_start(take_initial(link));
-      break;
-    case cli_turn::ended:
-      if (newest) {
-        log_end(*connection, turn.error);
-      }
-      close_initial(link);
-      break;
+  connection->paused |= turn.state == cli_turn::unfinished;
+  if (turn.state == cli_turn::stopped) {
+    cli_session_start(take_initial(link));
+  } else if (turn.state == cli_turn::ended) {
+    if (newest) {
+      log_end(*connection, turn.error);
+    }
+    delete take_initial(link);
   }
 }
 
@@ -242,7 +223,7 @@ void* cli_listen_threand_run(void* /*unused*/) noexcept {
   constexpr std::size_t kMostEvents = 100;
   qvn_thread_set_name("qvn_console");
   std::chrono::steady_clock::time_point next_tick{};
-  while (!exit_requested()) {
+  while (g_cli_server_ctrl->exit != 1) {
     sweep(std::time(nullptr));
     if (const auto now = std::chrono::steady_clock::now(); now >= next_tick) {
       next_tick = now + std::chrono::milliseconds(kTickMilliseconds);
@@ -323,7 +304,7 @@ int32_t qvn_cli_server_uninit() {
     return 0;
   }
   while (g_cli_server_ctrl->init_list) {
-    close_initial(&g_cli_server_ctrl->init_list);
+    delete take_initial(&g_cli_server_ctrl->init_list);
   }
   delete g_cli_server_ctrl;
   g_cli_server_ctrl = nullptr;

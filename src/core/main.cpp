@@ -1,6 +1,5 @@
 /// The daemon from its command line to its end, and the modules that it consists of.
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -79,17 +78,10 @@ command_line read_command_line(int count, char** words) {
   return flags;
 }
 
-void report_no_core_record() {
+/// Returns the exit status.
+int report_no_core_record() {
   std::printf("Alloc memory for %s control failure\n", kProgramName);
-}
-
-bool create_core_record() {
-  g_core_ctrl = new (std::nothrow) qvn_core_ctrl;
-  if (!g_core_ctrl) {
-    report_no_core_record();
-    return false;
-  }
-  return true;
+  return kNoCoreRecord;
 }
 
 /// The console's client: reads its settings, runs it, and ends this process with status 0.
@@ -135,16 +127,16 @@ bool prepare() {
 
 int main(int count, char** words) {
   qvn_open_standard_descriptors();
-  if (!create_core_record()) {
-    return kNoCoreRecord;
+  g_core_ctrl = new (std::nothrow) qvn_core_ctrl;
+  if (!g_core_ctrl) {
+    return report_no_core_record();
   }
-  qvn_core_set_phases({kInit, kConf, kStart, kExit, kUninit});
+  qvn_core_set_phases({kInit, kConf, kStart, kExit, kUninit, qvn_run_loop_mask()});
   qvn_task_set_pickers(kPickers);
   const command_line flags = read_command_line(count, words);
   qvn_enable_coredump();
   if (qvn_core_set_path() != 0) {
-    report_no_core_record();
-    return kNoCoreRecord;
+    return report_no_core_record();
   }
   if (flags.kill) {
     qvn_core_kill();
@@ -155,7 +147,6 @@ int main(int count, char** words) {
   g_core_ctrl->log_level = kLogDebug;
   system_signal_reset();
   qvn_db_set_connection_defaults();
-  qvn_core_set_wait_mask(qvn_run_loop_mask());
   if (!flags.foreground) {
     qvn_register_signal_handle();
     daemonize();

@@ -12,7 +12,6 @@ namespace {
 constexpr const char* kLogSource = "qvn_core";
 
 std::atomic<uint8_t> g_core_exit = 0;  ///< 1 makes the run loop return
-sigset_t g_wait_mask;                  ///< signals blocked while the run loop waits
 qvn_core_phases g_phases;
 
 }  // namespace
@@ -58,7 +57,8 @@ int32_t qvn_core_run() {
   (void)qvn_log_set_level(g_core_ctrl->log_level);
   qvn_log_set_size(g_core_ctrl->max_log_size);
   while (g_core_exit == 0) {
-    (void)ppoll(nullptr, 0, &kLookAtExitFlag, &g_wait_mask);  // a sleep that signals may cut short
+    (void)ppoll(nullptr, 0, &kLookAtExitFlag,
+                &g_phases.wait_mask);  // a sleep that signals may cut short
   }
   return 0;
 }
@@ -95,8 +95,4 @@ void qvn_core_free() {
   }
   delete g_core_ctrl;
   g_core_ctrl = nullptr;
-}
-
-void qvn_core_set_wait_mask(const sigset_t& mask) {
-  g_wait_mask = mask;
 }

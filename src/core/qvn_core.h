@@ -13,13 +13,14 @@ struct qvn_core_step {
   const char* label = "";  ///< of the module in messages, where the life cycle logs its failure
 };
 
-/// The steps of each phase in their order.
+/// The steps of each phase in their order, and what the run loop waits with.
 struct qvn_core_phases {
   std::span<const qvn_core_step> init;    ///< each logs its own failure
   std::span<const qvn_core_step> conf;    ///< labelled
   std::span<const qvn_core_step> start;   ///< labelled; a failure is an error number
   std::span<const qvn_core_step> exit;    ///< safe when init failed or never ran
   std::span<const qvn_core_step> uninit;  ///< the same
+  sigset_t wait_mask;                     ///< the signals blocked while the run loop waits
 };
 
 /// Takes the modules; the steps stay with the caller. First of all.
@@ -50,6 +51,3 @@ void qvn_core_uninit();
 
 /// Frees the core record and what it owns; nothing when there is none.
 void qvn_core_free();
-
-/// Takes the signal mask that the run loop waits with.
-void qvn_core_set_wait_mask(const sigset_t& mask);

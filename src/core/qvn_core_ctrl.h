@@ -53,7 +53,6 @@ struct qvn_core_ctrl {
   std::string install_dir;  ///< directory of the executable, without a trailing slash
   std::string conf_dir;     ///< install_dir + "/conf/"
   std::string log_dir;      ///< install_dir + "/log/"
-  std::string run_dir;      ///< install_dir + "/run/"
 
   struct stat pid_file {};  ///< of the pid file once it is locked; all 0 before
 };

@@ -1,7 +1,6 @@
 #include "core/qvn_process.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -48,15 +47,6 @@ void redirect_to_null(int descriptor, int flags) {
     (void)dup2(null_file, descriptor);
     (void)close(null_file);
   }
-}
-
-sigset_t handled_signals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int number : kHandledSignals) {
-    sigaddset(&set, number);
-  }
-  return set;
 }
 
 /// Whatever still blocks then, the process ends.
@@ -152,7 +142,6 @@ int32_t qvn_core_set_path() {
     g_core_ctrl->install_dir = qvn_get_run_path();
     g_core_ctrl->conf_dir = g_core_ctrl->install_dir + "/conf/";
     g_core_ctrl->log_dir = g_core_ctrl->install_dir + "/log/";
-    g_core_ctrl->run_dir = g_core_ctrl->install_dir + "/run/";
   } catch (const std::bad_alloc&) {
     return -1;
   }
@@ -160,7 +149,11 @@ int32_t qvn_core_set_path() {
 }
 
 void qvn_register_signal_handle() {
-  const sigset_t handled = handled_signals();
+  sigset_t handled;
+  sigemptyset(&handled);
+  for (const int number : kHandledSignals) {
+    sigaddset(&handled, number);
+  }
   (void)pthread_sigmask(SIG_BLOCK, &handled, nullptr);
   for (const int number : kHandledSignals) {
     (void)std::signal(number, qvn_signal_proc);

@@ -25,7 +25,7 @@ void qvn_enable_coredump();
 /// The directory of the executable, without a trailing slash; "." when it cannot be found.
 [[nodiscard]] std::string qvn_get_run_path();
 
-/// Fills the four directories of the core record. 0, or -1 when memory runs out.
+/// Fills the three directories of the core record. 0, or -1 when memory runs out.
 int32_t qvn_core_set_path();
 
 /// Blocks the signals that the run loop handles and installs their handler. Threads started later

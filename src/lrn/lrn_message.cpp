@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "base/qvn_text.h"
 
@@ -39,29 +40,13 @@ int32_t response_class(std::string_view status_line) {
   return usual_reason ? kLrnServiceUnavailable : kLrnOther503;
 }
 
-/// The values of the headers that a response is judged by.
-struct lrn_headers {
-  using value = std::optional<std::string_view>;
-  value from;
-  value to;
-  value call_id;
-  value cseq;
-  value contact;
-  value location_info;
-};
+/// The headers that a response is judged by, and their values.
+enum known_header : std::size_t { kFrom, kTo, kCallId, kCseq, kContact, kLocationInfo, kHeaders };
+using lrn_headers = std::array<std::optional<std::string_view>, kHeaders>;
 
 /// A header is known by how its line begins; its value starts at a fixed position of the line.
-struct known_header {
-  std::string_view name;
-  std::size_t value_at;
-  lrn_headers::value lrn_headers::*value;
-};
-
-constexpr known_header kKnownHeaders[] = {
-    {"From", 5, &lrn_headers::from},       {"To", 3, &lrn_headers::to},
-    {"Call-ID", 8, &lrn_headers::call_id}, {"CSeq", 5, &lrn_headers::cseq},
-    {"Contact", 8, &lrn_headers::contact}, {"Location-Info", 15, &lrn_headers::location_info},
-};
+constexpr std::pair<std::string_view, std::size_t> kKnownHeaders[kHeaders] = {
+    {"From", 5}, {"To", 3}, {"Call-ID", 8}, {"CSeq", 5}, {"Contact", 8}, {"Location-Info", 15}};
 
 lrn_headers read_headers(std::string_view text) {
   constexpr int kMostHeaders = 5;
@@ -69,9 +54,10 @@ lrn_headers read_headers(std::string_view text) {
   int recognised = 0;
   while (!text.empty() && recognised <= kMostHeaders) {
     const std::string_view line = take_line(text);
-    for (const known_header& known : kKnownHeaders) {
-      if (line.starts_with(known.name)) {
-        headers.*known.value = line.substr(std::min(known.value_at, line.size()));
+    for (std::size_t i = 0; i < kHeaders; ++i) {
+      const auto& [name, value_at] = kKnownHeaders[i];
+      if (line.starts_with(name)) {
+        headers[i] = line.substr(std::min(value_at, line.size()));
         ++recognised;
         break;
       }
@@ -126,20 +112,20 @@ lrn_verdict lrn_response_read(std::string_view datagram, std::string_view call_i
     return lrn_verdict::provisional;
   }
   const lrn_headers headers = read_headers(text);
-  if (!headers.from || !headers.to || !headers.call_id || !headers.cseq) {
+  if (!headers[kFrom] || !headers[kTo] || !headers[kCallId] || !headers[kCseq]) {
     return lrn_verdict::headers_missing;
   }
-  if (headers.cseq->find("INVITE") == std::string_view::npos ||
-      qvn_skip_blanks(*headers.call_id) != call_id) {
+  if (headers[kCseq]->find("INVITE") == std::string_view::npos ||
+      qvn_skip_blanks(*headers[kCallId]) != call_id) {
     return lrn_verdict::not_ours;
   }
   answer = {};
   answer.result = response_class(status_line);
-  if (headers.location_info) {
-    answer.location_info = headers.location_info->empty() ? '\0' : headers.location_info->front();
+  if (const auto& value = headers[kLocationInfo]) {
+    answer.location_info = value->empty() ? '\0' : value->front();
   }
-  if (headers.contact) {
-    answer.lrn = routing_number(*headers.contact);
+  if (headers[kContact]) {
+    answer.lrn = routing_number(*headers[kContact]);
   }
   return lrn_verdict::accepted;
 }

@@ -87,18 +87,13 @@ bool attempt(lrn_query& query) {
     return false;
   }
   lrn_answer answer;
-  switch (lrn_response_read({bytes, length}, query.call_id, answer)) {
-    case lrn_verdict::accepted:
-      store(query, answer);
-      return true;
-    case lrn_verdict::headers_missing:
-      QVN_LOG(kLogInfo, "%s", "Invalid lrn response, missing From or To or Call-ID header\n");
-      return false;
-    case lrn_verdict::provisional:
-    case lrn_verdict::not_ours:
-      break;
+  const lrn_verdict verdict = lrn_response_read({bytes, length}, query.call_id, answer);
+  if (verdict == lrn_verdict::headers_missing) {
+    QVN_LOG(kLogInfo, "%s", "Invalid lrn response, missing From or To or Call-ID header\n");
+  } else if (verdict == lrn_verdict::accepted) {
+    store(query, answer);
   }
-  return false;
+  return verdict == lrn_verdict::accepted;
 }
 
 }  // namespace

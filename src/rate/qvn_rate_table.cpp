@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
-#include <functional>
 #include <iterator>
 #include <new>
 #include <utility>
@@ -77,15 +75,11 @@ void link_sorted(rp_hash_node* node, Record* record, Before comes_before) {
 
 template <class Record>
 void unlink(rp_hash_node* node, Record* record) {
-  if (record->next == record) {
-    node->items = nullptr;
-  } else {
-    record->prev->next = record->next;
-    record->next->prev = record->prev;
-    if (node->items == record) {
-      node->items = record->next;
-    }
+  if (node->items == record) {
+    node->items = record->next != record ? record->next : nullptr;
   }
+  record->prev->next = record->next;
+  record->next->prev = record->prev;
   --node->item_count;
   qvn_slab::release(record);
 }
@@ -282,8 +276,7 @@ int32_t delete_time_profile_node(rp_hash_node* node, const void* /*ignored*/) {
 
 void create_del_expire_rate(const rate_node* first, uint64_t count, expire_rate_req** requests,
                             int64_t effective_date) {
-  const rate_node* rate = first;
-  for (; rate && count > 0; --count, rate = rate->next) {
+  for (const rate_node* rate = first; rate && count > 0; --count, rate = rate->next) {
     if (rate->effective_date != effective_date) {
       continue;
     }
@@ -315,19 +308,15 @@ void delete_expire_rate(rp_hash_node* root, const char* code, const char* rate_i
 }
 
 int32_t get_timezone_from_str(const char* text) {
-  struct zone {
-    const char* text;
-    int32_t hours;
-  };
-  static constexpr zone kZones[] = {
+  static constexpr std::pair<const char*, int32_t> kZones[] = {
       {"+0000", 0},  {"-1200", -12}, {"-1100", -11}, {"-1000", -10}, {"-0900", -9}, {"-0800", -8},
       {"-0700", -7}, {"-0600", -6},  {"-0500", -5},  {"-0300", -3},  {"-0200", -2}, {"-0100", -1},
       {"+0100", 1},  {"+0200", 2},   {"+0300", 3},   {"+0400", 4},   {"+0500", 5},  {"+0600", 6},
       {"+0700", 7},  {"+0800", 8},   {"+0900", 9},   {"+1000", 10},  {"+1100", 11}, {"+1200", 12},
   };
   const auto* const found = std::ranges::find_if(
-      kZones, [text](const zone& entry) { return same_text(entry.text, text); });
-  return found == std::end(kZones) ? 0 : found->hours;
+      kZones, [text](const auto& zone) { return same_text(zone.first, text); });
+  return found == std::end(kZones) ? 0 : found->second;
 }
 
 bool qvn_is_rate(std::string_view text) {

@@ -22,11 +22,6 @@ uint8_t key_byte(const char* key) {
   return static_cast<uint8_t>(*key);
 }
 
-/// Key lengths are cut to 8 bits.
-uint8_t key_length(const char* key) {
-  return static_cast<uint8_t>(std::strlen(key));
-}
-
 rp_hash_node* find_sibling(rp_hash_node* level, uint8_t ch) {
   rp_hash_node* node = level;
   while (node && node->ch != ch) {
@@ -225,7 +220,7 @@ rp_hash_node* rp_hash_create(rp_hash_node** slot, const char* key) {
   if (!slot || !key) {
     return nullptr;
   }
-  const uint8_t length = key_length(key);
+  const auto length = static_cast<uint8_t>(std::strlen(key));  // cut to 8 bits
   rp_hash_node* node = nullptr;
   if (length == 0) {
     node = enter(slot, nullptr, 0, kEmptyKeyDepth);
@@ -240,11 +235,6 @@ rp_hash_node* rp_hash_create(rp_hash_node** slot, const char* key) {
     set_terminal(node, 1);
   }
   return node;
-}
-
-rp_hash_node* rp_hash_create_nested(rp_hash_node** slot, const char* outer, const char* key) {
-  rp_hash_node* const node = rp_hash_create(slot, outer);
-  return node ? rp_hash_create(&node->sub, key) : nullptr;
 }
 
 rp_hash_node* rp_hash_search(rp_hash_node* const* slot, const char* key) {

@@ -58,11 +58,6 @@ using rp_hash_visit_fn = int32_t (*)(rp_hash_node* node, void* argument);
 /// then drops its record.
 [[nodiscard]] rp_hash_node* rp_hash_create(rp_hash_node** slot, const char* key);
 
-/// rp_hash_create of the outer key, then of the key in the nested tree of its node, which is
-/// returned.
-[[nodiscard]] rp_hash_node* rp_hash_create_nested(rp_hash_node** slot, const char* outer,
-                                                  const char* key);
-
 /// Longest prefix: the deepest node on the key's path at which a key ends, else the node of the
 /// empty key, else null.
 [[nodiscard]] rp_hash_node* rp_hash_search(rp_hash_node* const* slot, const char* key);

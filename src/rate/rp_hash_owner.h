@@ -25,7 +25,8 @@ class rp_hash_owner {
   /// nested tree of the outer one.
   [[nodiscard]] rp_hash_node* create(const char* key) { return rp_hash_create(&root_, key); }
   [[nodiscard]] rp_hash_node* create(const char* outer, const char* key) {
-    return rp_hash_create_nested(&root_, outer, key);
+    rp_hash_node* const node = create(outer);
+    return node ? rp_hash_create(&node->sub, key) : nullptr;
   }
 
   /// First node of the top level; null when empty.

@@ -21,14 +21,15 @@ namespace {
 constexpr const char* kNames[kDeckColumns] = {"code_id", "code", "code_deck_id", "country", "name"};
 
 /// Reads rows, without their line ends.
-class csv_reader {
- public:
-  csv_reader(const char* path, std::FILE* file) : path_(path), file_(file) {}
+struct csv_reader {
+  const char* path;
+  std::FILE* file;
+  int number = 0;  ///< of the line that was read last
 
   /// The next row that is not empty; false at the end.
   bool next(std::string& row) {
     while (read_line(row)) {
-      ++line_;
+      ++number;
       row.resize(std::min(row.find_first_of("\r\n"), row.size()));
       if (!row.empty()) {
         return true;
@@ -38,15 +39,14 @@ class csv_reader {
   }
 
   bool complain(const char* what) const {
-    (void)std::fprintf(stderr, "%s:%d: %s\n", path_, line_, what);
+    (void)std::fprintf(stderr, "%s:%d: %s\n", path, number, what);
     return false;
   }
 
- private:
   bool read_line(std::string& line) {
     char piece[4096];
     line.clear();
-    while (std::fgets(piece, sizeof piece, file_)) {
+    while (std::fgets(piece, sizeof piece, file)) {
       line += piece;
       if (line.ends_with('\n')) {
         return true;
@@ -54,10 +54,6 @@ class csv_reader {
     }
     return !line.empty();
   }
-
-  const char* path_;
-  std::FILE* file_;
-  int line_ = 0;
 };
 
 /// What the file's columns hold; kDeckColumns: nothing of interest.
@@ -112,7 +108,7 @@ bool code_deck_csv_load(const char* path, std::string default_id, code_decks& de
     (void)std::fprintf(stderr, "%s: %s\n", path, std::strerror(errno));
     return false;
   }
-  csv_reader reader(path, file.get());
+  csv_reader reader{path, file.get()};
   column_list columns;
   if (!read_header(reader, columns)) {
     return false;

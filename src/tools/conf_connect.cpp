@@ -1,7 +1,5 @@
 #include "tools/conf_connect.h"
 
-#include <array>
-
 #include "db/qvn_db.h"
 #include "rate_upload/rate_upload_row.h"
 #include "rerate/rerate_row.h"
@@ -12,14 +10,6 @@ constexpr const char* kLabel = "Configuration check";
 
 /// The server checks tables, columns and rights of a statement that it only explains.
 constexpr const char* kNothingChanges = "SET default_transaction_read_only = on";
-std::array<std::string, 4> statements() {
-  return {
-      kRateUploadJobQuery,
-      rate_upload_row_final_update(0, {}, {}, 0, 0, ""),
-      kRerateJobQuery,
-      rerate_row_final_update(0, {}, {}, 0, 0, ""),
-  };
-}
 
 /// The server's words on a failure; empty when there is none.
 std::string failure_of(PGconn* connection, const std::string& sql) {
@@ -47,7 +37,12 @@ void conf_check_connection(const conf_database& database, conf_findings& finding
     return;
   }
   failure = failure_of(connection.get(), kNothingChanges);
-  for (const std::string& statement : statements()) {
+  for (const std::string& statement : {
+           std::string(kRateUploadJobQuery),
+           rate_upload_row_final_update(0, {}, {}, 0, 0, ""),
+           std::string(kRerateJobQuery),
+           rerate_row_final_update(0, {}, {}, 0, 0, ""),
+       }) {
     if (failure.empty()) {
       failure = failure_of(connection.get(), "EXPLAIN " + statement);
     }

@@ -3,24 +3,17 @@
 #include <algorithm>
 #include <cstdio>
 
-std::string printable(std::string text) {
+void conf_findings::add(int line, std::string text, tool_status status) {
   std::ranges::replace_if(
       text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
-  return text;
-}
-
-void conf_findings::add(int line, const std::string& text, tool_status status) {
-  lines_.emplace_back(line, printable(text));
+  lines_.emplace_back(line, std::move(text));
   status_ = std::max(status_, status);
 }
 
 void conf_findings::print() {
   std::ranges::stable_sort(lines_, {}, &std::pair<int, std::string>::first);
   for (const auto& [line, text] : lines_) {
-    if (line > 0) {
-      std::printf("%s:%d: %s\n", path_.c_str(), line, text.c_str());
-    } else {
-      std::printf("%s: %s\n", path_.c_str(), text.c_str());
-    }
+    const std::string place = line > 0 ? ":" + std::to_string(line) : "";
+    std::printf("%s%s: %s\n", path_.c_str(), place.c_str(), text.c_str());
   }
 }

@@ -7,16 +7,14 @@
 
 #include "tools/tool_status.h"
 
-/// The text with everything that could disturb a terminal replaced by "?".
-[[nodiscard]] std::string printable(std::string text);
-
 /// The findings in one file.
 class conf_findings {
  public:
   explicit conf_findings(std::string path) : path_(std::move(path)) {}
 
-  /// Line 0: the file as a whole. kUnusable: the daemon would not start.
-  void add(int line, const std::string& text, tool_status status = kFindings);
+  /// Line 0: the file as a whole. kUnusable: the daemon would not start. Everything in the text
+  /// that could disturb a terminal is replaced by "?".
+  void add(int line, std::string text, tool_status status = kFindings);
 
   [[nodiscard]] tool_status status() const { return status_; }
   [[nodiscard]] const std::string& path() const { return path_; }

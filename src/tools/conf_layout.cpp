@@ -1,17 +1,22 @@
 #include "tools/conf_layout.h"
 
 #include <algorithm>
+#include <span>
 
 #include "core/qvn_core_ctrl.h"
 
 namespace {
 
-std::string repeated(const std::string& name, int first) {
-  return "section [" + name + "] again: only the one in line " + std::to_string(first) + " is read";
-}
-
 bool is_header(const recorded_line& line) {
   return line.kind == conf_kind::header;
+}
+
+/// The first header whose name is as asked for, or null.
+template <class IsWanted>
+const recorded_line* find_header(std::span<const recorded_line> lines, IsWanted is_wanted) {
+  const auto found = std::ranges::find_if(
+      lines, [&](const recorded_line& line) { return is_header(line) && is_wanted(line.key); });
+  return found == lines.end() ? nullptr : &*found;
 }
 
 }  // namespace
@@ -65,16 +70,11 @@ recorded_reading conf_layout::read(const std::string& section, conf_callback han
 }
 
 const recorded_line* conf_layout::header(const std::string& name) const {
-  const auto found = std::ranges::find_if(
-      lines_, [&](const recorded_line& line) { return is_header(line) && line.key == name; });
-  return found == lines_.end() ? nullptr : &*found;
+  return find_header(lines_, [&](const std::string& key) { return key == name; });
 }
 
 const recorded_line* conf_layout::header_beginning(const std::string& beginning) const {
-  const auto found = std::ranges::find_if(lines_, [&](const recorded_line& line) {
-    return is_header(line) && line.key.starts_with(beginning);
-  });
-  return found == lines_.end() ? nullptr : &*found;
+  return find_header(lines_, [&](const std::string& key) { return key.starts_with(beginning); });
 }
 
 void conf_layout::check_headers(conf_findings& findings) const {
@@ -91,7 +91,8 @@ void conf_layout::check_headers(conf_findings& findings) const {
     } else if (is_header(line) && line.key.empty()) {
       findings.add(line.number, "a section without a name is not read");
     } else if (is_header(line) && header(line.key) != &line) {
-      findings.add(line.number, repeated(line.key, header(line.key)->number));
+      findings.add(line.number, "section [" + line.key + "] again: only the one in line " +
+                                    std::to_string(header(line.key)->number) + " is read");
     }
   }
 }
@@ -105,9 +106,13 @@ void conf_layout::check_long_lines(conf_findings& findings) const {
   }
 }
 
-void conf_layout::check_unread(int stop, conf_findings& findings) const {
+void conf_layout::check_unread(const recorded_reading& reading, conf_findings& findings) const {
+  if (reading.lines.empty() || reading.lines.back().fate != conf_fate::stopped) {
+    return;
+  }
+  const int stop = reading.lines.back().number;
   for (const recorded_line& line : lines_) {
-    if (stop == 0 || line.number <= stop || line.continued) {
+    if (line.number <= stop || line.continued) {
       continue;
     }
     if (is_header(line)) {

@@ -66,9 +66,9 @@ class conf_layout {
   /// Reports lines that are longer than the reader takes at once.
   void check_long_lines(conf_findings& findings) const;
 
-  /// Reports the pairs from line `stop` to the next header, which the daemon does not read;
-  /// none for line 0.
-  void check_unread(int stop, conf_findings& findings) const;
+  /// Reports the pairs after the one that ended the reading of its section, up to the next header:
+  /// the daemon does not read them.
+  void check_unread(const recorded_reading& reading, conf_findings& findings) const;
 
   [[nodiscard]] const std::vector<recorded_line>& lines() const { return lines_; }
 

@@ -5,7 +5,6 @@
 #include <new>
 #include <set>
 #include <strings.h>
-#include <sys/socket.h>
 
 #include "base/qvn_socket.h"
 #include "core/qvn_core_ctrl.h"
@@ -56,35 +55,23 @@ void check_unknown_sections(const conf_layout& layout, std::span<const qvn_conf_
   }
 }
 
-/// Whether a socket of this machine may have the address.
-bool can_be_bound(in_addr_t address) {
-  const qvn_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_addr.s_addr = address;
-  return bind(fd.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
-}
-
 /// The daemon ends when its console cannot listen; without an address it cannot be reached.
-void check_console_address(const recorded_line& line, conf_findings& findings) {
-  const in_addr_t address = inet_addr(g_core_ctrl->cli_listen_ip);
-  if (address == INADDR_NONE) {
-    findings.add(line.number,
-                 line.key + ": not a numeric IPv4 address, nobody reaches the console");
-  } else if (!can_be_bound(address)) {
-    findings.add(line.number,
-                 line.key + ": this machine does not have the address, the daemon does not start",
-                 kUnusable);
-  }
-}
-
 void check_console(const recorded_reading& reading, conf_findings& findings) {
   const auto is_address = [](const recorded_line& line) {
     return line.fate == conf_fate::taken && strcasecmp(line.key.c_str(), "cli_listen_ip") == 0;
   };
   const auto last = std::find_if(reading.lines.rbegin(), reading.lines.rend(), is_address);
-  if (last != reading.lines.rend()) {
-    check_console_address(*last, findings);
+  if (last == reading.lines.rend()) {
+    return;
+  }
+  const char* const address = g_core_ctrl->cli_listen_ip;
+  if (inet_addr(address) == INADDR_NONE) {
+    findings.add(last->number,
+                 last->key + ": not a numeric IPv4 address, nobody reaches the console");
+  } else if (!qvn_fd(qvn_tcp_socket_and_listen(address, 0, 1)).is_open()) {
+    findings.add(last->number,
+                 last->key + ": this machine does not have the address, the daemon does not start",
+                 kUnusable);
   }
 }
 
@@ -98,7 +85,7 @@ void conf_check_main_file(conf_findings& findings) {
   const std::set<std::string> references = conf_references(readings);
   for (std::size_t i = 0; i < readings.size(); ++i) {
     conf_check_section(readings[i], {sections[i].settings, sections, references}, findings);
-    layout.check_unread(conf_stopping_line(readings[i]), findings);
+    layout.check_unread(readings[i], findings);
     check_console(readings[i], findings);
   }
   layout.check_headers(findings);

@@ -1,10 +1,7 @@
 #include "tools/conf_section.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <map>
-#include <strings.h>
 
 #include "base/qvn_text.h"
 
@@ -15,10 +12,6 @@ std::string key_word(const std::string& key) {
   constexpr const char* kWord = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
   const std::string word = key.substr(0, key.find_first_not_of(kWord));
   return word.empty() ? "?" : word;
-}
-
-bool reached_handler(const recorded_line& line) {
-  return line.fate == conf_fate::taken || line.fate == conf_fate::stopped;
 }
 
 /// Where the text begins that a line has after its value, or npos.
@@ -51,159 +44,123 @@ std::string sign_name(char sign) {
   }
 }
 
-/// The number that a value begins with, as it is written; `rest` is what follows it.
-long written_number(const std::string& value, std::string& rest) {
-  char* end = nullptr;
-  const long number = std::strtol(value.c_str(), &end, 10);
-  rest = end;
-  return number;
-}
-
 /// Reports on one section, line by line.
-class section_check {
- public:
-  section_check(const recorded_reading& reading, const conf_known& known, conf_findings& findings)
-      : reading_(reading), known_(known), findings_(findings) {}
+struct section_check {
+  const recorded_reading& reading;
+  const conf_known& known;
+  conf_findings& findings;
+  std::map<const qvn_setting*, int> lines_by_setting{};
 
-  void check(const recorded_line& line);
-
- private:
-  void check_pair(const recorded_line& line);
-  void check_value(const recorded_line& line, const qvn_setting& setting);
-  void check_text(const recorded_line& line, const qvn_setting& setting);
-  void check_number(const recorded_line& line, const qvn_number_setting& number);
-  void check_repetition(const recorded_line& line, const qvn_setting& setting);
-  void report_unknown(const recorded_line& line);
-  void report_reference(const recorded_line& line, const qvn_setting* setting);
-  void add(const recorded_line& line, const std::string& text) {
-    findings_.add(line.number, key_word(line.key) + ": " + text);
-  }
-
-  const recorded_reading& reading_;
-  const conf_known& known_;
-  conf_findings& findings_;
-  std::map<const qvn_setting*, int> lines_by_setting_;
-};
-
-void section_check::check(const recorded_line& line) {
-  // What follows a piece of a long line is reported with it, and may be the rest of a password.
-  if (line.continued) {
-    return;
-  }
-  switch (line.kind) {
-    case conf_kind::no_pair:
-      findings_.add(line.number, "no \"key=value\": ignored");
-      break;
-    case conf_kind::no_value:
+  void check(const recorded_line& line) {
+    // What follows a piece of a long line is reported with it, and may be the rest of a password.
+    if (line.continued) {
+      return;
+    }
+    if (line.kind == conf_kind::no_pair) {
+      findings.add(line.number, "no \"key=value\": ignored");
+    } else if (line.kind == conf_kind::no_value) {
       add(line, "no value" +
                     (is_note(line.dropped) ? std::string()
                                            : " in front of " + sign_name(line.dropped.front())) +
                     ": ignored");
-      break;
-    case conf_kind::pair:
+    } else if (line.kind == conf_kind::pair) {
       check_pair(line);
-      break;
-    default:
-      break;
-  }
-}
-
-void section_check::check_pair(const recorded_line& line) {
-  const qvn_setting* const setting = qvn_setting_find(known_.settings, line.key.c_str());
-  if (!setting) {
-    report_unknown(line);
-    return;
-  }
-  if (is_cut(line, *setting)) {
-    add(line, "the value is cut at " + sign_name(line.dropped.front()));
-  }
-  if (line.is_reference) {
-    report_reference(line, setting);
-  }
-  if (reached_handler(line)) {
-    check_repetition(line, *setting);
-    check_value(line, *setting);
-  }
-}
-
-void section_check::report_unknown(const recorded_line& line) {
-  if (known_.references.contains(reading_.section + ".$" + line.key)) {
-    return;
-  }
-  for (const qvn_conf_section& section : known_.sections) {
-    if (qvn_setting_find(section.settings, line.key.c_str())) {
-      add(line, "ignored here: it belongs in section [" + std::string(section.name) + "]");
-      return;
     }
   }
-  add(line, "unknown key, ignored");
-}
 
-void section_check::report_reference(const recorded_line& line, const qvn_setting* setting) {
-  const std::string leads =
-      line.fate == conf_fate::no_reference ? ", which leads nowhere: the line is ignored" : "";
-  const std::string target = setting->secret ? "" : " " + line.written;
-  add(line, "\".$\" makes the value a reference" + target + leads);
-}
+  void check_pair(const recorded_line& line) {
+    const qvn_setting* const setting = qvn_setting_find(known.settings, line.key.c_str());
+    if (!setting) {
+      report_unknown(line);
+      return;
+    }
+    if (is_cut(line, *setting)) {
+      add(line, "the value is cut at " + sign_name(line.dropped.front()));
+    }
+    if (line.is_reference) {
+      report_reference(line, setting);
+    }
+    if (line.fate == conf_fate::taken || line.fate == conf_fate::stopped) {
+      check_repetition(line, *setting);
+      if (setting->number) {
+        check_number(line, *setting->number);
+      } else {
+        check_text(line, *setting);
+      }
+    }
+  }
 
-void section_check::check_repetition(const recorded_line& line, const qvn_setting& setting) {
-  int& earlier = lines_by_setting_[&setting];
-  if (earlier != 0) {
-    add(line, "given again: this one counts, not that of line " + std::to_string(earlier));
+  void report_unknown(const recorded_line& line) {
+    if (known.references.contains(reading.section + ".$" + line.key)) {
+      return;
+    }
+    for (const qvn_conf_section& section : known.sections) {
+      if (qvn_setting_find(section.settings, line.key.c_str())) {
+        add(line, "ignored here: it belongs in section [" + std::string(section.name) + "]");
+        return;
+      }
+    }
+    add(line, "unknown key, ignored");
   }
-  earlier = line.number;
-}
 
-void section_check::check_value(const recorded_line& line, const qvn_setting& setting) {
-  if (setting.number) {
-    check_number(line, *setting.number);
-  } else {
-    check_text(line, setting);
+  void report_reference(const recorded_line& line, const qvn_setting* setting) {
+    const std::string leads =
+        line.fate == conf_fate::no_reference ? ", which leads nowhere: the line is ignored" : "";
+    const std::string target = setting->secret ? "" : " " + line.written;
+    add(line, "\".$\" makes the value a reference" + target + leads);
   }
-}
 
-void section_check::check_text(const recorded_line& line, const qvn_setting& setting) {
-  if (setting.most_characters > 0 && line.value.size() > setting.most_characters) {
-    add(line, "the value is cut after " + std::to_string(setting.most_characters) + " characters");
+  void check_repetition(const recorded_line& line, const qvn_setting& setting) {
+    int& earlier = lines_by_setting[&setting];
+    if (earlier != 0) {
+      add(line, "given again: this one counts, not that of line " + std::to_string(earlier));
+    }
+    earlier = line.number;
   }
-  if (line.value.find('\t') != std::string::npos) {
-    add(line, "a tab is part of the value");
-  }
-}
 
-void section_check::check_number(const recorded_line& line, const qvn_number_setting& number) {
-  std::string rest;
-  const long written = written_number(line.value, rest);
-  const uint32_t stored = qvn_setting_stored(number, line.value.c_str());
-  const std::string used = std::to_string(stored / number.factor);
-  if (!is_note(rest)) {
-    add(line, "\"" + line.written + "\" is not a number: taken as " + used);
-  } else if (written != static_cast<long>(stored / number.factor)) {
-    add(line, std::to_string(written) + " does not fit: taken as " + used);
+  void check_text(const recorded_line& line, const qvn_setting& setting) {
+    if (setting.most_characters > 0 && line.value.size() > setting.most_characters) {
+      add(line,
+          "the value is cut after " + std::to_string(setting.most_characters) + " characters");
+    }
+    if (line.value.find('\t') != std::string::npos) {
+      add(line, "a tab is part of the value");
+    }
   }
-  if (stored >= number.lowest && stored <= number.highest) {
-    return;
+
+  void check_number(const recorded_line& line, const qvn_number_setting& number) {
+    char* rest = nullptr;
+    const long written = std::strtol(line.value.c_str(), &rest, 10);
+    const uint32_t stored = qvn_setting_stored(number, line.value.c_str());
+    const std::string used = std::to_string(stored / number.factor);
+    if (!is_note(rest)) {
+      add(line, "\"" + line.written + "\" is not a number: taken as " + used);
+    } else if (written != static_cast<long>(stored / number.factor)) {
+      add(line, std::to_string(written) + " does not fit: taken as " + used);
+    }
+    if (stored >= number.lowest && stored <= number.highest) {
+      return;
+    }
+    const bool unset = number.zero_is_unset && stored == 0;
+    add(line, used + " is not in " + std::to_string(number.lowest / number.factor) + " to " +
+                  std::to_string(number.highest / number.factor) +
+                  (unset ? " and leaves the default" : " and is used all the same") +
+                  (line.fate == conf_fate::stopped
+                       ? "; the rest of section [" + reading.section + "] is not read"
+                       : ""));
   }
-  const bool unset = number.zero_is_unset && stored == 0;
-  add(line, used + " is not in " + std::to_string(number.lowest / number.factor) + " to " +
-                std::to_string(number.highest / number.factor) +
-                (unset ? " and leaves the default" : " and is used all the same") +
-                (line.fate == conf_fate::stopped
-                     ? "; the rest of section [" + reading_.section + "] is not read"
-                     : ""));
-}
+
+  void add(const recorded_line& line, const std::string& text) {
+    findings.add(line.number, key_word(line.key) + ": " + text);
+  }
+};
 
 }  // namespace
 
 void conf_check_section(const recorded_reading& reading, const conf_known& known,
                         conf_findings& findings) {
-  section_check check(reading, known, findings);
+  section_check check{reading, known, findings};
   for (const recorded_line& line : reading.lines) {
     check.check(line);
   }
-}
-
-int conf_stopping_line(const recorded_reading& reading) {
-  const bool stopped = !reading.lines.empty() && reading.lines.back().fate == conf_fate::stopped;
-  return stopped ? reading.lines.back().number : 0;
 }

@@ -21,6 +21,3 @@ struct conf_known {
 /// not even that when the setting is secret.
 void conf_check_section(const recorded_reading& reading, const conf_known& known,
                         conf_findings& findings);
-
-/// The line whose value ended the reading of the section, or 0.
-[[nodiscard]] int conf_stopping_line(const recorded_reading& reading);

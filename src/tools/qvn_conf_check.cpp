@@ -59,25 +59,12 @@ bool can_be_read(conf_findings& findings) {
   return true;
 }
 
-tool_status check_main_file() {
-  conf_findings findings(g_core_ctrl->conf_dir + kMainConfFile);
+/// Has one file checked and prints the findings.
+template <class Check>
+tool_status check_file(const char* name, Check check) {
+  conf_findings findings(g_core_ctrl->conf_dir + name);
   if (can_be_read(findings)) {
-    conf_check_main_file(findings);
-  }
-  findings.print();
-  return findings.status();
-}
-
-tool_status check_databases(bool connect) {
-  conf_findings findings(g_core_ctrl->conf_dir + kDbConfFile);
-  std::vector<conf_database> databases;
-  if (can_be_read(findings)) {
-    databases = conf_check_database_list(findings);
-  }
-  for (const conf_database& database : databases) {
-    if (connect) {
-      conf_check_connection(database, findings);
-    }
+    check(findings);
   }
   findings.print();
   return findings.status();
@@ -85,8 +72,14 @@ tool_status check_databases(bool connect) {
 
 /// Reads both files, prints the findings, and, if asked, tries the connection of each database.
 tool_status conf_check(bool connect) {
-  const tool_status main_file = check_main_file();
-  return std::max(main_file, check_databases(connect));
+  const tool_status main_file = check_file(kMainConfFile, conf_check_main_file);
+  return std::max(main_file, check_file(kDbConfFile, [connect](conf_findings& findings) {
+                    for (const conf_database& database : conf_check_database_list(findings)) {
+                      if (connect) {
+                        conf_check_connection(database, findings);
+                      }
+                    }
+                  }));
 }
 
 /// The folder itself, or the one named conf in it; ends in "/".
@@ -124,6 +117,5 @@ tool_status run(int count, char** words) {
 }  // namespace
 
 int main(int count, char** words) {
-  qvn_open_standard_descriptors();
   return tool_main("qvn_conf_check", [&] { return run(count, words); });
 }

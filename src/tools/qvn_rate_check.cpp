@@ -2,9 +2,7 @@
 
 #include <cstdio>
 #include <getopt.h>
-#include <new>
 
-#include "core/qvn_process.h"
 #include "rate_upload/deck_validation.h"
 #include "tools/rate_check.h"
 #include "tools/tool_main.h"
@@ -52,22 +50,17 @@ constexpr option kOptions[] = {{"codes", required_argument, nullptr, 'c'},
 bool read_options(int count, char** words, rate_check_options& options, tool_status& status) {
   for (int letter = 0;
        (letter = getopt_long(count, words, "c:d:r:qhV", kOptions, nullptr)) != -1;) {
-    switch (letter) {
-      case 'c':
-        options.codes_path = optarg;
-        break;
-      case 'd':
-        options.code_deck_id = optarg;
-        break;
-      case 'r':
-        options.reimport_path = optarg;
-        break;
-      case 'q':
-        options.quiet = true;
-        break;
-      default:
-        status = tool_answer(letter, "qvn_rate_check", kUsage, kHelp);
-        return false;
+    if (letter == 'c') {
+      options.codes_path = optarg;
+    } else if (letter == 'd') {
+      options.code_deck_id = optarg;
+    } else if (letter == 'r') {
+      options.reimport_path = optarg;
+    } else if (letter == 'q') {
+      options.quiet = true;
+    } else {
+      status = tool_answer(letter, "qvn_rate_check", kUsage, kHelp);
+      return false;
     }
   }
   return true;
@@ -94,6 +87,5 @@ tool_status run(int count, char** words) {
 }  // namespace
 
 int main(int count, char** words) {
-  qvn_open_standard_descriptors();
   return tool_main("qvn_rate_check", [&] { return run(count, words); });
 }

@@ -9,7 +9,6 @@
 #include <map>
 #include <new>
 #include <span>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -142,16 +141,8 @@ qvn_file open_deck(const rate_check_options& options) {
   return deck;
 }
 
-/// Whether writing to the path would destroy the deck that is being read.
-bool is_same_file(const char* path, std::FILE* deck) {
-  struct stat ours {};
-  struct stat theirs {};
-  return stat(path, &ours) == 0 && fstat(fileno(deck), &theirs) == 0 &&
-         ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino;
-}
-
 qvn_file create_reimport(const char* path, std::FILE* deck) {
-  if (is_same_file(path, deck)) {
+  if (qvn_leads_to(path, deck)) {  // writing to it would destroy the deck that is being read
     (void)complain(path, kReimportNotCreated, "it is the rate file itself");
     return nullptr;
   }

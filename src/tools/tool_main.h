@@ -15,22 +15,21 @@ inline tool_status tool_usage_error(const char* usage) {
 /// Answers the options that end a program at once: 'h', 'V', and whatever getopt does not know.
 inline tool_status tool_answer(int letter, const char* program, const char* usage,
                                const char* help) {
-  switch (letter) {
-    case 'h':
-      std::printf("%s\n%s", usage, help);
-      return kNothingToSay;
-    case 'V':
-      std::printf("%s %s-%s\n", program, kVersionLabel, qvn_build_revision());
-      return kNothingToSay;
-    default:
-      return tool_usage_error(usage);
+  if (letter == 'h') {
+    std::printf("%s\n%s", usage, help);
+  } else if (letter == 'V') {
+    std::printf("%s %s-%s\n", program, kVersionLabel, qvn_build_revision());
+  } else {
+    return tool_usage_error(usage);
   }
+  return kNothingToSay;
 }
 
 /// Runs the program; kUnusable, with a line, when memory runs out or standard output cannot be
 /// written to.
 template <class Run>
 tool_status tool_main(const char* program, Run run) {
+  qvn_open_standard_descriptors();
   tool_status status = kUnusable;
   try {
     status = run();
