@@ -1,7 +1,6 @@
 #include "rate_upload/keyed_slots.h"
 
 #include "base/qvn_keyed_hash.h"
-#include "rate_upload/import_slab.h"
 
 namespace {
 
@@ -22,28 +21,23 @@ uint32_t keyed_slots::hash(std::string_view key) {
   return static_cast<uint32_t>(qvn_keyed_hash(qvn_process_hash_key(), key));
 }
 
-keyed_slots::~keyed_slots() {
-  qvn_slab::release(slots_);
-}
-
 bool keyed_slots::grow() {
   const std::size_t capacity = capacity_ == 0 ? kFirstCapacity : 2 * capacity_;
-  auto* const slots = static_cast<uint64_t*>(import_slab.alloc(capacity * sizeof(uint64_t)));
+  import_items<uint64_t> slots = import_items_make<uint64_t>(capacity);
   if (!slots) {
     return false;
   }
   for (std::size_t i = 0; i < capacity_; ++i) {
     if (slots_[i] != 0) {
-      put(slots, capacity, slots_[i], kHashShift);
+      put(slots.get(), capacity, slots_[i], kHashShift);
     }
   }
-  qvn_slab::release(slots_);
-  slots_ = slots;
+  slots_ = std::move(slots);
   capacity_ = capacity;
   return true;
 }
 
 void keyed_slots::add(uint32_t hash, uint32_t place) {
-  put(slots_, capacity_, uint64_t{hash} << kHashShift | place, kHashShift);
+  put(slots_.get(), capacity_, uint64_t{hash} << kHashShift | place, kHashShift);
   ++count_;
 }

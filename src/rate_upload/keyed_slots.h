@@ -11,13 +11,10 @@
 #include <cstdint>
 #include <string_view>
 
+#include "rate_upload/import_slab.h"
+
 class keyed_slots {
  public:
-  keyed_slots() = default;
-  ~keyed_slots();
-  keyed_slots(const keyed_slots&) = delete;
-  keyed_slots& operator=(const keyed_slots&) = delete;
-
   [[nodiscard]] static uint32_t hash(std::string_view key);
 
   /// Has the slot of a key brought near that is looked for soon.
@@ -53,7 +50,7 @@ class keyed_slots {
 
   static constexpr unsigned kHashShift = 32;
 
-  uint64_t* slots_ = nullptr;
+  import_items<uint64_t> slots_;
   std::size_t capacity_ = 0;
   std::size_t count_ = 0;
 };
