@@ -3,18 +3,18 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "db/qvn_pg_rows.h"
 #include "rerate/cdr_columns.h"
 #include "rerate/rerate_outcome.h"
 
-/// Asks for the next waiting rows.
+/// Asks for the next waiting rows, and the number of its columns.
 inline constexpr const char* kRerateJobQuery =
     "select id,from_time,to_time,timezone,update_lrn,update_us_jurisdiction,update_local_rate,"
     "ingress_trunk,egress_trunk,lrn_server_ip,lrn_server_port,include_q850 from rerate_cdr_task "
     "where status=0 limit 2;";
+inline constexpr int kRerateJobColumns = 12;
 
 /// Values of the row's column `status`.
 enum class rerate_status : int32_t {
@@ -53,8 +53,8 @@ struct rerate_figures {
   std::string cdr_files;   ///< names of the files written, each followed by ","
 };
 
-/// A row of kRerateJobQuery; none, with a WARNING, when the server has sent too few columns.
-[[nodiscard]] std::optional<rerate_row> rerate_row_read(const pg_row& row);
+/// Reads a row of the job query.
+[[nodiscard]] rerate_row rerate_row_read(const pg_row& row);
 
 /// The statement that shows how far the job is. Nothing in the text is escaped.
 [[nodiscard]] std::string rerate_row_progress_update(uint32_t id, const char* text,

@@ -1,5 +1,5 @@
-/// One rerating: its row, and what it works with. Made by the poller, then its worker thread's
-/// alone.
+/// One rerating from its connection to its final row: what the row asks for, and what it works
+/// with. Made by the poller, then its worker thread's alone.
 #pragma once
 
 #include "db/qvn_db_job.h"
@@ -24,7 +24,7 @@ struct rerate_reference {
   bool lost = false;
 };
 
-struct rerate_task : qvn_db_job {
+struct rerate_task final : qvn_db_job {
   explicit rerate_task(rerate_row from);
 
   [[nodiscard]] bool is_connected() const { return PQstatus(connection.get()) == CONNECTION_OK; }
@@ -33,6 +33,17 @@ struct rerate_task : qvn_db_job {
   rerate_range range;  ///< of the row; moved by its time zone when the days begin
   rerate_reference reference;
   rerate_figures figures;
+
+ protected:
+  void log_begin() const override;
+  void work() override;
+  void report_memory_shortage() override;
+  void write_final_row() override;
+  void log_end() const override;
+  void release_data() override { reference = {}; }
+
+ private:
+  rerate_outcome outcome_;
 };
 
 /// Writes progress and status into the row. A failure is logged as the caller's line and changes
