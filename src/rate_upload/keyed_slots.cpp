@@ -1,19 +1,12 @@
 #include "rate_upload/keyed_slots.h"
 
+#include <utility>
+
 #include "base/qvn_keyed_hash.h"
 
 namespace {
 
 constexpr std::size_t kFirstCapacity = 1024;
-
-/// Puts the slot into the first free one from its own on.
-void put(uint64_t* slots, std::size_t capacity, uint64_t slot, unsigned hash_shift) {
-  std::size_t index = slot >> hash_shift & (capacity - 1);
-  while (slots[index] != 0) {
-    index = (index + 1) & (capacity - 1);
-  }
-  slots[index] = slot;
-}
 
 }  // namespace
 
@@ -27,17 +20,17 @@ bool keyed_slots::grow() {
   if (!slots) {
     return false;
   }
-  for (std::size_t i = 0; i < capacity_; ++i) {
-    if (slots_[i] != 0) {
-      put(slots.get(), capacity, slots_[i], kHashShift);
+  slots_.swap(slots);
+  const std::size_t old_capacity = std::exchange(capacity_, capacity);
+  for (std::size_t i = 0; i < old_capacity; ++i) {
+    if (slots[i] != 0) {
+      put(slots[i]);
     }
   }
-  slots_ = std::move(slots);
-  capacity_ = capacity;
   return true;
 }
 
 void keyed_slots::add(uint32_t hash, uint32_t place) {
-  put(slots_.get(), capacity_, uint64_t{hash} << kHashShift | place, kHashShift);
+  put(uint64_t{hash} << kHashShift | place);
   ++count_;
 }

@@ -46,6 +46,11 @@ class keyed_slots {
     }
     return index;
   }
+  /// Puts the slot of a key that is not there into the first free one from its own on.
+  void put(uint64_t slot) {
+    const auto none = [](uint32_t /*place*/) { return false; };
+    slots_[index_of(static_cast<uint32_t>(slot >> kHashShift), none)] = slot;
+  }
   [[nodiscard]] bool grow();
 
   static constexpr unsigned kHashShift = 32;

@@ -5,7 +5,6 @@
 
 #include "base/qvn_log.h"
 #include "base/qvn_stopwatch.h"
-#include "base/qvn_text.h"
 #include "rate_upload/deck_validation.h"
 #include "rate_upload/import_files.h"
 #include "rate_upload/qvn_rate_upload.h"
@@ -120,11 +119,8 @@ void rate_upload_task_threand_run(rate_upload_task& task) {
 
 }  // namespace
 
-void rate_upload_task::log_begin() const {
-  QVN_LOG(kLogNotice, "Start %s rate upload task %u process\n", label.c_str(), id);
-}
-
 void rate_upload_task::work() {
+  QVN_LOG(kLogNotice, "Start %s rate upload task %u process\n", label.c_str(), id);
   rate_upload_task_threand_run(*this);
 }
 

@@ -1,7 +1,5 @@
 #include "rate_upload/text_pool.h"
 
-#include <cstring>
-
 bool text_pool::add(std::string_view text, place& where) {
   // What is left of the last piece is given up; a text never lies in two.
   if (text.size() >= kPieceSize - used_) {

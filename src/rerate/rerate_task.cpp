@@ -2,7 +2,6 @@
 
 #include <ctime>
 #include <new>
-#include <utility>
 
 #include "base/qvn_log.h"
 #include "rerate/qvn_rerate.h"
@@ -149,16 +148,8 @@ rerate_outcome rerate_task_threand_run(rerate_task& task) {
 
 }  // namespace
 
-rerate_task::rerate_task(rerate_row from)
-    : row(std::move(from)), range{row.from_time, row.to_time} {
-  id = row.id;
-}
-
-void rerate_task::log_begin() const {
-  QVN_LOG(kLogNotice, "Start %s rerate task %u process\n", label.c_str(), id);
-}
-
 void rerate_task::work() {
+  QVN_LOG(kLogNotice, "Start %s rerate task %u process\n", label.c_str(), id);
   outcome_ = rerate_task_threand_run(*this);
 }
 

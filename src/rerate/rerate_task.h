@@ -2,6 +2,8 @@
 /// with. Made by the poller, then its worker thread's alone.
 #pragma once
 
+#include <utility>
+
 #include "db/qvn_db_job.h"
 #include "rate/qvn_rate_table.h"
 #include "rerate/rerate_row.h"
@@ -25,7 +27,10 @@ struct rerate_reference {
 };
 
 struct rerate_task final : qvn_db_job {
-  explicit rerate_task(rerate_row from);
+  explicit rerate_task(rerate_row job_row)
+      : row(std::move(job_row)), range{row.from_time, row.to_time} {
+    id = row.id;
+  }
 
   [[nodiscard]] bool is_connected() const { return PQstatus(connection.get()) == CONNECTION_OK; }
 
@@ -35,7 +40,6 @@ struct rerate_task final : qvn_db_job {
   rerate_figures figures;
 
  protected:
-  void log_begin() const override;
   void work() override;
   void report_memory_shortage() override;
   void write_final_row() override;
