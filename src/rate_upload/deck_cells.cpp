@@ -82,10 +82,6 @@ struct deck_cell {
     field = static_cast<float>(amount_of(text));
     return true;
   }
-
-  bool read_date(column_kind kind, rate_date_reader& dates, import_date& field) const {
-    return dates.read(kind, text, line_number, field, refusal);
-  }
 };
 
 bool read_cell(column_kind kind, const deck_cell& cell, rate_date_reader& dates,
@@ -114,9 +110,9 @@ bool read_cell(column_kind kind, const deck_cell& cell, rate_date_reader& dates,
     case column_kind::country:
       return cell.read_text("country", values.country);
     case column_kind::effective_date:
-      return cell.read_date(kind, dates, values.effective);
+      return dates.read(kind, cell.text, cell.line_number, values.effective, cell.refusal);
     case column_kind::end_date:
-      return cell.read_date(kind, dates, values.end);
+      return dates.read(kind, cell.text, cell.line_number, values.end, cell.refusal);
     case column_kind::rate:
       return cell.read_rate("rate", values.rate);
     case column_kind::setup_fee:  // portals know this message, its word "free" included

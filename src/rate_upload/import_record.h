@@ -69,10 +69,8 @@ class import_list {
   /// and end with a NUL. False when memory runs out.
   [[nodiscard]] bool push(const import_values& values);
 
-  /// Null when the list is empty.
-  [[nodiscard]] const import_record* first() const {
-    return records_.empty() ? nullptr : &records_.top();
-  }
+  /// The list must not be empty.
+  [[nodiscard]] const import_record* first() const { return &records_.top(); }
   [[nodiscard]] bool empty() const { return records_.empty(); }
 
   /// Calls `look` with each record in the list's order, while it returns true.

@@ -84,15 +84,13 @@ void end_copy(rate_upload_task& task, bool all_sent) {
     log_copy_failure(connection);
     ended = false;
   }
-  while (const pg_owned_result result = qvn_pg_next_result(connection)) {
-    if (*PQresultErrorMessage(result.get()) != '\0') {
+  // A connection that was lost is still in COPY, which ends the results.
+  qvn_pg_drain(connection, [&](const PGresult* result) {
+    if (qvn_pg_has_error(result)) {
       log_copy_failure(connection);
       task.outcome.fail("Copy rate failed");
     }
-    if (PQresultStatus(result.get()) == PGRES_COPY_IN) {
-      break;  // still in COPY: the connection is lost, and would go on to return this result
-    }
-  }
+  });
   // The server has said nothing. What the reconciliation lacked is then all that is known.
   if (!all_sent || !ended) {
     task.outcome.fail(task.data->statements_lost ? kMemoryShortage : "");

@@ -33,7 +33,7 @@ pricing_terms terms_of(const rerate_task& task, const rerate_trunk& trunk) {
 rerate_outcome rerate_trunk_calls(rerate_task& task, const rerate_trunk& trunk,
                                   const rerate_day& day) {
   rerated_calls calls(task.folder, trunk.side, terms_of(task, trunk), trunk.rates->date,
-                      task.row.column_count());
+                      task.row.include_q850 == 1 ? kCdrColumnsWithQ850 : kCdrColumns);
   if (get_rerate_cdr(task, trunk, day, calls) != 0) {
     return rerate_fail(rerate_error::cdr_load, "Rerate task %u get %s %s CDR failed", task.id,
                        trunk.alias.c_str(), day.date.c_str());

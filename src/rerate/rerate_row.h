@@ -6,7 +6,6 @@
 #include <string>
 
 #include "db/qvn_pg_rows.h"
-#include "rerate/cdr_columns.h"
 #include "rerate/rerate_outcome.h"
 
 /// Asks for the next waiting rows, and the number of its columns.
@@ -27,10 +26,6 @@ enum class rerate_status : int32_t {
 };
 
 struct rerate_row {
-  [[nodiscard]] std::size_t column_count() const {
-    return include_q850 == 1 ? kCdrColumnsWithQ850 : kCdrColumns;
-  }
-
   uint32_t id = 0;
   int64_t from_time = 0;   ///< seconds since the epoch
   int64_t to_time = 0;     ///< this second is included
