@@ -31,14 +31,13 @@ void cut_at_repeated(std::vector<rate_statement>& statements) {
   struct place {
     int64_t number;
     std::size_t index;
-    auto operator<=>(const place&) const = default;
   };
   std::vector<place> places;
   places.reserve(statements.size());
   for (const rate_statement& statement : statements) {
     places.push_back({number_of(statement.rate_id), places.size()});
   }
-  std::ranges::sort(places);
+  std::ranges::stable_sort(places, {}, &place::number);
   std::size_t kept = statements.size();
   for (std::size_t i = 1; i < places.size(); ++i) {
     if (places[i].number == places[i - 1].number) {
