@@ -10,11 +10,11 @@ namespace {
 
 constexpr const char* kLogSource = "qvn_db";
 
-/// Sends and drains; `on_send_failure` and `on_error` report. 0 or -1.
-int32_t run(PGconn* connection, const char* sql, qvn_function_ref<void()> on_send_failure,
-            qvn_function_ref<void(const PGresult*)> on_error) {
+/// Sends and drains. 0, or -1 with each failure handed over: the result that carries it, or null
+/// when sending failed.
+int32_t run(PGconn* connection, const char* sql, qvn_function_ref<void(const PGresult*)> on_error) {
   if (PQsendQuery(connection, sql) != 1) {
-    on_send_failure();
+    on_error(nullptr);
     return -1;
   }
   int32_t status = 0;
@@ -27,13 +27,16 @@ int32_t run(PGconn* connection, const char* sql, qvn_function_ref<void()> on_sen
   return status;
 }
 
-void log_progress_not_sent(const PGconn* connection, qvn_log_place place) {
-  (void)qvn_log_print(place.source, place.line, kLogNotice, 0, "PQsendQuery failed, %s",
-                      PQerrorMessage(connection));
-}
-
-void log_progress_failure(const PGresult* result, qvn_log_place place) {
-  (void)qvn_log_print(place.source, place.line, kLogNotice, 0, "PQsendQuery failed, status %s, %s",
+/// A failure as run() hands it over; the label and the gap after it stand in front.
+void log_failure(const PGconn* connection, const PGresult* result, qvn_log_place place,
+                 const char* label, const char* gap) {
+  if (!result) {
+    (void)qvn_log_print(place.source, place.line, kLogNotice, 0, "%s%sPQsendQuery failed, %s",
+                        label, gap, PQerrorMessage(connection));
+    return;
+  }
+  (void)qvn_log_print(place.source, place.line, kLogNotice, 0,
+                      "%s%sPQsendQuery failed, status %s, %s", label, gap,
                       PQresStatus(PQresultStatus(result)), PQresultErrorMessage(result));
 }
 
@@ -44,42 +47,31 @@ int32_t result_of(pg_copy_end end) {
 }  // namespace
 
 int32_t qvn_db_update(PGconn* connection, const char* sql, const char* label) {
-  return run(
-      connection, sql,
-      [&] {
-        QVN_LOG(kLogNotice, "%s PQsendQuery failed, %s", qvn_or_empty(label),
-                PQerrorMessage(connection));
-      },
-      [&](const PGresult* result) {
-        QVN_LOG(kLogNotice, "%s PQsendQuery failed, status %s, %s", qvn_or_empty(label),
-                PQresStatus(PQresultStatus(result)), PQresultErrorMessage(result));
-      });
+  return run(connection, sql, [&](const PGresult* result) {
+    log_failure(connection, result, {kLogSource, __LINE__}, qvn_or_empty(label), " ");
+  });
 }
 
 int32_t qvn_db_try_update(PGconn* connection, const char* sql) {
-  return run(
-      connection, sql, [] {}, [](const PGresult*) {});
+  return run(connection, sql, [](const PGresult*) {});
 }
 
 int32_t qvn_db_progress(PGconn* connection, const char* sql, qvn_log_place place) {
-  return run(
-      connection, sql, [&] { log_progress_not_sent(connection, place); },
-      [&](const PGresult* result) { log_progress_failure(result, place); });
+  return run(connection, sql,
+             [&](const PGresult* result) { log_failure(connection, result, place, "", ""); });
 }
 
 void qvn_db_first_progress(PGconn* connection, const char* sql, qvn_log_place place,
                            std::string& refusal) {
   refusal.clear();
-  (void)run(
-      connection, sql, [&] { log_progress_not_sent(connection, place); },
-      [&](const PGresult* result) {
-        if (qvn_pg_is_lost(result)) {
-          log_progress_failure(result, place);
-        } else {
-          refusal = PQresultErrorMessage(result);
-          refusal.resize(std::min(refusal.size(), refusal.find('\n')));
-        }
-      });
+  (void)run(connection, sql, [&](const PGresult* result) {
+    if (qvn_pg_is_lost(result)) {
+      log_failure(connection, result, place, "", "");
+    } else {
+      refusal = PQresultErrorMessage(result);
+      refusal.resize(std::min(refusal.size(), refusal.find('\n')));
+    }
+  });
 }
 
 int32_t qvn_db_data_select(PGconn* connection, const char* sql, pg_row_fn on_row) {

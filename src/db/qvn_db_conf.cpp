@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 #include <forward_list>
-#include <memory>
 #include <new>
 
 #include "base/qvn_conf_file.h"
@@ -19,13 +18,8 @@ constexpr const char* kLogSource = "qvn_db_conf";
 constexpr std::size_t kConninfoLength = 1023;
 
 /// A section of the list file, with the values that its lines have given so far.
-struct db_section {
+struct db_section : db_info {
   std::string heading;
-  std::string host;
-  uint16_t port = 0;
-  std::string name;
-  std::string user;
-  std::string password;
 };
 
 /// The last section of the file first.
@@ -59,9 +53,8 @@ bool load_db_section_name(section_list& sections) {
   return true;
 }
 
-/// Of a section or an entry.
-template <class Database>
-bool is_whole(const Database& database) {
+/// Whether every setting is there.
+bool is_whole(const db_info& database) {
   return !database.host.empty() && !database.name.empty() && !database.user.empty() &&
          !database.password.empty() && database.port > kHighestSystemPort;
 }
@@ -137,12 +130,6 @@ constexpr qvn_setting kSettings[] = {
     {"db_user", stage_user},
     {"db_user_password", stage_password, nullptr, 0, true},
 };
-
-void lower(uint16_t& count) {
-  if (count > 0) {
-    --count;
-  }
-}
 
 }  // namespace
 
@@ -233,18 +220,13 @@ void db_info_task_sub(const std::string& key, job_kind kind) {
   if (!entry) {
     return;
   }
-  switch (kind) {
-    case job_kind::rerate:
-      lower(entry->rerate_count);
-      QVN_LOG(kLogDebug, "%s remove rerate task, current task count %d\n", key.c_str(),
-              entry->rerate_count);
-      break;
-    case job_kind::rate_upload:
-      lower(entry->rate_upload_count);
-      QVN_LOG(kLogDebug, "%s remove import rate task, current task count %d\n", key.c_str(),
-              entry->rate_upload_count);
-      break;
+  const bool is_rerate = kind == job_kind::rerate;
+  uint16_t& count = is_rerate ? entry->rerate_count : entry->rate_upload_count;
+  if (count > 0) {
+    --count;
   }
+  QVN_LOG(kLogDebug, "%s remove %s task, current task count %d\n", key.c_str(),
+          is_rerate ? "rerate" : "import rate", count);
 }
 
 std::span<const qvn_setting> qvn_db_settings() {

@@ -19,14 +19,14 @@ struct qvn_setting;
 /// One served database; owned by the database table. All texts are set and the port is above 1023.
 struct db_info {
   std::string host;  ///< numeric IPv4 address
-  uint16_t port;
+  uint16_t port = 0;
   std::string name;
   std::string user;
   std::string password;
-  std::string conninfo;        ///< libpq connection string made of the five
-  uint16_t rerate_count;       ///< rerate jobs started and not yet finished
-  uint16_t rate_upload_count;  ///< rate import jobs started and not yet finished
-  poll_record polling;         ///< how it has answered the poller
+  std::string conninfo;            ///< libpq connection string made of the five
+  uint16_t rerate_count = 0;       ///< rerate jobs started and not yet finished
+  uint16_t rate_upload_count = 0;  ///< rate import jobs started and not yet finished
+  poll_record polling;             ///< how it has answered the poller
 };
 
 /// A database's port lies above this.

@@ -6,7 +6,6 @@
 #include "base/qvn_text.h"
 
 void qvn_db_job::run() noexcept {
-  log_begin();
   guarded(&qvn_db_job::work);
   guarded(&qvn_db_job::finish);
   folder.open_to_all();

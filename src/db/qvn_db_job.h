@@ -31,9 +31,7 @@ struct qvn_db_job : qvn_job {
   int64_t end_time = 0;      ///< when the final row was written
 
  protected:
-  virtual void log_begin() const = 0;
-
-  /// The job's own steps. May throw std::bad_alloc.
+  /// The job's own steps, of which the first logs that it begins. May throw std::bad_alloc.
   virtual void work() = 0;
 
   /// Logs that memory ran out, and makes that the job's outcome.

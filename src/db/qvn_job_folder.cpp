@@ -1,7 +1,6 @@
 #include "db/qvn_job_folder.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>

@@ -1,5 +1,6 @@
 #include "db/qvn_job_queue.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -13,36 +14,23 @@ constexpr std::chrono::seconds kDispatcherPause{1};
 
 }  // namespace
 
-qvn_job_queue::~qvn_job_queue() {
-  const qvn_lock_guard guard(mutex_);
-  while (waiting_head_) {
-    const std::unique_ptr<qvn_job> job(waiting_head_);
-    waiting_head_ = job->next_;
-  }
-}
-
 uint32_t qvn_job_queue::count() {
   const qvn_lock_guard guard(mutex_);
-  return running_count_ + waiting_count_;
+  return static_cast<uint32_t>(running_.size() + waiting_.size());
 }
 
 int32_t qvn_job_queue::add(std::unique_ptr<qvn_job> job, admission_fn admission) {
+  const auto first = [](const job_list& jobs) {
+    return jobs.empty() ? nullptr : jobs.front().get();
+  };
   const qvn_lock_guard guard(mutex_);
-  const int32_t verdict = admission(*job, waiting_head_, running_);
-  if (verdict != 0) {
-    return verdict;
+  const int32_t verdict = admission(*job, first(waiting_), first(running_));
+  if (verdict == 0) {
+    job->queue_ = this;
+    waiting_.push_back(std::move(job));
+    changed_.broadcast();
   }
-  qvn_job* const admitted = job.release();
-  admitted->queue_ = this;
-  if (waiting_tail_) {
-    waiting_tail_->next_ = admitted;
-  } else {
-    waiting_head_ = admitted;
-  }
-  waiting_tail_ = admitted;
-  ++waiting_count_;
-  changed_.broadcast();
-  return 0;
+  return verdict;
 }
 
 int32_t qvn_job_queue::start() {
@@ -85,21 +73,13 @@ void qvn_job_queue::dispatch() {
 /// Moves the first waiting job to the running list; null, after a pause, when none waits.
 qvn_job* qvn_job_queue::next_to_run() {
   const qvn_lock_guard guard(mutex_);
-  qvn_job* const job = waiting_head_;
-  if (!job) {
+  if (waiting_.empty()) {
     (void)changed_.wait_for(mutex_, kDispatcherPause);
     return nullptr;
   }
-  waiting_head_ = job->next_;
-  if (!waiting_head_) {
-    waiting_tail_ = nullptr;
-  }
-  --waiting_count_;
-  ++running_count_;
+  running_.splice(running_.begin(), waiting_, waiting_.begin());
   ++live_workers_;
-  job->next_ = running_;
-  running_ = job;
-  return job;
+  return running_.front().get();
 }
 
 void qvn_job_queue::start_worker(qvn_job* job) {
@@ -128,22 +108,14 @@ void* qvn_job_queue::worker_main(void* job) noexcept {
 
 /// Takes the job out of all counts and frees it.
 void qvn_job_queue::retire(qvn_job* job) {
-  const std::unique_ptr<qvn_job> owned(job);
+  job_list retired;
   {
     const qvn_lock_guard guard(mutex_);
-    take_off_running_list(job);
+    retired.splice(
+        retired.begin(), running_,
+        std::ranges::find_if(running_, [job](const auto& other) { return other.get() == job; }));
   }
   config_.left(*job);
-}
-
-void qvn_job_queue::take_off_running_list(const qvn_job* job) {
-  for (qvn_job** link = &running_; *link; link = &(*link)->next_) {
-    if (*link == job) {
-      *link = job->next_;
-      --running_count_;
-      return;
-    }
-  }
 }
 
 void qvn_job_queue::lower_live_workers() {

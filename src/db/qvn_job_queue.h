@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <pthread.h>
 #include <string>
@@ -42,7 +43,6 @@ struct qvn_job {
  private:
   friend class qvn_job_queue;
   class qvn_job_queue* queue_ = nullptr;
-  qvn_job* next_ = nullptr;
 };
 
 /// What a queue needs to know of its module. The texts are constants.
@@ -55,6 +55,7 @@ struct qvn_job_queue_config {
   int line = __builtin_LINE();  ///< of the configuration in its module; its log lines name it
 };
 
+/// Frees the jobs that still wait at its end, when no dispatcher and no worker may be left.
 class qvn_job_queue {
  public:
   /// Compares a new job with the first waiting and the first running one, each of which may be
@@ -67,16 +68,12 @@ class qvn_job_queue {
                                    const qvn_job* first_running);
 
   explicit qvn_job_queue(const qvn_job_queue_config& config) : config_(config) {}
-  /// Frees the jobs that still wait. No dispatcher and no worker may be left.
-  ~qvn_job_queue();
-  qvn_job_queue(const qvn_job_queue&) = delete;
-  qvn_job_queue& operator=(const qvn_job_queue&) = delete;
 
   /// Jobs waiting or running. Any thread.
   [[nodiscard]] uint32_t count() QVN_EXCLUDES(mutex_);
 
   /// Appends the job unless `admission` refuses it, in which case it is freed. Returns what
-  /// `admission` answered. Poller thread.
+  /// `admission` answered. Throws std::bad_alloc when memory runs out. Poller thread.
   int32_t add(std::unique_ptr<qvn_job> job, admission_fn admission) QVN_EXCLUDES(mutex_);
 
   /// Starts the dispatcher. 0, or the error number of the thread creation.
@@ -86,13 +83,14 @@ class qvn_job_queue {
   void stop() QVN_EXCLUDES(mutex_);
 
  private:
+  using job_list = std::list<std::unique_ptr<qvn_job>>;
+
   static void* dispatcher_main(void* queue) noexcept;
   static void* worker_main(void* job) noexcept;
   void dispatch();
   qvn_job* next_to_run() QVN_EXCLUDES(mutex_);
   void start_worker(qvn_job* job) QVN_EXCLUDES(mutex_);
   void retire(qvn_job* job) QVN_EXCLUDES(mutex_);
-  void take_off_running_list(const qvn_job* job) QVN_REQUIRES(mutex_);
   void lower_live_workers() QVN_EXCLUDES(mutex_);
 
   const qvn_job_queue_config config_;
@@ -102,11 +100,8 @@ class qvn_job_queue {
 
   qvn_mutex mutex_;
   qvn_condition changed_;  ///< a job was added, the queue is ending, or a worker is gone
-  uint32_t running_count_ QVN_GUARDED_BY(mutex_) = 0;
-  qvn_job* running_ QVN_GUARDED_BY(mutex_) = nullptr;
-  uint32_t waiting_count_ QVN_GUARDED_BY(mutex_) = 0;
-  qvn_job* waiting_head_ QVN_GUARDED_BY(mutex_) = nullptr;
-  qvn_job* waiting_tail_ QVN_GUARDED_BY(mutex_) = nullptr;
-  /// Workers that may still touch the queue; lowered later than `running_count_`.
+  job_list running_ QVN_GUARDED_BY(mutex_);
+  job_list waiting_ QVN_GUARDED_BY(mutex_);
+  /// Workers that may still touch the queue; lowered after a job has left `running_`.
   uint32_t live_workers_ QVN_GUARDED_BY(mutex_) = 0;
 };

@@ -1,6 +1,7 @@
 #include "db/qvn_pg_connection.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <libpq-events.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -265,9 +266,4 @@ pg_owned_result qvn_pg_next_result(PGconn* connection) {
     (void)poll(&entry, 1, patience);
   }
   return pg_owned_result(PQgetResult(connection));
-}
-
-const char* qvn_pg_text(const PGresult* result, int row, int column) {
-  const bool there = row < PQntuples(result) && column < PQnfields(result);
-  return there ? PQgetvalue(result, row, column) : "";
 }

@@ -7,12 +7,9 @@
 #pragma once
 
 #include <chrono>
-#include <cstdlib>
 #include <libpq-fe.h>
 #include <memory>
 #include <string>
-
-#include "base/qvn_text.h"
 
 struct pg_connection_close {
   void operator()(PGconn* connection) const noexcept { PQfinish(connection); }
@@ -84,13 +81,3 @@ void qvn_db_set_connection_defaults();
 /// second, so that the caller goes on when there is memory again. Past a visit's end the connection
 /// is cut, with a WARNING.
 [[nodiscard]] pg_owned_result qvn_pg_next_result(PGconn* connection);
-
-/// A column of a row as a text that belongs to the result; empty for a null, and where the server
-/// has sent fewer columns or rows.
-[[nodiscard]] const char* qvn_pg_text(const PGresult* result, int row, int column);
-
-/// The column as a base-10 number, cut to the width of T; 0 where qvn_pg_text is no number.
-template <class T>
-[[nodiscard]] T qvn_pg_number(const PGresult* result, int row, int column) {
-  return qvn_number<T>(qvn_pg_text(result, row, column));
-}

@@ -5,7 +5,6 @@
 #include <cassert>
 
 #include "base/qvn_log.h"
-#include "base/qvn_text.h"
 #include "db/qvn_row_split.h"
 
 namespace {
@@ -92,6 +91,11 @@ void qvn_pg_drain(PGconn* connection, qvn_function_ref<void(PGresult*)> look) {
       return;
     }
   }
+}
+
+const char* pg_row::text(int column) const {
+  const bool there = index_ < PQntuples(result_) && column < PQnfields(result_);
+  return there ? PQgetvalue(result_, index_, column) : "";
 }
 
 bool pg_row::has_columns(int columns) const {

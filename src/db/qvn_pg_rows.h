@@ -10,6 +10,7 @@
 #include <span>
 
 #include "base/qvn_function_ref.h"
+#include "base/qvn_text.h"
 #include "db/qvn_pg_connection.h"
 
 /// One row of a query. Valid only during the call that hands it over, as all that it gives.
@@ -18,12 +19,12 @@ class pg_row {
   pg_row(PGresult* result, int index) : result_(result), index_(index) {}
 
   /// A column as a text; empty for a null, and where the server has sent fewer columns.
-  [[nodiscard]] const char* text(int column) const { return qvn_pg_text(result_, index_, column); }
+  [[nodiscard]] const char* text(int column) const;
 
   /// The column as a base-10 number, cut to the width of T; 0 where the text is no number.
   template <class T>
   [[nodiscard]] T number(int column) const {
-    return qvn_pg_number<T>(result_, index_, column);
+    return qvn_number<T>(text(column));
   }
 
   /// Whether the row has as many columns as were asked for; otherwise the server is not what it
@@ -77,6 +78,6 @@ inline constexpr std::size_t kMaxCopyColumns = 256;
 void qvn_pg_drain(PGconn* connection, qvn_function_ref<void(PGresult*)> look);
 
 /// Whether a result carries an error; and whether that arose on this side of the connection, not in
-/// the server.
+/// the server, as without a result.
 [[nodiscard]] bool qvn_pg_has_error(const PGresult* result);
 [[nodiscard]] bool qvn_pg_is_lost(const PGresult* result);

@@ -22,19 +22,15 @@ constexpr int64_t kIdleInterval = 5;
 
 struct qvn_task_ctrl {
   pthread_t thread{};
-  bool started = false;                ///< main thread only
-  std::atomic<uint8_t> exit_flag = 0;  ///< 1 asks the thread to stop
-  int64_t next_poll_time = 0;          ///< when the next cycle may begin; poll thread only
-  uint64_t cycle = 0;                  ///< cycles so far; poll thread only
+  bool started = false;               ///< main thread only
+  std::atomic<bool> exiting = false;  ///< asks the thread to stop
+  int64_t next_poll_time = 0;         ///< when the next cycle may begin; poll thread only
+  uint64_t cycle = 0;                 ///< cycles so far; poll thread only
 };
 
 qvn_task_ctrl* g_task_ctrl = nullptr;
 
 std::span<const qvn_job_picker> g_pickers;
-
-bool exit_requested() {
-  return g_task_ctrl->exit_flag == 1;
-}
 
 /// Waits for the next poll time and returns the clock reading at which the cycle begins. A clock
 /// that was stepped back does not prolong the wait beyond one interval.
@@ -43,7 +39,7 @@ int64_t wait_for_next_poll() {
   while (now < g_task_ctrl->next_poll_time) {
     g_task_ctrl->next_poll_time = std::min(g_task_ctrl->next_poll_time, now + kIdleInterval);
     qvn_sleep(1);
-    if (exit_requested()) {
+    if (g_task_ctrl->exiting) {
       break;
     }
     now = std::time(nullptr);
@@ -114,9 +110,9 @@ int32_t visit_all() {
 void* task_threand_run(void* /*unused*/) noexcept {
   qvn_thread_set_name("qvn_poller");
   g_task_ctrl->next_poll_time = std::time(nullptr) + kIdleInterval;
-  while (!exit_requested()) {
+  while (!g_task_ctrl->exiting) {
     const int64_t begin = wait_for_next_poll();
-    if (exit_requested()) {
+    if (g_task_ctrl->exiting) {
       break;
     }
     g_task_ctrl->next_poll_time = begin + qvn_task_interval(visit_all());
@@ -153,7 +149,7 @@ int32_t qvn_task_exit() {
   if (!g_task_ctrl) {
     return 0;
   }
-  g_task_ctrl->exit_flag = 1;
+  g_task_ctrl->exiting = true;
   if (g_task_ctrl->started) {
     pthread_join(g_task_ctrl->thread, nullptr);
     g_task_ctrl->started = false;

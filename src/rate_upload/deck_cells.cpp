@@ -14,14 +14,6 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
-/// Cut, not refused, when it is wider.
-uint16_t narrow_to_16_bits(long number) {
-  return static_cast<uint16_t>(number);
-}
-float narrow_to_single(double number) {
-  return static_cast<float>(number);
-}
-
 /// The number of a text of digits; the widest for what is above it.
 long number_of(std::string_view digits) {
   long number = 0;
@@ -62,7 +54,7 @@ struct deck_cell {
     if (!std::ranges::all_of(text, is_digit)) {
       return invalid(name);
     }
-    field = narrow_to_16_bits(number_of(text));
+    field = static_cast<uint16_t>(number_of(text));  // cut, not refused, when it is wider
     return true;
   }
 
@@ -87,12 +79,8 @@ struct deck_cell {
     if (!qvn_is_rate(text)) {
       return invalid(name);
     }
-    field = narrow_to_single(amount_of(text));
+    field = static_cast<float>(amount_of(text));
     return true;
-  }
-
-  bool read_date(column_kind kind, rate_date_reader& dates, import_date& field) const {
-    return dates.read(kind, text, line_number, field, refusal);
   }
 };
 
@@ -122,9 +110,9 @@ bool read_cell(column_kind kind, const deck_cell& cell, rate_date_reader& dates,
     case column_kind::country:
       return cell.read_text("country", values.country);
     case column_kind::effective_date:
-      return cell.read_date(kind, dates, values.effective);
+      return dates.read(kind, cell.text, cell.line_number, values.effective, cell.refusal);
     case column_kind::end_date:
-      return cell.read_date(kind, dates, values.end);
+      return dates.read(kind, cell.text, cell.line_number, values.end, cell.refusal);
     case column_kind::rate:
       return cell.read_rate("rate", values.rate);
     case column_kind::setup_fee:  // portals know this message, its word "free" included

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iterator>
@@ -13,10 +12,6 @@
 #include "base/qvn_time.h"
 
 namespace {
-
-int narrow_to_int(long number) {
-  return static_cast<int>(number);
-}
 
 constexpr std::size_t kPartCount = 3;
 constexpr std::size_t kLongestShownDate = 29;
@@ -70,7 +65,7 @@ bool split_date(char separator, const std::string& date, std::array<int, kPartCo
   for (int& part : parts) {
     // A blank part must not take the separator "-" after it for the sign of the next one.
     const char* const number = text + std::strspn(text, " \t\n\v\f\r");
-    part = *number == separator ? 0 : narrow_to_int(std::strtol(number, nullptr, 10));
+    part = *number == separator ? 0 : qvn_number<int>(number);
     text = std::strchr(text, separator);
     text = text ? text + 1 : "";
   }

@@ -34,16 +34,104 @@ class deck_reader {
       : request_(request), listener_(listener), lines_(fileno(request.deck)) {}
 
   /// False when there is no valid header.
-  bool read_header();
+  bool read_header() {
+    if (lines_.next(line_)) {
+      header_ = rate_header_parse(line_);
+    }
+    return header_.valid();
+  }
 
-  rate_deck_end read_lines();
+  rate_deck_end read_lines() {
+    while (lines_.next(line_)) {
+      if (!accept_or_refuse()) {
+        return rate_deck_end::no_memory;
+      }
+    }
+    // Half a deck must not pass for a whole one.
+    return lines_.failed() ? rate_deck_end::unreadable : rate_deck_end::whole;
+  }
 
  private:
-  bool accept_or_refuse();
-  void expect_next() const;
-  bool check(import_values& values);
-  void take_from_code_deck(import_values& values);
-  void refuse();
+  /// Treats one line. False when memory runs out.
+  bool accept_or_refuse() {
+    expect_next();
+    import_values values;
+    if (!check(values)) {
+      refuse();
+      return true;
+    }
+    switch (request_.codes.add(values.code)) {
+      case seen_codes::verdict::fresh:
+        break;
+      case seen_codes::verdict::repeated:
+        refusal_ = qvn_format("Line %d : repeating code, %.*s\n", lines_.number(),
+                              static_cast<int>(values.code.size()), values.code.data());
+        refuse();
+        return true;
+      case seen_codes::verdict::no_memory:
+        return false;
+    }
+    take_from_code_deck(values);  // not earlier: a repeated code gets no note
+    return listener_.accepted(values);
+  }
+
+  /// Has the place of the next line's code fetched from memory while this line is treated: a guess,
+  /// which changes nothing but the time.
+  void expect_next() const {
+    std::string_view rest = lines_.ahead();
+    for (std::size_t column = 0; column < header_.code_column; ++column) {
+      const std::size_t end = rest.find(kCellSeparator);
+      if (end == std::string_view::npos) {
+        return;
+      }
+      rest.remove_prefix(end + 1);
+    }
+    request_.codes.expect(rest.substr(0, rest.find(kCellSeparator)));
+  }
+
+  /// Checks the line for itself; false with its message in `refusal_`.
+  bool check(import_values& values) {
+    std::array<std::string_view, kMaxCells> entries;
+    const std::span<const std::string_view> cells = rate_line_split(line_, entries);
+    if (cells.size() != header_.count) {
+      refusal_ = qvn_format("Line %d : not matching rate header\n", lines_.number());
+      return false;
+    }
+    if (!rate_line_check(header_, cells, lines_.number(), request_.dates, values, refusal_)) {
+      return false;
+    }
+    if (values.code.empty() || !values.effective.text) {
+      refusal_ = qvn_format("Line %d : missing rate or code or effective date\n", lines_.number());
+      return false;
+    }
+    return true;
+  }
+
+  /// Replaces code name and country by those of the code deck, if it knows the code; notes a code
+  /// that is only covered by a shorter one.
+  void take_from_code_deck(import_values& values) {
+    const code_deck_node* const entry =
+        request_.names ? request_.names->find(request_.code_deck_id, values.code.data()) : nullptr;
+    if (!entry) {
+      return;
+    }
+    // A note, not a refusal: the shorter code's names are better than none.
+    if (values.code != qvn_or_empty(entry->code)) {
+      listener_.noted();
+      put(request_.log, qvn_format("Line %d : code not matching system code deck, %s\n",
+                                   lines_.number(), values.code.data()));
+    }
+    values.code_name = qvn_or_empty(entry->name);
+    values.country = qvn_or_empty(entry->country);
+  }
+
+  /// Reports the line and keeps it for a re-upload.
+  void refuse() {
+    listener_.refused(refusal_);
+    put(request_.log, refusal_);
+    put(request_.reimport, line_);
+    put(request_.reimport, "\n");
+  }
 
   const rate_deck_request& request_;
   rate_deck_listener& listener_;
@@ -52,104 +140,6 @@ class deck_reader {
   std::string_view line_;
   std::string refusal_;  ///< the message of a refused line
 };
-
-bool deck_reader::read_header() {
-  if (lines_.next(line_)) {
-    header_ = rate_header_parse(line_);
-  }
-  return header_.valid();
-}
-
-rate_deck_end deck_reader::read_lines() {
-  while (lines_.next(line_)) {
-    if (!accept_or_refuse()) {
-      return rate_deck_end::no_memory;
-    }
-  }
-  // Half a deck must not pass for a whole one.
-  return lines_.failed() ? rate_deck_end::unreadable : rate_deck_end::whole;
-}
-
-/// Treats one line. False when memory runs out.
-bool deck_reader::accept_or_refuse() {
-  expect_next();
-  import_values values;
-  if (!check(values)) {
-    refuse();
-    return true;
-  }
-  switch (request_.codes.add(values.code)) {
-    case seen_codes::verdict::fresh:
-      break;
-    case seen_codes::verdict::repeated:
-      refusal_ = qvn_format("Line %d : repeating code, %.*s\n", lines_.number(),
-                            static_cast<int>(values.code.size()), values.code.data());
-      refuse();
-      return true;
-    case seen_codes::verdict::no_memory:
-      return false;
-  }
-  take_from_code_deck(values);  // not earlier: a repeated code gets no note
-  return listener_.accepted(values);
-}
-
-/// Has the place of the next line's code fetched from memory while this line is treated: a guess,
-/// which changes nothing but the time.
-void deck_reader::expect_next() const {
-  std::string_view rest = lines_.ahead();
-  for (std::size_t column = 0; column < header_.code_column; ++column) {
-    const std::size_t end = rest.find(kCellSeparator);
-    if (end == std::string_view::npos) {
-      return;
-    }
-    rest.remove_prefix(end + 1);
-  }
-  request_.codes.expect(rest.substr(0, rest.find(kCellSeparator)));
-}
-
-/// Checks the line for itself; false with its message in `refusal_`.
-bool deck_reader::check(import_values& values) {
-  std::array<std::string_view, kMaxCells> entries;
-  const std::span<const std::string_view> cells = rate_line_split(line_, entries);
-  if (cells.size() != header_.count) {
-    refusal_ = qvn_format("Line %d : not matching rate header\n", lines_.number());
-    return false;
-  }
-  if (!rate_line_check(header_, cells, lines_.number(), request_.dates, values, refusal_)) {
-    return false;
-  }
-  if (values.code.empty() || !values.effective.text) {
-    refusal_ = qvn_format("Line %d : missing rate or code or effective date\n", lines_.number());
-    return false;
-  }
-  return true;
-}
-
-/// Replaces code name and country by those of the code deck, if it knows the code; notes a code
-/// that is only covered by a shorter one.
-void deck_reader::take_from_code_deck(import_values& values) {
-  const code_deck_node* const entry =
-      request_.names ? request_.names->find(request_.code_deck_id, values.code.data()) : nullptr;
-  if (!entry) {
-    return;
-  }
-  // A note, not a refusal: the shorter code's names are better than none.
-  if (values.code != qvn_or_empty(entry->code)) {
-    listener_.noted();
-    put(request_.log, qvn_format("Line %d : code not matching system code deck, %s\n",
-                                 lines_.number(), values.code.data()));
-  }
-  values.code_name = qvn_or_empty(entry->name);
-  values.country = qvn_or_empty(entry->country);
-}
-
-/// Reports the line and keeps it for a re-upload.
-void deck_reader::refuse() {
-  listener_.refused(refusal_);
-  put(request_.log, refusal_);
-  put(request_.reimport, line_);
-  put(request_.reimport, "\n");
-}
 
 }  // namespace
 

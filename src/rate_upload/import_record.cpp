@@ -6,18 +6,6 @@ static_assert(sizeof(import_record) == 48, "the header states the size of a reco
 
 namespace {
 
-import_terms terms_of(const import_values& values) {
-  return {.zone = values.zone,
-          .interval = values.interval == 0 ? kDefaultInterval : values.interval,
-          .seconds = values.seconds == 0 ? kDefaultSeconds : values.seconds,
-          .rate_type = values.rate_type,
-          .min_time = values.min_time,
-          .grace_time = values.grace_time,
-          .setup_fee = values.setup_fee,
-          .effective = values.effective,
-          .end = values.end};
-}
-
 /// Lines differ in their dates, if in anything.
 std::size_t hash_of(const import_terms& terms) {
   constexpr int64_t kSecondsPerHour = 3600;
@@ -45,8 +33,10 @@ bool import_list::keep_name(std::string_view name, const char*& kept) {
   return true;
 }
 
-const import_terms* import_list::keep_terms(const import_values& values) {
-  const import_terms terms = terms_of(values);
+const import_terms* import_list::keep_terms(const import_terms& given) {
+  import_terms terms = given;
+  terms.interval = given.interval == 0 ? kDefaultInterval : given.interval;
+  terms.seconds = given.seconds == 0 ? kDefaultSeconds : given.seconds;
   const import_terms*& recent = recent_terms_[hash_of(terms) % recent_terms_.size()];
   if (!recent || *recent != terms) {
     if (!terms_.push(terms)) {

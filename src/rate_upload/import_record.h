@@ -18,45 +18,36 @@ struct import_date {
   bool operator==(const import_date&) const = default;
 };
 
-/// The values of one line, before it is known whether the line is accepted. The texts are the
-/// line's own; an empty one is absent.
-struct import_values {
+/// What nearly all lines of a deck have in common.
+struct import_terms {
   uint16_t zone = 0;
   uint16_t interval = 0;  ///< billing increment, seconds
   uint16_t seconds = 0;   ///< seconds that the rate is charged for
   uint16_t rate_type = 0;
   uint16_t min_time = 0;    ///< seconds
   uint16_t grace_time = 0;  ///< seconds
-  std::string_view code;
-  std::string_view code_name;
-  std::string_view country;
-  import_date effective;
-  import_date end;
-  float rate = -1.0F;  ///< -1 when not given, as the three below
-  float intra_rate = -1.0F;
-  float inter_rate = -1.0F;
-  float local_rate = -1.0F;
   float setup_fee = 0.0F;
-};
-
-/// The billing increment and the charged seconds that a line gets which gives none, or 0.
-inline constexpr uint16_t kDefaultInterval = 6;
-inline constexpr uint16_t kDefaultSeconds = 60;
-
-/// What nearly all lines of a deck have in common.
-struct import_terms {
-  uint16_t zone;
-  uint16_t interval;
-  uint16_t seconds;
-  uint16_t rate_type;
-  uint16_t min_time;
-  uint16_t grace_time;
-  float setup_fee;
   import_date effective;  ///< its text belongs to the task, as that of the end
   import_date end;        ///< without a text when the line has no end date
 
   bool operator==(const import_terms&) const = default;
 };
+
+/// The values of one line, before it is known whether the line is accepted. The texts are the
+/// line's own; an empty one is absent.
+struct import_values : import_terms {
+  std::string_view code;
+  std::string_view code_name;
+  std::string_view country;
+  float rate = -1.0F;  ///< -1 when not given, as the three below
+  float intra_rate = -1.0F;
+  float inter_rate = -1.0F;
+  float local_rate = -1.0F;
+};
+
+/// The billing increment and the charged seconds that a line gets which gives none, or 0.
+inline constexpr uint16_t kDefaultInterval = 6;
+inline constexpr uint16_t kDefaultSeconds = 60;
 
 /// An accepted line. Bytes (x86-64): 48, and its code in the set of seen codes; names and terms are
 /// shared with the lines around it that have the same.
@@ -74,19 +65,12 @@ struct import_record {
 /// Owns import records; the newest comes first.
 class import_list {
  public:
-  import_list() = default;
-  ~import_list() { clear(); }
-  import_list(const import_list&) = delete;
-  import_list& operator=(const import_list&) = delete;
-
   /// Makes a record at the front, with the defaults for increments of 0. The code must outlive it
   /// and end with a NUL. False when memory runs out.
   [[nodiscard]] bool push(const import_values& values);
 
-  /// Null when the list is empty.
-  [[nodiscard]] const import_record* first() const {
-    return records_.empty() ? nullptr : &records_.top();
-  }
+  /// The list must not be empty.
+  [[nodiscard]] const import_record* first() const { return &records_.top(); }
   [[nodiscard]] bool empty() const { return records_.empty(); }
 
   /// Calls `look` with each record in the list's order, while it returns true.
@@ -101,7 +85,7 @@ class import_list {
 
  private:
   [[nodiscard]] bool keep_name(std::string_view name, const char*& kept);
-  [[nodiscard]] const import_terms* keep_terms(const import_values& values);
+  [[nodiscard]] const import_terms* keep_terms(const import_terms& given);
 
   slab_stack<import_record> records_;
   slab_stack<import_terms> terms_;

@@ -11,13 +11,10 @@
 #include <cstdint>
 #include <string_view>
 
+#include "rate_upload/import_slab.h"
+
 class keyed_slots {
  public:
-  keyed_slots() = default;
-  ~keyed_slots();
-  keyed_slots(const keyed_slots&) = delete;
-  keyed_slots& operator=(const keyed_slots&) = delete;
-
   [[nodiscard]] static uint32_t hash(std::string_view key);
 
   /// Has the slot of a key brought near that is looked for soon.
@@ -49,11 +46,16 @@ class keyed_slots {
     }
     return index;
   }
+  /// Puts the slot of a key that is not there into the first free one from its own on.
+  void put(uint64_t slot) {
+    const auto none = [](uint32_t /*place*/) { return false; };
+    slots_[index_of(static_cast<uint32_t>(slot >> kHashShift), none)] = slot;
+  }
   [[nodiscard]] bool grow();
 
   static constexpr unsigned kHashShift = 32;
 
-  uint64_t* slots_ = nullptr;
+  import_items<uint64_t> slots_;
   std::size_t capacity_ = 0;
   std::size_t count_ = 0;
 };

@@ -25,10 +25,10 @@ bool rate_upload_create_rate_ext(rate_upload_task& task, std::span<char*> fields
          task.data->rates.add(code, rate_id, effective_date, std::time(nullptr));
 }
 
-/// Loads the rows, each of which `keep` stores; false when any of them is missing or, logged once,
-/// found no memory.
+/// Loads the rows, each of which `keep` stores. False, with the task failed as `failure`, when any
+/// of them is missing or, logged once, found no memory.
 bool load(rate_upload_task& task, const char* sql, std::size_t columns, const char* what,
-          qvn_function_ref<bool(std::span<char*>)> keep) {
+          const char* failure, qvn_function_ref<bool(std::span<char*>)> keep) {
   bool complete = true;
   const pg_copy_end end = qvn_pg_copy_fields(
       task.connection.get(), sql, columns, kRateUploadLabel, [&](std::span<char*> fields) {
@@ -38,22 +38,20 @@ bool load(rate_upload_task& task, const char* sql, std::size_t columns, const ch
           complete = false;
         }
       });
-  return end == pg_copy_end::whole && complete;
+  if (end == pg_copy_end::whole && complete) {
+    return true;
+  }
+  task.outcome.fail(failure);
+  return false;
 }
 
 bool load_code_decks(rate_upload_task& task) {
-  if (task.row.code_deck_flag != 1) {
-    return true;
-  }
-  if (load(task,
-           "copy code (code_id,code, code_deck_id, country, name) to stdout delimiter as ',' csv "
-           "header",
-           kDeckColumns, "code deck",
-           [&](std::span<char*> fields) { return task.data->names.add(fields); })) {
-    return true;
-  }
-  task.outcome.fail("Load code deck failed");
-  return false;
+  return task.row.code_deck_flag != 1 ||
+         load(task,
+              "copy code (code_id,code, code_deck_id, country, name) to stdout delimiter as ',' "
+              "csv header",
+              kDeckColumns, "code deck", "Load code deck failed",
+              [&](std::span<char*> fields) { return task.data->names.add(fields); });
 }
 
 bool load_rates(rate_upload_task& task) {
@@ -63,12 +61,8 @@ bool load_rates(rate_upload_task& task) {
       "rate_id, rate_table_id, code, extract(epoch from (effective_date)) as effective_date, "
       "extract(epoch from (end_date)) as end_date, rate",
       task.row.rate_table_id, std::time(nullptr));
-  if (load(task, sql.c_str(), kColumns, "rate",
-           [&](std::span<char*> fields) { return rate_upload_create_rate_ext(task, fields); })) {
-    return true;
-  }
-  task.outcome.fail("Load rate data failed");
-  return false;
+  return load(task, sql.c_str(), kColumns, "rate", "Load rate data failed",
+              [&](std::span<char*> fields) { return rate_upload_create_rate_ext(task, fields); });
 }
 
 }  // namespace

@@ -37,9 +37,7 @@ void cut_at_repeated(std::vector<rate_statement>& statements) {
   for (const rate_statement& statement : statements) {
     places.push_back({number_of(statement.rate_id), places.size()});
   }
-  std::ranges::sort(places, [](const place& a, const place& b) {
-    return a.number != b.number ? a.number < b.number : a.index < b.index;
-  });
+  std::ranges::stable_sort(places, {}, &place::number);
   std::size_t kept = statements.size();
   for (std::size_t i = 1; i < places.size(); ++i) {
     if (places[i].number == places[i - 1].number) {

@@ -1,7 +1,6 @@
 /// The texts of queued statements, and which of them may share one. Pure.
 #pragma once
 
-#include <span>
 #include <string>
 #include <vector>
 

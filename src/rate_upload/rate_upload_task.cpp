@@ -5,7 +5,6 @@
 
 #include "base/qvn_log.h"
 #include "base/qvn_stopwatch.h"
-#include "base/qvn_text.h"
 #include "rate_upload/deck_validation.h"
 #include "rate_upload/import_files.h"
 #include "rate_upload/qvn_rate_upload.h"
@@ -93,21 +92,17 @@ void reconcile(rate_upload_task& task) {
   });
 }
 
-/// Validates the deck and queues what it does to the stored rates; false, with the task failed,
-/// when the deck cannot be used.
-bool process_deck(rate_upload_task& task) {
-  const qvn_stopwatch stopwatch(task.figures.process_seconds);
-  if (!rate_upload_process_file(task)) {
-    return false;
-  }
-  reconcile(task);
-  return true;
-}
-
+/// Validates the deck, queues what it does to the stored rates and writes; writes nothing, with the
+/// task failed, when the deck cannot be used.
 void rate_upload_process_rate(rate_upload_task& task) {
-  if (process_deck(task)) {
-    rate_upload_write(task);
+  {
+    const qvn_stopwatch stopwatch(task.figures.process_seconds);
+    if (!rate_upload_process_file(task)) {
+      return;
+    }
+    reconcile(task);
   }
+  rate_upload_write(task);
 }
 
 /// The body of the worker thread: the steps of an import, each with its own way of failing.
@@ -120,11 +115,8 @@ void rate_upload_task_threand_run(rate_upload_task& task) {
 
 }  // namespace
 
-void rate_upload_task::log_begin() const {
-  QVN_LOG(kLogNotice, "Start %s rate upload task %u process\n", label.c_str(), id);
-}
-
 void rate_upload_task::work() {
+  QVN_LOG(kLogNotice, "Start %s rate upload task %u process\n", label.c_str(), id);
   rate_upload_task_threand_run(*this);
 }
 

@@ -2,7 +2,6 @@
 /// loaded, and what has been done so far. Made by the poller, then its worker thread's alone.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -49,7 +48,6 @@ struct rate_upload_task final : qvn_db_job {
   std::unique_ptr<rate_upload_data> data = std::make_unique<rate_upload_data>();
 
  protected:
-  void log_begin() const override;
   void work() override;
   void report_memory_shortage() override;
   void write_final_row() override;

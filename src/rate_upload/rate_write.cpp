@@ -6,7 +6,6 @@
 
 #include "base/qvn_log.h"
 #include "base/qvn_stopwatch.h"
-#include "base/qvn_text.h"
 #include "db/qvn_pg_rows.h"
 #include "rate_upload/rate_copy_line.h"
 #include "rate_upload/rate_statements.h"
@@ -85,15 +84,13 @@ void end_copy(rate_upload_task& task, bool all_sent) {
     log_copy_failure(connection);
     ended = false;
   }
-  while (const pg_owned_result result = qvn_pg_next_result(connection)) {
-    if (*PQresultErrorMessage(result.get()) != '\0') {
+  // A connection that was lost is still in COPY, which ends the results.
+  qvn_pg_drain(connection, [&](const PGresult* result) {
+    if (qvn_pg_has_error(result)) {
       log_copy_failure(connection);
       task.outcome.fail("Copy rate failed");
     }
-    if (PQresultStatus(result.get()) == PGRES_COPY_IN) {
-      break;  // still in COPY: the connection is lost, and would go on to return this result
-    }
-  }
+  });
   // The server has said nothing. What the reconciliation lacked is then all that is known.
   if (!all_sent || !ended) {
     task.outcome.fail(task.data->statements_lost ? kMemoryShortage : "");
@@ -145,31 +142,18 @@ bool send_batch(PGconn* connection, const rate_statement_writer& writer, stateme
   return true;
 }
 
-void send_all(PGconn* connection, const rate_statement_writer& writer, statement_list& list,
-              const char* label, uint32_t& count) {
-  while (!list.empty() && send_batch(connection, writer, list, label, count)) {
+/// Carries out what is queued, if anything, under that progress. Throws std::bad_alloc when memory
+/// runs out.
+void send_all(rate_upload_task& task, const char* progress, const rate_statement_writer& writer,
+              statement_list& list, const char* label, int64_t& seconds, uint32_t& count) {
+  if (list.empty()) {
+    return;
+  }
+  rate_upload_task_progress_update(task, progress, upload_status::writing);
+  const qvn_stopwatch stopwatch(seconds);
+  while (!list.empty() && send_batch(task.connection.get(), writer, list, label, count)) {
   }
   list.clear();
-}
-
-void end_old_rates(rate_upload_task& task) {
-  if (task.data->updates.empty()) {
-    return;
-  }
-  rate_upload_task_progress_update(task, "Update old rate end date", upload_status::writing);
-  const qvn_stopwatch stopwatch(task.figures.update_seconds);
-  send_all(task.connection.get(), rate_statement_writer(task.row.rate_end_date), task.data->updates,
-           kRateUploadLabel, task.figures.updated);
-}
-
-void delete_repeated_rates(rate_upload_task& task) {
-  if (task.data->deletions.empty()) {
-    return;
-  }
-  rate_upload_task_progress_update(task, "Delete repeating old rate", upload_status::writing);
-  const qvn_stopwatch stopwatch(task.figures.deletion_seconds);
-  send_all(task.connection.get(), rate_statement_writer(), task.data->deletions, "Rate Delete",
-           task.figures.deleted);
 }
 
 }  // namespace
@@ -182,6 +166,8 @@ void rate_upload_write(rate_upload_task& task) {
     return;
   }
   // After the new rates: a failed COPY leaves the old ones as they are.
-  end_old_rates(task);
-  delete_repeated_rates(task);
+  send_all(task, "Update old rate end date", rate_statement_writer(task.row.rate_end_date),
+           task.data->updates, kRateUploadLabel, task.figures.update_seconds, task.figures.updated);
+  send_all(task, "Delete repeating old rate", rate_statement_writer(), task.data->deletions,
+           "Rate Delete", task.figures.deletion_seconds, task.figures.deleted);
 }

@@ -2,7 +2,6 @@
 /// deck. A deck's author cannot have his codes fall on one slot.
 #pragma once
 
-#include <cstdint>
 #include <string_view>
 
 #include "rate_upload/keyed_slots.h"

@@ -2,33 +2,12 @@
 
 #include <new>
 
-#include "rate_upload/import_slab.h"
-
 namespace {
 
 constexpr std::size_t kLongestKey = 255;
 constexpr uint32_t kCodesOfPiece = 1024;
 constexpr std::size_t kRecordsOfPiece = 1024;
 constexpr int kLongWalk = 64;  // rates passed by before a code gets an index by date
-
-/// Adds a piece of `count` zeroed items; false or std::bad_alloc when memory runs out.
-template <class Item>
-bool add_piece(std::vector<Item*>& pieces, std::size_t count) {
-  pieces.push_back(nullptr);
-  pieces.back() = static_cast<Item*>(import_slab.alloc(count * sizeof(Item)));
-  if (!pieces.back()) {
-    pieces.pop_back();
-    return false;
-  }
-  return true;
-}
-
-template <class Item>
-void release(const std::vector<Item*>& pieces) {
-  for (Item* const piece : pieces) {
-    qvn_slab::release(piece);
-  }
-}
 
 /// Takes those of the date off the front, but for what cannot be superseded.
 void supersede(stored_rate*& first, int64_t date) {
@@ -45,11 +24,6 @@ void supersede(stored_rate*& first, int64_t date) {
 
 }  // namespace
 
-stored_rates::~stored_rates() {
-  release(codes_);
-  release(records_);
-}
-
 stored_rates::code_rates* stored_rates::at(uint32_t place) const {
   return &codes_[(place - 1) / kCodesOfPiece][(place - 1) % kCodesOfPiece];
 }
@@ -63,7 +37,7 @@ stored_rates::code_rates* stored_rates::find(std::string_view code, uint32_t has
 stored_rates::code_rates* stored_rates::add_code(std::string_view code, uint32_t hash) {
   const bool has_piece = codes_.size() * kCodesOfPiece > code_count_;
   text_pool::place where{};
-  if (!slots_.make_room() || (!has_piece && !add_piece(codes_, kCodesOfPiece)) ||
+  if (!slots_.make_room() || (!has_piece && !import_piece_add(codes_, kCodesOfPiece)) ||
       !texts_.add(code, where)) {
     return nullptr;
   }
@@ -74,7 +48,7 @@ stored_rates::code_rates* stored_rates::add_code(std::string_view code, uint32_t
 stored_rate* stored_rates::make(std::string_view rate_id, int64_t effective_date, bool stays) {
   text_pool::place where{};
   if (records_left_ == 0) {
-    if (!add_piece(records_, kRecordsOfPiece)) {
+    if (!import_piece_add(records_, kRecordsOfPiece)) {
       return nullptr;
     }
     records_left_ = kRecordsOfPiece;

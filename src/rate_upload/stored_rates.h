@@ -26,11 +26,6 @@ struct stored_rate {
 
 class stored_rates {
  public:
-  stored_rates() = default;
-  ~stored_rates();
-  stored_rates(const stored_rates&) = delete;
-  stored_rates& operator=(const stored_rates&) = delete;
-
   /// Takes in a rate and removes what is superseded, judged at `now`: a rate in force removes those
   /// of the code's first date when that is earlier; one earlier than a first rate in force does not
   /// stay itself. False when memory runs out.
@@ -87,9 +82,9 @@ class stored_rates {
 
   keyed_slots slots_;
   text_pool texts_;
-  std::vector<code_rates*> codes_;  ///< pieces of a slab, kCodesOfPiece each
+  std::vector<import_items<code_rates>> codes_;  ///< pieces of a slab, kCodesOfPiece each
   uint32_t code_count_ = 0;
-  std::vector<stored_rate*> records_;  ///< the same
-  std::size_t records_left_ = 0;       ///< unused ones of the last piece
+  std::vector<import_items<stored_rate>> records_;  ///< the same
+  std::size_t records_left_ = 0;                    ///< unused ones of the last piece
   std::deque<date_rates> dates_;
 };

@@ -7,13 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "rate_upload/import_slab.h"
+
 class text_pool {
  public:
-  text_pool() = default;
-  ~text_pool() { clear(); }
-  text_pool(const text_pool&) = delete;
-  text_pool& operator=(const text_pool&) = delete;
-
   /// Where a text lies.
   struct place {
     uint32_t piece;
@@ -25,7 +22,7 @@ class text_pool {
   /// runs out.
   [[nodiscard]] bool add(std::string_view text, place& where);
 
-  [[nodiscard]] const char* at(place where) const { return pieces_[where.piece] + where.offset; }
+  [[nodiscard]] const char* at(place where) const { return &pieces_[where.piece][where.offset]; }
 
   /// Whether the text there is this one.
   [[nodiscard]] bool holds(place where, std::string_view text) const {
@@ -33,11 +30,9 @@ class text_pool {
     return std::strncmp(kept, text.data(), text.size()) == 0 && kept[text.size()] == '\0';
   }
 
-  void clear();
+  void clear() { *this = {}; }
 
  private:
-  bool add_piece();
-
-  std::vector<char*> pieces_;
+  std::vector<import_items<char>> pieces_;
   uint32_t used_ = kPieceSize;  ///< bytes of the last piece
 };

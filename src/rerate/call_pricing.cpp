@@ -1,11 +1,9 @@
 #include "rerate/call_pricing.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
 #include <optional>
-#include <string_view>
 #include <tuple>
 
 #include "base/qvn_prefetch.h"

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "rate/qvn_rate_table.h"
@@ -20,7 +21,7 @@ inline constexpr int32_t kRateTypeLocal = 5;
 
 /// What the rating uses of a rate table's settings. A length of 0 is no limit.
 struct jurisdiction_settings {
-  const char* prefix = "";        ///< of calling numbers to be looked at; empty: any
+  std::string prefix;             ///< of calling numbers to be looked at; empty: any
   uint8_t prefix_min_length = 0;  ///< of calling numbers with the prefix
   uint8_t prefix_max_length = 0;
   uint8_t noprefix_min_length = 0;  ///< of those without

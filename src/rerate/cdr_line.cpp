@@ -1,6 +1,5 @@
 #include "rerate/cdr_line.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
 #if defined(__SSE2__)

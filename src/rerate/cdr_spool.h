@@ -15,8 +15,6 @@ class cdr_spool {
  public:
   /// The folder must outlive the spool.
   explicit cdr_spool(const qvn_job_folder& folder) : folder_(folder) {}
-  cdr_spool(const cdr_spool&) = delete;
-  cdr_spool& operator=(const cdr_spool&) = delete;
 
   /// Appends the bytes to the file, which is made if there is none, and empties the text.
   void take(std::string& bytes);

@@ -7,15 +7,12 @@
 namespace {
 
 /// The trees and switches of the task and the settings of the trunk, as they stand for all calls.
+/// Throws std::bad_alloc when memory runs out.
 pricing_terms terms_of(const rerate_task& task, const rerate_trunk& trunk) {
   const rate_table_settings& table = *trunk.rate_table;
   pricing_terms terms{
       .time_profiles = task.reference.time_profiles.root(),
-      .jurisdiction = {.prefix = table.jurisdiction_prefix.c_str(),
-                       .prefix_min_length = table.prefix_min_length,
-                       .prefix_max_length = table.prefix_max_length,
-                       .noprefix_min_length = table.noprefix_min_length,
-                       .noprefix_max_length = table.noprefix_max_length},
+      .jurisdiction = table.jurisdiction,
       .local_rates = task.row.update_local_rate == 1,
       .rate_decimal = trunk.rate_decimal,
       .rate_rounding = trunk.rate_rounding,
@@ -36,7 +33,7 @@ pricing_terms terms_of(const rerate_task& task, const rerate_trunk& trunk) {
 rerate_outcome rerate_trunk_calls(rerate_task& task, const rerate_trunk& trunk,
                                   const rerate_day& day) {
   rerated_calls calls(task.folder, trunk.side, terms_of(task, trunk), trunk.rates->date,
-                      task.row.column_count());
+                      task.row.include_q850 == 1 ? kCdrColumnsWithQ850 : kCdrColumns);
   if (get_rerate_cdr(task, trunk, day, calls) != 0) {
     return rerate_fail(rerate_error::cdr_load, "Rerate task %u get %s %s CDR failed", task.id,
                        trunk.alias.c_str(), day.date.c_str());

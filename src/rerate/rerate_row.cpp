@@ -4,46 +4,20 @@
 
 #include "base/qvn_text.h"
 
-namespace {
-
-/// The columns of the job query, in its order.
-enum job_column : int {
-  kId,
-  kFromTime,
-  kToTime,
-  kTimezone,
-  kUpdateLrn,
-  kUpdateUsJurisdiction,
-  kUpdateLocalRate,
-  kIngressTrunk,
-  kEgressTrunk,
-  kLrnServerIp,
-  kLrnServerPort,
-  kIncludeQ850,
-  kJobColumns,
-};
-
-}  // namespace
-
-std::optional<rerate_row> rerate_row_read(const pg_row& row) {
+rerate_row rerate_row_read(const pg_row& row) {
   constexpr std::size_t kMostAddressCharacters = 15;
-  if (!row.has_columns(kJobColumns)) {
-    return std::nullopt;
-  }
-  return rerate_row{
-      .id = row.number<uint32_t>(kId),
-      .from_time = row.number<int64_t>(kFromTime),
-      .to_time = row.number<int64_t>(kToTime),
-      .timezone = row.number<int32_t>(kTimezone),
-      .update_lrn = row.number<uint8_t>(kUpdateLrn),
-      .update_us_jurisdiction = row.number<uint8_t>(kUpdateUsJurisdiction),
-      .update_local_rate = row.number<uint8_t>(kUpdateLocalRate),
-      .ingress_trunks = row.text(kIngressTrunk),
-      .egress_trunks = row.text(kEgressTrunk),
-      .lrn_server_ip = std::string(row.text(kLrnServerIp)).substr(0, kMostAddressCharacters),
-      .lrn_server_port = row.number<int32_t>(kLrnServerPort),
-      .include_q850 = row.number<uint8_t>(kIncludeQ850),
-  };
+  return {.id = row.number<uint32_t>(0),
+          .from_time = row.number<int64_t>(1),
+          .to_time = row.number<int64_t>(2),
+          .timezone = row.number<int32_t>(3),
+          .update_lrn = row.number<uint8_t>(4),
+          .update_us_jurisdiction = row.number<uint8_t>(5),
+          .update_local_rate = row.number<uint8_t>(6),
+          .ingress_trunks = row.text(7),
+          .egress_trunks = row.text(8),
+          .lrn_server_ip = std::string(row.text(9)).substr(0, kMostAddressCharacters),
+          .lrn_server_port = row.number<int32_t>(10),
+          .include_q850 = row.number<uint8_t>(11)};
 }
 
 std::string rerate_row_progress_update(uint32_t id, const char* text, rerate_status status) {

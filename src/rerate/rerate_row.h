@@ -3,18 +3,17 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "db/qvn_pg_rows.h"
-#include "rerate/cdr_columns.h"
 #include "rerate/rerate_outcome.h"
 
-/// Asks for the next waiting rows.
+/// Asks for the next waiting rows, and the number of its columns.
 inline constexpr const char* kRerateJobQuery =
     "select id,from_time,to_time,timezone,update_lrn,update_us_jurisdiction,update_local_rate,"
     "ingress_trunk,egress_trunk,lrn_server_ip,lrn_server_port,include_q850 from rerate_cdr_task "
     "where status=0 limit 2;";
+inline constexpr int kRerateJobColumns = 12;
 
 /// Values of the row's column `status`.
 enum class rerate_status : int32_t {
@@ -27,10 +26,6 @@ enum class rerate_status : int32_t {
 };
 
 struct rerate_row {
-  [[nodiscard]] std::size_t column_count() const {
-    return include_q850 == 1 ? kCdrColumnsWithQ850 : kCdrColumns;
-  }
-
   uint32_t id = 0;
   int64_t from_time = 0;   ///< seconds since the epoch
   int64_t to_time = 0;     ///< this second is included
@@ -53,8 +48,8 @@ struct rerate_figures {
   std::string cdr_files;   ///< names of the files written, each followed by ","
 };
 
-/// A row of kRerateJobQuery; none, with a WARNING, when the server has sent too few columns.
-[[nodiscard]] std::optional<rerate_row> rerate_row_read(const pg_row& row);
+/// Reads a row of the job query.
+[[nodiscard]] rerate_row rerate_row_read(const pg_row& row);
 
 /// The statement that shows how far the job is. Nothing in the text is escaped.
 [[nodiscard]] std::string rerate_row_progress_update(uint32_t id, const char* text,

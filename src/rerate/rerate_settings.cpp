@@ -33,11 +33,11 @@ std::unique_ptr<rate_table_settings> make_rate_table(const pg_row& row) {
   table->lnp_dipping_rate = static_cast<float>(std::strtod(row.text(3), nullptr));
   table->jurisdiction_country_id = row.text(4);
   table->currency_id = row.text(5);
-  table->jurisdiction_prefix = row.text(6);
-  table->noprefix_min_length = row.number<uint8_t>(7);
-  table->noprefix_max_length = row.number<uint8_t>(8);
-  table->prefix_min_length = row.number<uint8_t>(9);
-  table->prefix_max_length = row.number<uint8_t>(10);
+  table->jurisdiction.prefix = row.text(6);
+  table->jurisdiction.noprefix_min_length = row.number<uint8_t>(7);
+  table->jurisdiction.noprefix_max_length = row.number<uint8_t>(8);
+  table->jurisdiction.prefix_min_length = row.number<uint8_t>(9);
+  table->jurisdiction.prefix_max_length = row.number<uint8_t>(10);
   return table;
 }
 

@@ -1,6 +1,8 @@
-/// One rerating: its row, and what it works with. Made by the poller, then its worker thread's
-/// alone.
+/// One rerating from its connection to its final row: what the row asks for, and what it works
+/// with. Made by the poller, then its worker thread's alone.
 #pragma once
+
+#include <utility>
 
 #include "db/qvn_db_job.h"
 #include "rate/qvn_rate_table.h"
@@ -24,8 +26,11 @@ struct rerate_reference {
   bool lost = false;
 };
 
-struct rerate_task : qvn_db_job {
-  explicit rerate_task(rerate_row from);
+struct rerate_task final : qvn_db_job {
+  explicit rerate_task(rerate_row job_row)
+      : row(std::move(job_row)), range{row.from_time, row.to_time} {
+    id = row.id;
+  }
 
   [[nodiscard]] bool is_connected() const { return PQstatus(connection.get()) == CONNECTION_OK; }
 
@@ -33,6 +38,16 @@ struct rerate_task : qvn_db_job {
   rerate_range range;  ///< of the row; moved by its time zone when the days begin
   rerate_reference reference;
   rerate_figures figures;
+
+ protected:
+  void work() override;
+  void report_memory_shortage() override;
+  void write_final_row() override;
+  void log_end() const override;
+  void release_data() override { reference = {}; }
+
+ private:
+  rerate_outcome outcome_;
 };
 
 /// Writes progress and status into the row. A failure is logged as the caller's line and changes

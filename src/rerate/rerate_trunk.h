@@ -9,19 +9,15 @@
 #include <string_view>
 
 #include "rate/qvn_rate_table.h"
+#include "rerate/call_pricing.h"
 #include "rerate/cdr_columns.h"
 
-/// Settings of a rate table. The rating uses the jurisdiction's country and prefix and the four
-/// lengths of calling numbers.
+/// Settings of a rate table. The rating uses those of the jurisdiction and its country.
 struct rate_table_settings {
   uint8_t jur_type = 0;
   uint8_t rate_type = 0;
-  uint8_t prefix_min_length = 0;
-  uint8_t prefix_max_length = 0;
-  uint8_t noprefix_min_length = 0;
-  uint8_t noprefix_max_length = 0;
+  jurisdiction_settings jurisdiction;
   std::string currency_id;
-  std::string jurisdiction_prefix;
   std::string rate_table_id;
   std::string jurisdiction_country_id;
   float lnp_dipping_rate = 0.0F;
