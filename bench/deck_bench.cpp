@@ -2,8 +2,8 @@
 // median of some rounds.
 //
 // A deck is read as an import reads it, its accepted lines kept as for the COPY. Codes are uneven,
-// 3 to 11 digits below some thousand areas, names go with the areas, half of the lines have one
-// effective date and half another.
+// 3 to 11 digits below some thousand areas. A hundred lines in a row share a destination, whatever
+// the size; half of the lines have one effective date and half another.
 //
 //   deck_line_N         a line of a deck of N
 //   deck_growth         that of the largest deck by that of the smallest
@@ -33,6 +33,7 @@
 namespace {
 
 constexpr unsigned kSeed = 4420;
+constexpr std::size_t kLinesPerDestination = 100;
 constexpr std::size_t kHostileLines = 100'000;
 constexpr std::size_t kLinesPerFigure = 3'000'000;  // read in all, over some rounds
 constexpr std::size_t kFewestRounds = 3;
@@ -126,9 +127,9 @@ qvn_file make_deck(const std::vector<std::string>& codes) {
   const std::array<std::string, 2> dates = {today(), "2024-03-01"};
   (void)std::fputs(kHeader, deck.get());
   for (std::size_t i = 0; i < codes.size(); ++i) {
-    const std::string area = codes[i].substr(0, 4);
-    (void)std::fprintf(deck.get(), "%s,Destination %s Mobile,Country %s,0.%04zu,%s\n",
-                       codes[i].c_str(), area.c_str(), area.substr(0, 2).c_str(), i * 7919 % 10000,
+    const std::size_t destination = i / kLinesPerDestination;
+    (void)std::fprintf(deck.get(), "%s,Destination %05zu Mobile,Country %04zu,0.%04zu,%s\n",
+                       codes[i].c_str(), destination, destination / 10, i * 7919 % 10000,
                        dates[i % 2].c_str());
   }
   if (std::fflush(deck.get()) != 0) {
