@@ -132,37 +132,43 @@ free_port() {
 
 port_is_taken() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 
-# cluster_start [SERVER OPTION...]: makes a cluster below WORK and starts it on a free port. psql and the like find it
-# through the environment; DB_HOST, DB_PORT, DB_USER and DB_PASSWORD say it to the daemon.
+# cluster_start [SERVER OPTION...]: makes a cluster below WORK, in folder CLUSTER or pg, and starts it on a free port.
+# psql and the like find it through the environment; DB_HOST, DB_PORT, DB_USER and DB_PASSWORD say it to the daemon.
+# Several clusters have one user and password.
 cluster_start() {
-  local attempt bin
+  local attempt bin folder=$WORK/${CLUSTER:-pg}
   bin=$(pg_config --bindir)
   [[ -x $bin/initdb ]] || die "no PostgreSQL server in $bin"
   PG_CTL=$bin/pg_ctl
-  DB_HOST=127.0.0.1 DB_USER=portal DB_PASSWORD=$(od -An -N12 -tx1 /dev/urandom | tr -d ' \n')
+  DB_HOST=127.0.0.1 DB_USER=portal DB_PASSWORD=${DB_PASSWORD:-$(od -An -N12 -tx1 /dev/urandom | tr -d ' \n')}
 
-  mkdir "$WORK/pg"
-  printf '%s\n' "$DB_PASSWORD" >"$WORK/pg/password"
-  [[ $EUID -ne 0 ]] || chown -R postgres: "$WORK/pg"
-  as_server "$bin/initdb" -D "$WORK/pg/data" -U "$DB_USER" -A scram-sha-256 --pwfile="$WORK/pg/password" \
+  mkdir "$folder"
+  printf '%s\n' "$DB_PASSWORD" >"$folder/password"
+  [[ $EUID -ne 0 ]] || chown -R postgres: "$folder"
+  as_server "$bin/initdb" -D "$folder/data" -U "$DB_USER" -A scram-sha-256 --pwfile="$folder/password" \
     -E UTF8 --no-locale --no-sync >"$WORK/initdb.log" || die "initdb failed: $(cat "$WORK/initdb.log")"
-  rm "$WORK/pg/password"
+  rm "$folder/password"
 
   for attempt in 1 2 3 4 5; do
     DB_PORT=$(free_port)
-    PG_DATA=$WORK/pg/data
-    if as_server "$PG_CTL" -D "$PG_DATA" -l "$WORK/pg/server.log" -w -s start \
-      -o "-p $DB_PORT -c listen_addresses=$DB_HOST -c unix_socket_directories=$WORK/pg $*"; then
+    PG_DATA=$folder/data
+    if as_server "$PG_CTL" -D "$PG_DATA" -l "$folder/server.log" -w -s start \
+      -o "-p $DB_PORT -c listen_addresses=$DB_HOST -c unix_socket_directories=$folder $*"; then
       export PGHOST=$DB_HOST PGPORT=$DB_PORT PGUSER=$DB_USER PGPASSWORD=$DB_PASSWORD PGDATABASE=postgres
       return
     fi
     PG_DATA=''
   done
-  die "PostgreSQL does not start: $(tail -n 3 "$WORK/pg/server.log")"
+  die "PostgreSQL does not start: $(tail -n 3 "$folder/server.log")"
 }
 
+# cluster_stop: all that run.
 cluster_stop() {
-  [[ -z $PG_DATA ]] || as_server "$PG_CTL" -D "$PG_DATA" -m immediate -w -s stop
+  local data
+  [[ -n ${WORK:-} ]] || return 0
+  for data in "$WORK"/*/data; do
+    [[ ! -f $data/postmaster.pid ]] || as_server "$PG_CTL" -D "$data" -m immediate -w -s stop
+  done
   PG_DATA=''
 }
 
