@@ -5,12 +5,5 @@ set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 file(GLOB compressed ${root}/usr/share/man/man*/* ${root}/usr/share/doc/*/changelog)
 execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
 
-# The configuration holds passwords, the log may: closed from the moment they are unpacked.
-set(home ${root}/opt/qvn_web_helper)
-file(GLOB settings ${home}/conf/*)
-file(CHMOD ${settings} PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ)
-file(CHMOD ${home}/conf ${home}/log
-  PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE)
-
 # One page for both files.
 file(CREATE_LINK qvn_web_helper.conf.5.gz ${root}/usr/share/man/man5/qvn_db_info.conf.5.gz SYMBOLIC)
