@@ -9,6 +9,7 @@ set -euo pipefail
 QVN_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What building and testing takes; .ci/run adds the clang tools.
+# shellcheck disable=SC2034 # used by those who source this
 BUILD_PACKAGES=(g++ cmake ninja-build libpq-dev libgtest-dev libgmock-dev libbenchmark-dev postgresql)
 
 say() { printf '\n%s== %s%s\n' "$BOLD" "$*" "$PLAIN"; }
@@ -136,7 +137,7 @@ port_is_taken() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 # psql and the like find it through the environment; DB_HOST, DB_PORT, DB_USER and DB_PASSWORD say it to the daemon.
 # Several clusters have one user and password.
 cluster_start() {
-  local attempt bin folder=$WORK/${CLUSTER:-pg}
+  local bin folder=$WORK/${CLUSTER:-pg}
   bin=$(pg_config --bindir)
   [[ -x $bin/initdb ]] || die "no PostgreSQL server in $bin"
   PG_CTL=$bin/pg_ctl
@@ -149,7 +150,7 @@ cluster_start() {
     -E UTF8 --no-locale --no-sync >"$WORK/initdb.log" || die "initdb failed: $(cat "$WORK/initdb.log")"
   rm "$folder/password"
 
-  for attempt in 1 2 3 4 5; do
+  for _ in 1 2 3 4 5; do
     DB_PORT=$(free_port)
     PG_DATA=$folder/data
     if as_server "$PG_CTL" -D "$PG_DATA" -l "$folder/server.log" -w -s start \
