@@ -153,26 +153,36 @@ class database_check {
     }
     // A right that others need as well, SELECT, has been reported with the first of them.
     if (grants.empty() && !(no.state == kNoRight && refused_.contains(statement.table))) {
-      report(std::string(statement.failure) + ": " + first_line(no.words));
+      report(meaning(statement, no) + ": " + first_line(no.words));
     }
     refused_.insert(statement.table);
   }
 
+  /// What becomes of the jobs, unless the server has not said whether it would refuse the
+  /// statement.
+  [[nodiscard]] std::string meaning(const conf_statement& statement, const refusal& no) const {
+    constexpr std::string_view kLocked = "55P03";
+    const bool answered = PQstatus(connection_) == CONNECTION_OK && no.state != kLocked;
+    return answered ? statement.failure : "table " + statement.table + " cannot be checked";
+  }
+
   void report_grant(const char* failure, const std::string& grant) {
-    if (granted_.insert(grant).second) {
+    if (said_.insert(grant).second) {
       report(std::string(failure) + " without: " + grant);
     }
   }
 
   void report(const std::string& text) {
-    findings_.add(database_.line, "section [" + database_.section + "]: " + text);
+    if (said_.insert(text).second) {
+      findings_.add(database_.line, "section [" + database_.section + "]: " + text);
+    }
   }
 
   PGconn* const connection_;
   const conf_database& database_;
   conf_findings& findings_;
-  std::set<std::string> granted_;  ///< what has been reported, as the next
-  std::set<std::string> refused_;  ///< tables
+  std::set<std::string> said_;     ///< what has been reported: GRANTs and whole texts
+  std::set<std::string> refused_;  ///< tables that a statement was refused on
 };
 
 }  // namespace
