@@ -18,6 +18,10 @@ enum code_deck_column : std::size_t {
   kDeckColumns,
 };
 
+/// Loads the rows of all decks.
+inline constexpr const char* kCodeDeckCopy =
+    "copy code (code_id,code, code_deck_id, country, name) to stdout delimiter as ',' csv header";
+
 class code_decks {
  public:
   /// Adds a row of kDeckColumns texts, which are copied. False when memory runs out.

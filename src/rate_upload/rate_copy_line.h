@@ -5,6 +5,12 @@
 
 #include "rate_upload/import_record.h"
 
+/// The COPY that takes the lines.
+inline constexpr const char* kRateCopy =
+    "COPY rate(rate_table_id,code,code_name,country,rate,intra_rate,inter_rate,local_rate,"
+    "setup_fee,effective_date,end_date,grace_time,min_time,rate_type,seconds,interval,"
+    "zone) FROM STDIN USING DELIMITERS ',' NULL as 'NULL'";
+
 /// Writes the lines of one job.
 class rate_copy_lines {
  public:

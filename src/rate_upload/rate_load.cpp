@@ -47,25 +47,26 @@ bool load(rate_upload_task& task, const char* sql, std::size_t columns, const ch
 
 bool load_code_decks(rate_upload_task& task) {
   return task.row.code_deck_flag != 1 ||
-         load(task,
-              "copy code (code_id,code, code_deck_id, country, name) to stdout delimiter as ',' "
-              "csv header",
-              kDeckColumns, "code deck", "Load code deck failed",
+         load(task, kCodeDeckCopy, kDeckColumns, "code deck", "Load code deck failed",
               [&](std::span<char*> fields) { return task.data->names.add(fields); });
 }
 
 bool load_rates(rate_upload_task& task) {
   constexpr std::size_t kColumns = 6;  // the last two are not looked at
   const qvn_stopwatch stopwatch(task.figures.download_seconds);
-  const std::string sql = rates_not_ended_copy(
-      "rate_id, rate_table_id, code, extract(epoch from (effective_date)) as effective_date, "
-      "extract(epoch from (end_date)) as end_date, rate",
-      task.row.rate_table_id, std::time(nullptr));
+  const std::string sql = stored_rates_copy(task.row.rate_table_id, std::time(nullptr));
   return load(task, sql.c_str(), kColumns, "rate", "Load rate data failed",
               [&](std::span<char*> fields) { return rate_upload_create_rate_ext(task, fields); });
 }
 
 }  // namespace
+
+std::string stored_rates_copy(const std::string& rate_table_id, int64_t time) {
+  return rates_not_ended_copy(
+      "rate_id, rate_table_id, code, extract(epoch from (effective_date)) as effective_date, "
+      "extract(epoch from (end_date)) as end_date, rate",
+      rate_table_id, time);
+}
 
 bool rate_upload_load(rate_upload_task& task) {
   if (!load_code_decks(task)) {

@@ -28,11 +28,7 @@ void log_copy_failure(const PGconn* connection) {
 
 bool start_copy(rate_upload_task& task) {
   PGconn* const connection = task.connection.get();
-  const pg_owned_result result = qvn_pg_start_copy(
-      connection,
-      "COPY rate(rate_table_id,code,code_name,country,rate,intra_rate,inter_rate,local_rate,"
-      "setup_fee,effective_date,end_date,grace_time,min_time,rate_type,seconds,interval,"
-      "zone) FROM STDIN USING DELIMITERS ',' NULL as 'NULL'");
+  const pg_owned_result result = qvn_pg_start_copy(connection, kRateCopy);
   if (PQresultStatus(result.get()) <= PGRES_COPY_IN) {
     return true;
   }

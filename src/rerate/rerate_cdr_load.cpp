@@ -32,23 +32,22 @@ std::string time_condition(const rerate_day& day) {
   return condition;
 }
 
-std::string call_filter(const std::string& condition, const rerate_trunk& trunk) {
+std::string call_filter(const rerate_trunk& trunk, const rerate_day& day) {
+  const std::string condition = time_condition(day);
   return qvn_format("where (call_duration > 0 and %s%s%s_id='%s')", condition.c_str(),
                     condition.empty() ? "" : " and ", side_name(trunk.side), trunk.id.c_str());
 }
 
-void log_begin(const rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
-               const std::string& condition) {
+void log_begin(const rerate_task& task, const rerate_trunk& trunk, const rerate_day& day) {
+  const std::string condition = time_condition(day);
   QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs%s%s\n", static_cast<int>(task.id),
           side_name(trunk.side), trunk.alias.c_str(), day.date.c_str(),
           condition.empty() ? "" : ", ", condition.c_str());
 }
 
 bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
-                const std::string& filter, rerated_calls& calls) {
-  const std::string sql = qvn_format(
-      "copy (select %s%s from %s %s) to stdout delimiter as ',' csv header", kCdrColumnList,
-      task.row.include_q850 == 1 ? kCdrQ850ColumnList : "", day.table.c_str(), filter.c_str());
+                rerated_calls& calls) {
+  const std::string sql = rerate_calls_copy(trunk, day, task.row.include_q850 == 1);
   bool complete = true;
   const pg_copy_end end = qvn_pg_copy_lines(
       task.connection.get(), sql.c_str(), kLabel,
@@ -58,15 +57,20 @@ bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& 
 
 }  // namespace
 
+std::string rerate_calls_copy(const rerate_trunk& trunk, const rerate_day& day, bool with_q850) {
+  return qvn_format("copy (select %s%s from %s %s) to stdout delimiter as ',' csv header",
+                    kCdrColumnList, with_q850 ? kCdrQ850ColumnList : "", day.table.c_str(),
+                    call_filter(trunk, day).c_str());
+}
+
 int32_t get_rerate_cdr(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
                        rerated_calls& calls) {
   const int64_t start = std::time(nullptr);
   rerate_task_progress_update(
       task, qvn_format("Loading %s %s CDRs", trunk.alias.c_str(), day.date.c_str()),
       rerate_status::loading_cdrs);
-  const std::string condition = time_condition(day);
-  log_begin(task, trunk, day, condition);
-  if (!load_calls(task, trunk, day, call_filter(condition, trunk), calls)) {
+  log_begin(task, trunk, day);
+  if (!load_calls(task, trunk, day, calls)) {
     QVN_LOG(kLogWarning, "Rerate task %d load %s %s cdr failed\n", static_cast<int>(task.id),
             trunk.alias.c_str(), day.date.c_str());
     return -1;

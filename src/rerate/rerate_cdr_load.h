@@ -9,3 +9,7 @@
 /// when memory runs out.
 [[nodiscard]] int32_t get_rerate_cdr(rerate_task& task, const rerate_trunk& trunk,
                                      const rerate_day& day, rerated_calls& calls);
+
+/// The COPY of a trunk's answered calls of that day. Throws as above.
+[[nodiscard]] std::string rerate_calls_copy(const rerate_trunk& trunk, const rerate_day& day,
+                                            bool with_q850);

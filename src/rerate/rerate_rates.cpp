@@ -109,12 +109,7 @@ std::shared_ptr<const rerate_rates> load_rates(rerate_task& task, const rerate_t
   const qvn_stopwatch counter(task.figures.rate_load_seconds);
   const auto rates = std::make_shared<rerate_rates>();
   rates->date = date;
-  const std::string sql = rates_not_ended_copy(
-      "code, rate_id, rate_table_id, time_profile_id, extract(epoch from (effective_date)) as "
-      "effective_date, extract(epoch from (end_date)) as end_date, rate, rate_type, intra_rate, "
-      "inter_rate, local_rate, zone, setup_fee, min_time, grace_time, interval, seconds, "
-      "code_name, country",
-      trunk.rate_table_id, date);
+  const std::string sql = rerate_rates_copy(trunk.rate_table_id, date);
   const pg_copy_end end = qvn_pg_copy_fields(
       task.connection.get(), sql.c_str(), kRateColumns, kLabel,
       [&](std::span<char*> fields) { create_rate_ext(fields, rates->tree, task); });
@@ -194,6 +189,15 @@ void show_rate_load(rerate_task& task, call_side side, const std::string& date) 
 }
 
 }  // namespace
+
+std::string rerate_rates_copy(const std::string& rate_table_id, int64_t date) {
+  return rates_not_ended_copy(
+      "code, rate_id, rate_table_id, time_profile_id, extract(epoch from (effective_date)) as "
+      "effective_date, extract(epoch from (end_date)) as end_date, rate, rate_type, intra_rate, "
+      "inter_rate, local_rate, zone, setup_fee, min_time, grace_time, interval, seconds, "
+      "code_name, country",
+      rate_table_id, date);
+}
 
 rerate_outcome rerate_load_fixed_rates(rerate_task& task) {
   for (rerate_trunk& trunk : task.reference.trunks) {

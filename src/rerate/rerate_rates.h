@@ -13,3 +13,7 @@
 /// Loads the rates of the trunks that follow the calls' date, as they are when the day begins; what
 /// they had is freed before. Fails as above.
 [[nodiscard]] rerate_outcome rerate_load_rates_of_day(rerate_task& task, const rerate_day& day);
+
+/// The COPY of a rate table's rates that have not ended at `date`, in seconds since the epoch.
+/// Throws as above.
+[[nodiscard]] std::string rerate_rates_copy(const std::string& rate_table_id, int64_t date);

@@ -44,10 +44,7 @@ void load_time_profiles(rerate_task& task) {
   constexpr std::size_t kColumns = 7;
   rerate_reference& reference = task.reference;
   const pg_copy_end end = qvn_pg_copy_fields(
-      task.connection.get(),
-      "copy time_profile (time_profile_id, start_time, end_time, start_week, end_week, "
-      "type,time_zone) to stdout delimiter as ',' csv header",
-      kColumns, kLabel,
+      task.connection.get(), kTimeProfileCopy, kColumns, kLabel,
       [&](std::span<char*> fields) { rerate_time_profile_create(fields, reference); });
   if (end != pg_copy_end::whole) {
     reference.time_profiles.clear();
@@ -81,10 +78,7 @@ rerate_outcome load_jurisdictions(rerate_task& task) {
     return {};
   }
   const pg_copy_end end = qvn_pg_copy_fields(
-      task.connection.get(),
-      "copy jurisdiction_prefix (id, prefix, jurisdiction_id, jurisdiction_country_id) to stdout "
-      "delimiter as ',' csv header",
-      kColumns, kLabel,
+      task.connection.get(), kJurisdictionCopy, kColumns, kLabel,
       [&](std::span<char*> fields) { create_jurisdiction_prefix_ext(fields, task.reference); });
   if (end == pg_copy_end::whole && task.reference.jurisdictions.root()) {
     return {};

@@ -55,9 +55,7 @@ void rerate_rate_table_create(const pg_row& row, rerate_trunk& trunk) {
 }
 
 void load_resource(rerate_task& task, rerate_trunk& trunk) {
-  const std::string sql = qvn_format(
-      "SELECT resource_id,alias,rate_decimal,rate_rounding from resource where resource_id = '%s'",
-      trunk.id.c_str());
+  const std::string sql = rerate_resource_query(trunk.id);
   // Without a row the trunk has no alias and its costs no decimals.
   if (qvn_pg_select(task.connection.get(), sql.c_str(), [&](const pg_row& row) {
         rerate_resource_create(row, trunk, task.reference);
@@ -67,11 +65,7 @@ void load_resource(rerate_task& task, rerate_trunk& trunk) {
 }
 
 rerate_outcome load_rate_table(rerate_task& task, rerate_trunk& trunk) {
-  const std::string sql = qvn_format(
-      "select rate_table_id, jur_type, rate_type, lnp_dipping_rate, jurisdiction_country_id, "
-      "currency_id, jurisdiction_prefix, noprefix_min_length, noprefix_max_length, "
-      "prefix_min_length, prefix_max_length  from rate_table where rate_table_id = '%s'",
-      trunk.rate_table_id.c_str());
+  const std::string sql = rerate_rate_table_query(trunk.rate_table_id);
   (void)qvn_pg_select(task.connection.get(), sql.c_str(),
                       [&](const pg_row& row) { rerate_rate_table_create(row, trunk); });
   if (trunk.rate_table) {
@@ -82,6 +76,20 @@ rerate_outcome load_rate_table(rerate_task& task, rerate_trunk& trunk) {
 }
 
 }  // namespace
+
+std::string rerate_resource_query(const std::string& trunk_id) {
+  return qvn_format(
+      "SELECT resource_id,alias,rate_decimal,rate_rounding from resource where resource_id = '%s'",
+      trunk_id.c_str());
+}
+
+std::string rerate_rate_table_query(const std::string& rate_table_id) {
+  return qvn_format(
+      "select rate_table_id, jur_type, rate_type, lnp_dipping_rate, jurisdiction_country_id, "
+      "currency_id, jurisdiction_prefix, noprefix_min_length, noprefix_max_length, "
+      "prefix_min_length, prefix_max_length  from rate_table where rate_table_id = '%s'",
+      rate_table_id.c_str());
+}
 
 rerate_outcome rerate_load_settings(rerate_task& task) {
   rerate_outcome outcome;

@@ -4,6 +4,7 @@
 #include "tools/conf_database_list.h"
 #include "tools/conf_findings.h"
 
-/// Connects as the daemon does and asks the server, without changing anything, whether the user may
-/// read and write the job tables as the daemon does. Reports the first thing that fails of each.
+/// Connects as the daemon does and has the server explain, without changing anything, every
+/// statement of both kinds of job. Reports each that it refuses, with what becomes of the jobs and,
+/// where a right is missing, with the GRANT. Waits at most two seconds for a locked table.
 void conf_check_connection(const conf_database& database, conf_findings& findings);

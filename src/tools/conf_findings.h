@@ -16,6 +16,9 @@ class conf_findings {
   /// that could disturb a terminal is replaced by "?".
   void add(int line, std::string text, tool_status status = kFindings);
 
+  /// Something that may well be meant so: it leaves the status as it is.
+  void note(int line, const std::string& text) { add(line, "note: " + text, kNothingToSay); }
+
   [[nodiscard]] tool_status status() const { return status_; }
   [[nodiscard]] const std::string& path() const { return path_; }
 

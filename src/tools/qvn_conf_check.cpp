@@ -16,7 +16,7 @@
 #include "tools/conf_connect.h"
 #include "tools/conf_database_list.h"
 #include "tools/conf_findings.h"
-#include "tools/conf_main_file.h"
+#include "tools/conf_installation.h"
 #include "tools/tool_main.h"
 
 namespace {
@@ -26,18 +26,23 @@ constexpr const char* kUsage = "Usage: qvn_conf_check [--connect] [HOME_OR_CONF_
 constexpr const char* kHelp =
     "Reads qvn_web_helper.conf and qvn_db_info.conf as qvn_web_helper reads them, and prints, as\n"
     "\"FILE:LINE: text\", every line that it would ignore, refuse, cut or take as something else.\n"
+    "Where the daemon's executable lies beside conf, also what it cannot use: its folders, its\n"
+    "console's port. Run by root, it looks as the user whom run belongs to.\n"
     "No password is ever printed.\n"
     "\n"
     "  HOME_OR_CONF_DIR  the daemon's folder, or its conf folder; the folder of this program when\n"
     "                    none is given\n"
     "  -c, --connect     also connect to each database as the daemon does, for at most\n"
-    "                    PGCONNECT_TIMEOUT seconds (5 when not set), and ask whether the user may\n"
-    "                    read and update the two job tables; nothing is changed\n"
+    "                    PGCONNECT_TIMEOUT seconds (5 when not set), and have the server explain\n"
+    "                    every statement of the daemon; prints the GRANTs that are missing;\n"
+    "                    nothing is changed\n"
     "  -h, --help        print this and exit\n"
     "  -V, --version     print the version and exit\n"
     "\n"
-    "Exit status: 0 there is nothing to say, 1 something would be ignored, refused or cut, or a\n"
-    "database fails, 2 the daemon would not start or a file cannot be used.\n";
+    "Exit status: 0 there is nothing to say, or notes only; 1 something would be ignored, refused\n"
+    "or cut, a folder or a database fails; 2 the daemon would not start, or a file cannot be "
+    "used.\n"
+    "A daemon that runs already is no fault.\n";
 
 constexpr option kOptions[] = {{"connect", no_argument, nullptr, 'c'},
                                {"help", no_argument, nullptr, 'h'},
@@ -70,23 +75,31 @@ tool_status check_file(const char* name, Check check) {
   return findings.status();
 }
 
-/// Reads both files, prints the findings, and, if asked, tries the connection of each database.
+/// Reads both files and looks at what is around them, prints the findings, and, if asked, tries the
+/// connection of each database.
 tool_status conf_check(bool connect) {
-  const tool_status main_file = check_file(kMainConfFile, conf_check_main_file);
-  return std::max(main_file, check_file(kDbConfFile, [connect](conf_findings& findings) {
-                    for (const conf_database& database : conf_check_database_list(findings)) {
-                      if (connect) {
-                        conf_check_connection(database, findings);
-                      }
-                    }
-                  }));
+  conf_result_folders results;
+  const tool_status main_file = check_file(
+      kMainConfFile, [&](conf_findings& findings) { results = conf_check_main_file(findings); });
+  const tool_status list = check_file(kDbConfFile, [&](conf_findings& findings) {
+    for (const conf_database& database : conf_check_database_list(findings)) {
+      if (connect) {
+        conf_check_connection(database, findings);
+      }
+    }
+  });
+  const bool in_place = conf_is_installation() && !results.imports.empty();
+  return std::max({main_file, list, in_place ? conf_check_installation(results) : kNothingToSay});
 }
 
-/// The folder itself, or the one named conf in it; ends in "/".
-std::string conf_directory(const std::string& folder) {
+/// Takes the daemon's folder, or a folder with configuration files alone.
+void use_folder(const std::string& folder) {
   std::error_code none;
-  const std::string below = folder + "/conf/";
-  return std::filesystem::is_directory(below, none) ? below : folder + "/";
+  const bool has_conf = std::filesystem::is_directory(folder + "/conf", none);
+  const auto home = std::filesystem::absolute(folder, none).lexically_normal() / "";
+  g_core_ctrl->conf_dir = folder + (has_conf ? "/conf/" : "/");
+  g_core_ctrl->install_dir = has_conf ? home.parent_path().string() : "";
+  g_core_ctrl->log_dir = g_core_ctrl->install_dir + "/log/";
 }
 
 tool_status run(int count, char** words) {
@@ -106,8 +119,9 @@ tool_status run(int count, char** words) {
     throw std::bad_alloc();
   }
   if (optind < count) {
-    g_core_ctrl->conf_dir = conf_directory(words[optind]);
+    use_folder(words[optind]);
   }
+  conf_become_daemons_user();
   qvn_db_set_connection_defaults();
   const tool_status status = conf_check(connect);
   g_core_ctrl = nullptr;

@@ -84,6 +84,15 @@ std::string cdr(Session& portal) {
   return support::read_file(file);
 }
 
+/// What the tool would have the administrator grant in the database of that section.
+std::string advice(const support::DaemonHarness& daemon, const std::string& section) {
+  const std::filesystem::path folder = daemon.path() / "asked";
+  std::filesystem::create_directories(folder);
+  support::write_file(folder / "qvn_web_helper.conf", "");
+  support::write_file(folder / "qvn_db_info.conf", section);
+  return support::shell(folder, "qvn_conf_check -c . | sed '/note:/d; s/.* without: //'").out;
+}
+
 TEST(Rights, OfTheManualSufficeAndNoneIsTooMany) {
   ASSERT_EQ(statements("CREATE ROLE ").size(), 1U);
   e2e::cluster()
@@ -98,6 +107,9 @@ TEST(Rights, OfTheManualSufficeAndNoneIsTooMany) {
     std::string section = support::database_section(right.name, e2e::cluster().port(), right.name);
     const std::string owner = std::string("db_user=") + support::TestCluster::kUser + "\n";
     list += section.replace(section.find(owner), owner.size(), "db_user=qvn_daemon\n");
+    const std::string revoked = right.revoked == nullptr ? "" : right.revoked;
+    EXPECT_EQ(advice(*daemon, section),
+              revoked.empty() ? "" : "GRANT " + revoked + " TO qvn_daemon;\n");
   }
   daemon->write_database_list(list);
   daemon->start();
