@@ -1,11 +1,8 @@
-/// What the fuzz targets share: how they read their input, report a broken promise, and give
-/// product code files that live in memory.
+/// What the fuzz targets share: how they read their input and report a broken promise.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -33,15 +30,6 @@ class fuzz_input {
   /// Up to the next line feed, cut at a NUL as any text of the daemon.
   std::string line();
 
-  /// A number made of the next bytes.
-  template <class Number>
-  Number number() {
-    Number value{};
-    const std::string_view bytes = take(sizeof value);
-    std::memcpy(&value, bytes.data(), bytes.size());
-    return value;
-  }
-
  private:
   std::string_view left_;
 };
@@ -52,15 +40,5 @@ class fuzz_input {
 }
 
 /// A target's own preparations before its first run, if it has any. The core record is there by
-/// then, with an empty database table; nothing is logged, and local time is UTC.
+/// then; nothing is logged, and local time is UTC.
 [[gnu::weak]] void fuzz_prepare();
-
-/// The folder whose files live in memory.
-inline constexpr const char* kFuzzFolder = "fuzz:";
-
-/// What every file of the folder holds when it is read; the bytes stay the caller's.
-void fuzz_set_content(std::string_view content);
-
-/// A stream whose bytes go to the function, piece by piece.
-using fuzz_write_fn = void (*)(std::string_view piece);
-[[nodiscard]] std::FILE* fuzz_open_writer(fuzz_write_fn writer);

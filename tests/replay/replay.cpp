@@ -3,6 +3,7 @@
 // runs in every build.
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,18 +20,15 @@ constexpr std::size_t kMostBytes = 4096;
 std::vector<std::string> seeds() {
   std::vector<std::string> texts;
   for (const auto& file : std::filesystem::directory_iterator(QVN_FUZZ_SEEDS)) {
-    std::FILE* const stream = std::fopen(file.path().c_str(), "re");
-    std::string text(kMostBytes, '\0');
-    text.resize(std::fread(text.data(), 1, text.size(), stream));
-    texts.push_back(text);
-    (void)std::fclose(stream);
+    std::ifstream stream(file.path(), std::ios::binary);
+    texts.emplace_back(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
   }
   return texts;
 }
 
 class mixer {
  public:
-  explicit mixer(std::vector<std::string> texts) : texts_(std::move(texts)) {}
+  mixer(std::vector<std::string> texts, unsigned seed) : texts_(std::move(texts)), random_(seed) {}
 
   std::string next() {
     std::string text = texts_[below(texts_.size())];
@@ -49,7 +47,7 @@ class mixer {
   }
 
   void change(std::string& text) {
-    static constexpr char kTelling[] = "\r\n,;:=.-/+#[]<>@\"$ \t\0~019axNidskuf\x80\xff";
+    static constexpr char kTelling[] = "\r\n,;:=.-/+?<>@\" \t\0~019axNidsku\x80\xff";
     const std::size_t at = below(text.size() + 1);
     switch (below(5)) {
       case 0:
@@ -70,12 +68,7 @@ class mixer {
   }
 
   std::vector<std::string> texts_;
-  std::mt19937 random_{[] {
-    const unsigned seed = support::seed();
-    std::printf("QVN_SEED=%u\n", seed);
-    (void)std::fflush(stdout);
-    return seed;
-  }()};
+  std::mt19937 random_;
 };
 
 void run(const std::string& text) {
@@ -90,7 +83,10 @@ int main(int count, char** arguments) {
   for (const std::string& text : texts) {
     run(text);
   }
-  mixer mixed(texts);
+  const unsigned seed = support::seed();
+  std::printf("QVN_SEED=%u\n", seed);
+  (void)std::fflush(stdout);
+  mixer mixed(texts, seed);
   for (int round = support::rounds_or(kRounds); round > 0; --round) {
     run(mixed.next());
   }
