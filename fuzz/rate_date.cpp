@@ -63,23 +63,13 @@ void check_cell(rate_date_reader& reader, column_kind kind, const char* text) {
 
 /// How a calendar date is written in a format.
 std::string date_text(date_format format, const date_parts& date) {
-  const std::string year = std::to_string(date.year);
-  const std::string month = std::to_string(date.month);
-  const std::string day = std::to_string(date.day);
-  switch (format) {
-    case date_format::mdy_slash:
-      return month + "/" + day + "/" + year;
-    case date_format::dmy_slash:
-      return day + "/" + month + "/" + year;
-    case date_format::ymd_slash:
-      return year + "/" + month + "/" + day;
-    case date_format::ymd_dash:
-      return year + "-" + month + "-" + day;
-    case date_format::dmy_dash:
-      return day + "-" + month + "-" + year;
-    default:
-      return month + "-" + day + "-" + year;
-  }
+  static constexpr const char* kForms[] = {"%2$d/%3$d/%1$d", "%1$d-%2$d-%3$d", "%3$d-%2$d-%1$d",
+                                           "%2$d-%3$d-%1$d", "%3$d/%2$d/%1$d", "%1$d/%2$d/%3$d",
+                                           "%2$d-%3$d-%1$d"};
+  char text[16];
+  (void)std::snprintf(text, sizeof text, kForms[static_cast<int>(format)], date.year, date.month,
+                      date.day);
+  return text;
 }
 
 /// A calendar date in its format is taken as what it is.

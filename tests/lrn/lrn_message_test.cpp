@@ -12,16 +12,17 @@ constexpr const char* kCallId = "7-5060";
 
 TEST(lrn_request, has_these_very_bytes) {
   lrn_request_text text;
-  const std::size_t length = lrn_request_write(text, {.number = "12125550100",
-                                                      .from_user = "web",
-                                                      .server_host = "192.0.2.1",
-                                                      .server_port = 5060,
-                                                      .local_host = "192.0.2.9",
-                                                      .local_port = 40000,
-                                                      .call_id = kCallId,
-                                                      .branch = 4000000000,
-                                                      .tag = 3,
-                                                      .cseq = 10000000000});
+  lrn_invite invite{.number = "12125550100",
+                    .from_user = "web",
+                    .server_host = "192.0.2.1",
+                    .server_port = 5060,
+                    .local_host = "192.0.2.9",
+                    .local_port = 40000,
+                    .call_id = kCallId,
+                    .branch = 4000000000,
+                    .tag = 3,
+                    .cseq = 10000000000};
+  const std::size_t length = lrn_request_write(text, invite);
   EXPECT_STREQ(text.data(),
                "INVITE sip:+12125550100@192.0.2.1:5060;user=phone SIP/2.0\r\n"
                "Via: SIP/2.0/UDP 192.0.2.9:40000;branch=z9h64bK4000000000\r\n"
@@ -34,6 +35,10 @@ TEST(lrn_request, has_these_very_bytes) {
                "Content-Type: application/sdp\r\n"
                "Content-Length: 0\r\n\r\n");
   EXPECT_EQ(length, std::strlen(text.data()));
+  const std::string long_id(700, 'x');
+  invite.call_id = long_id.c_str();
+  EXPECT_EQ(lrn_request_write(text, invite), 611U);
+  EXPECT_EQ(std::strlen(text.data()), 611U);
 }
 
 /// "RESULT LOCATION LRN" of an accepted response, "-" for what it does not say, or the verdict.

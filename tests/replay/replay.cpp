@@ -42,13 +42,13 @@ class mixer {
   std::size_t below(std::size_t limit) { return random_() % limit; }
 
   std::string piece_of(const std::string& text) {
-    const std::size_t at = below(text.size() + 1);
-    return text.substr(at, below(below(8) == 0 ? 400 : 20));
+    return text.substr(below(text.size() + 1), below(below(8) == 0 ? 400 : 20));
   }
 
   void change(std::string& text) {
     static constexpr char kTelling[] = "\r\n,;:=.-/+?<>@\" \t\0~019axNidsku\x80\xff";
     const std::size_t at = below(text.size() + 1);
+    const char telling = kTelling[below(sizeof kTelling)];
     switch (below(5)) {
       case 0:
         text.insert(at, piece_of(text));
@@ -60,10 +60,10 @@ class mixer {
         text.erase(at, piece_of(text).size());
         break;
       case 3:
-        text.insert(at, 1 + (below(50) == 0 ? below(300) : 0), kTelling[below(sizeof kTelling)]);
+        text.insert(at, 1 + (below(50) == 0 ? below(300) : 0), telling);
         break;
       default:
-        text.replace(at, 1, 1, kTelling[below(sizeof kTelling)]);
+        text.replace(at, 1, 1, telling);
     }
   }
 
