@@ -28,12 +28,10 @@
 namespace {
 
 /// The numbers and texts of a line.
-class line_reader {
- public:
-  explicit line_reader(std::string_view line)
-      : left_(reinterpret_cast<const uint8_t*>(line.data()), line.size()) {}
+struct line_reader : fuzz_input {
+  using fuzz_input::fuzz_input;
 
-  std::string text() { return std::string(left_.field(',')); }
+  std::string text() { return std::string(field(',')); }
   std::string key() { return text().substr(0, 255); }  // longer ones are cut by the trees
   template <class Number>
   Number number() {
@@ -45,9 +43,6 @@ class line_reader {
     const double value = price.empty() ? -1.0 : std::strtod(price.c_str(), nullptr);
     return std::abs(value) < 1e12 ? static_cast<float>(value) : -1.0F;
   }
-
- private:
-  fuzz_input left_;
 };
 
 /// In the order in which priced_texts makes them.

@@ -4,46 +4,24 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <set>
-#include <vector>
 
 #include "rate/rp_hash.h"
 #include "support.h"
 
 namespace {
 
-/// The records of a node: a set of digits.
-using records = std::multiset<char>;
 int64_t g_live_records = 0;
 
-void add_record(rp_hash_node* node, char record) {
-  if (!node->items) {
-    node->items = new records;
-  }
-  static_cast<records*>(node->items)->insert(record);
-  ++node->item_count;
-  ++g_live_records;
-}
-
-/// Frees one record, or all with no argument, as the daemon's own callbacks do.
+/// Frees one record, or all with no argument, as the daemon's own callbacks do. The tree only
+/// counts them; that of the digit 0 is never there.
 int32_t free_record(rp_hash_node* node, const void* argument) {
-  auto* const held = static_cast<records*>(node->items);
-  const auto before = static_cast<int64_t>(held->size());
-  if (argument) {
-    const auto found = held->find(*static_cast<const char*>(argument));
-    if (found == held->end()) {
-      return 0;
-    }
-    held->erase(found);
-  } else {
-    held->clear();
+  if (argument && *static_cast<const char*>(argument) == '0') {
+    return 0;
   }
-  g_live_records -= before - static_cast<int64_t>(held->size());
-  node->item_count = static_cast<uint32_t>(held->size());
-  if (held->empty()) {
-    delete held;
-    node->items = nullptr;
-  }
+  const uint32_t freed = argument ? 1 : node->item_count;
+  g_live_records -= freed;
+  node->item_count -= freed;
+  node->items = node->item_count == 0 ? nullptr : node->items;
   return 1;
 }
 
@@ -51,7 +29,7 @@ struct place {
   uint64_t passes = 0;
   uint64_t insertions = 0;  ///< of the key that ends here, not yet undone
   bool terminal = false;
-  records held;
+  uint32_t records = 0;
 };
 
 /// Every place of a tree and those nested in it, by the bytes that lead there: a key's own, with a
@@ -101,14 +79,9 @@ int32_t remove(const tree& in, const std::string& key, char record) {
   if (!node) {
     return 0;
   }
-  if (!node->held.empty()) {
-    const auto found = node->held.find(record);
-    if (found == node->held.end()) {
-      return 0;
-    }
-    node->held.erase(found);
-    if (!node->held.empty()) {
-      return 1;
+  if (node->records > 0) {
+    if (record == '0' || --node->records > 0) {
+      return record == '0' ? 0 : 1;
     }
     node->terminal = false;
   }
@@ -139,8 +112,7 @@ std::size_t check_level(const rp_hash_node* first, const rp_hash_node* parent,
     FUZZ_CHECK(found != expected.end());
     const place& place = found->second;
     FUZZ_CHECK(node->pass_count == place.passes && (node->terminal == 1) == place.terminal);
-    FUZZ_CHECK(node->item_count == place.held.size() && !node->items == place.held.empty());
-    FUZZ_CHECK(!node->items || *static_cast<records*>(node->items) == place.held);
+    FUZZ_CHECK(node->item_count == place.records && !node->items == (place.records == 0));
     count += 1 + check_level(node->sub, nullptr, path + "/", expected) +
              check_level(node->children, node, path, expected);
   }
@@ -185,12 +157,13 @@ void operate(rp_hash_node** slot, const tree& in, char operation, char record,
     FUZZ_CHECK(node);
     place& created = create(in, key);
     if (operation == 'i') {
-      add_record(node, record);
-      created.held.insert(record);
+      node->items = &g_live_records;
+      node->item_count = ++created.records;
+      ++g_live_records;
     }
   } else if (operation == 'd' && may_delete) {
     FUZZ_CHECK(rp_hash_delete(slot, key.c_str(), free_record, &record) == remove(in, key, record));
-  } else if (operation == 'u' && may_delete && (!kept || kept->held.empty())) {
+  } else if (operation == 'u' && may_delete && (!kept || kept->records == 0)) {
     FUZZ_CHECK(rp_hash_delete(slot, key.c_str(), nullptr, nullptr) == remove(in, key, record));
   }
   check_lookups(slot, in, key);
@@ -228,7 +201,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   int64_t visited = 0;
   FUZZ_CHECK(rp_hash_record(&root, count_visit, &visited) == (root ? 1 : 0));
   FUZZ_CHECK(visited == std::ranges::count_if(
-                            expected, [](const auto& each) { return !each.second.held.empty(); }));
+                            expected, [](const auto& each) { return each.second.records > 0; }));
   FUZZ_CHECK(rp_hash_destroy(&root, free_record) == (expected.empty() ? 0 : 1));
   FUZZ_CHECK(!root && g_live_records == 0);
   return 0;

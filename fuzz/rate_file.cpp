@@ -16,21 +16,26 @@
 
 namespace {
 
-int g_deck = -1;  ///< a file in memory
-
 constexpr std::size_t kReadAtOnce = 256 * 1024 - 1023;
 
 /// The folder of the result files, with a trailing "/".
-std::string* const g_folder = new std::string;
+const std::string* g_folder = nullptr;
 
 std::string written(const char* name) {
   std::ifstream file(*g_folder + name, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void remove_folder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(*g_folder, ignored);
+/// Makes the folder, once; returns the deck, a file in memory.
+int prepare() {
+  char name[] = "/dev/shm/qvn-fuzz.XXXXXX";
+  FUZZ_CHECK(mkdtemp(name));
+  g_folder = new std::string(std::string(name) + "/");
+  (void)std::atexit([] {
+    std::error_code ignored;
+    std::filesystem::remove_all(*g_folder, ignored);
+  });
+  return memfd_create("deck", MFD_CLOEXEC);
 }
 
 /// The deck's lines as they are read: pieces of 1,023 bytes, without their ends, none empty.
@@ -103,15 +108,6 @@ void check_accepted(rate_upload_task& task) {
 
 }  // namespace
 
-void fuzz_prepare() {
-  char name[] = "/dev/shm/qvn-fuzz.XXXXXX";
-  FUZZ_CHECK(mkdtemp(name));
-  *g_folder = std::string(name) + "/";
-  (void)std::atexit(remove_folder);
-  g_deck = memfd_create("deck", MFD_CLOEXEC);
-  FUZZ_CHECK(g_deck >= 0);
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_input input(data, size);
   rate_upload_row row;
@@ -121,10 +117,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if ((code_deck & 4) != 0) {
     deck.insert(0, kReadAtOnce - std::min(kReadAtOnce, deck.size() / 2), '\n');
   }
-  FUZZ_CHECK(ftruncate(g_deck, static_cast<off_t>(deck.size())) == 0);
-  FUZZ_CHECK(pwrite(g_deck, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
+  static const int deck_file = prepare();
+  FUZZ_CHECK(ftruncate(deck_file, static_cast<off_t>(deck.size())) == 0);
+  FUZZ_CHECK(pwrite(deck_file, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
   row.upload_file_path = "/proc/self/fd";
-  row.upload_format_file = std::to_string(g_deck);
+  row.upload_format_file = std::to_string(deck_file);
   row.rate_table_code_deck_id = (code_deck & 2) != 0 ? "1" : "";
   row.code_deck_flag = code_deck & 1;
   rate_upload_task task(std::move(row));

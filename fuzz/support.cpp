@@ -15,9 +15,6 @@ int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
   tzset();
   (void)qvn_log_set_level(kLogEmergency);
   g_core_ctrl = new qvn_core_ctrl;
-  if (fuzz_prepare) {
-    fuzz_prepare();
-  }
   return 0;
 }
 

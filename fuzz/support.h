@@ -1,4 +1,5 @@
-/// What the fuzz targets share: how they read their input and report a broken promise.
+/// What the fuzz targets share: how they read their input and report a broken promise. They run
+/// with a core record, without a log, and in UTC.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +19,7 @@
 /// Reads the bytes of an input from front to back; past the end there are zeros and empty texts.
 class fuzz_input {
  public:
+  explicit fuzz_input(std::string_view text) : left_(text) {}
   fuzz_input(const uint8_t* data, std::size_t size)
       : left_(reinterpret_cast<const char*>(data), size) {}
 
@@ -38,7 +40,3 @@ class fuzz_input {
 [[nodiscard]] inline std::string_view fuzz_before_nul(std::string_view text) {
   return text.substr(0, text.find('\0'));
 }
-
-/// A target's own preparations before its first run, if it has any. The core record is there by
-/// then; nothing is logged, and local time is UTC.
-[[gnu::weak]] void fuzz_prepare();

