@@ -7,9 +7,7 @@
 #include "base/qvn_log.h"
 #include "core/qvn_core_ctrl.h"
 
-extern "C" {
-
-int LLVMFuzzerInitialize(int* count, char*** arguments);
+extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments);
 int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
   setenv("TZ", "UTC0", 1);
   tzset();
@@ -17,19 +15,6 @@ int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
   g_core_ctrl = new qvn_core_ctrl;
   return 0;
 }
-
-/// Freed blocks are kept back for a while, not for long, and few callers are noted: runs are short
-/// and many.
-const char* __asan_default_options();
-const char* __asan_default_options() {
-  return "quarantine_size_mb=8:malloc_context_size=8:handle_abort=1";
-}
-const char* __ubsan_default_options();
-const char* __ubsan_default_options() {
-  return "print_stacktrace=1";
-}
-
-}  // extern "C"
 
 void fuzz_fail(const char* promise, const char* file, int line) {
   (void)std::fprintf(stderr, "%s:%d: broken promise: %s\n", file, line, promise);

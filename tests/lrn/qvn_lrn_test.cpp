@@ -68,10 +68,7 @@ TEST_F(lrn_lookup, stores_what_the_first_good_response_says) {
   EXPECT_EQ(query_.result, kLrnRedirected);
   EXPECT_STREQ(query_.lrn, "2125550199");
   EXPECT_EQ(query_.location_info, 'N');
-  EXPECT_EQ(query_.cseq, 1U);
-  EXPECT_EQ(query_.branch, 1U);
-  EXPECT_EQ(query_.tag, 1U);
-  EXPECT_EQ(query_.call_seq, 1);
+  EXPECT_TRUE(query_.cseq == 1 && query_.branch == 1 && query_.tag == 1 && query_.call_seq == 1);
   // The second response of the first query costs the second query an attempt.
   EXPECT_EQ(look_up({redirect(1, "<sip:1@h>")}), 0);
   EXPECT_EQ(requests().size(), 2U);

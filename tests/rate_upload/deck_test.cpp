@@ -8,9 +8,10 @@
 
 namespace {
 
+constexpr int64_t kDay = 86'400;
+constexpr int64_t kJanuary1 = 1'767'225'600;  // 2026-01-01 00:00:00 UTC
+
 TEST(deck_dates, lie_at_most_90_and_180_days_ahead_to_the_second) {
-  constexpr int64_t kDay = 86'400;
-  constexpr int64_t kJanuary1 = 1'767'225'600;  // 2026-01-01 00:00:00 UTC
   for (const int64_t late : {0, 1}) {
     for (const auto& [kind, now] :
          {std::pair(column_kind::effective_date, kJanuary1 - 90 * kDay),
@@ -20,6 +21,24 @@ TEST(deck_dates, lie_at_most_90_and_180_days_ahead_to_the_second) {
       std::string refusal;
       EXPECT_EQ(dates.read(kind, "2026-01-01", 1, date, refusal), late == 0) << refusal;
     }
+  }
+}
+
+TEST(deck_dates, are_read_in_the_deck_s_format) {
+  for (const auto& [format, text] : {std::pair("MM/DD/YYYY", "2/3/2025"),
+                                     {"yyyy-mm-dd", "2025-02-03"},
+                                     {"DD-MM-YYYY", "03-02-2025"},
+                                     {"MM-DD-YYYY", "02-03-2025"},
+                                     {"DD/MM/YYYY", "03/02/2025"},
+                                     {"YYYY/MM/DD", "2025/02/03"}}) {
+    rate_date_reader dates(rate_date_format_index(format), kJanuary1);
+    import_date date;
+    std::string refusal;
+    EXPECT_TRUE(dates.read(column_kind::effective_date, text, 1, date, refusal)) << refusal;
+    EXPECT_STREQ(date.text, "2025-02-03 00:00:00+00");
+    EXPECT_EQ(date.epoch, 1'738'540'800);
+    EXPECT_FALSE(rate_date_reader(date_format::unsupported, kJanuary1)
+                     .read(column_kind::end_date, text, 1, date, refusal));
   }
 }
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "rate_upload/rate_statements.h"
 
@@ -25,27 +27,24 @@ TEST(rate_reconcile, ends_earlier_rates_and_treats_those_of_the_same_date_by_the
        {std::pair("1", 98), {"2", 99}, {"3", 100}, {"4", 100}, {"5", 101}}) {
     ASSERT_TRUE(rates.add("44", id, date, 0) && rates.add("441", "6", date, 0));
   }
-  const struct {
-    int32_t action;
-    bool has_end_date;
-    const char *ended, *deleted;
-  } cases[] = {{0, false, "2 99;1 99;", ""},
-               {1, false, "2 99;1 99;", "3 0;4 0;"},
-               {2, false, "3 999;4 999;2 99;1 99;", ""},
-               {3, true, "2 job;1 job;", ""},
-               {1, true, "2 job;1 job;", "3 0;4 0;"},
-               {2, true, "3 999;4 999;2 job;1 job;", ""}};
+  const std::tuple<int32_t, bool, const char*, const char*> cases[] = {
+      {0, false, "2 99;1 99;", ""},
+      {1, false, "2 99;1 99;", "3 0;4 0;"},
+      {2, false, "3 999;4 999;2 99;1 99;", ""},
+      {3, true, "2 job;1 job;", ""},
+      {1, true, "2 job;1 job;", "3 0;4 0;"},
+      {2, true, "3 999;4 999;2 job;1 job;", ""}};
   import_terms terms;
   terms.effective.epoch = 100;
-  for (const auto& c : cases) {
+  for (const auto& [action, has_end_date, ended, deleted] : cases) {
+    const rate_reconciler reconciler{action, has_end_date, 1000};
     statement_list updates, deletions;
     for (const char* code : {"44", "4", "442"}) {  // the others have no rates
       const import_record line{code, nullptr, nullptr, &terms, 1, -1, -1, -1};
-      EXPECT_TRUE(rate_reconciler(c.action, c.has_end_date, 1000)
-                      .reconcile(line, rates, updates, deletions));
+      EXPECT_TRUE(reconciler.reconcile(line, rates, updates, deletions));
     }
-    EXPECT_EQ(shown(updates), c.ended) << c.action << c.has_end_date;
-    EXPECT_EQ(shown(deletions), c.deleted) << c.action << c.has_end_date;
+    EXPECT_EQ(shown(updates), ended) << action << has_end_date;
+    EXPECT_EQ(shown(deletions), deleted) << action << has_end_date;
   }
 }
 
