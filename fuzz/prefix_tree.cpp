@@ -52,15 +52,14 @@ struct tree {
 
 place& create(const tree& in, const std::string& key) {
   const std::string path = in.path(key.substr(0, key.size() % 256));
-  place* last = nullptr;
   for (std::size_t size = in.before.size() + 1; size <= path.size(); ++size) {
     const auto [found, fresh] = in.places.try_emplace(path.substr(0, size));
     found->second.passes += fresh ? 0 : 1;
-    last = &found->second;
   }
-  last->terminal = true;
-  ++last->insertions;
-  return *last;
+  place& last = in.places[path];
+  last.terminal = true;
+  ++last.insertions;
+  return last;
 }
 
 /// The length of the longest key that begins `key`; 0 for the default, -1 for none.
