@@ -28,12 +28,10 @@
 namespace {
 
 /// The numbers and texts of a line.
-class line_reader {
- public:
-  explicit line_reader(std::string_view line)
-      : left_(reinterpret_cast<const uint8_t*>(line.data()), line.size()) {}
+struct line_reader : fuzz_input {
+  using fuzz_input::fuzz_input;
 
-  std::string text() { return std::string(left_.field(',')); }
+  std::string text() { return std::string(field(',')); }
   std::string key() { return text().substr(0, 255); }  // longer ones are cut by the trees
   template <class Number>
   Number number() {
@@ -45,9 +43,6 @@ class line_reader {
     const double value = price.empty() ? -1.0 : std::strtod(price.c_str(), nullptr);
     return std::abs(value) < 1e12 ? static_cast<float>(value) : -1.0F;
   }
-
- private:
-  fuzz_input left_;
 };
 
 /// In the order in which priced_texts makes them.
@@ -68,25 +63,16 @@ class call_world {
       return;
     }
     line_reader left(std::string_view(line).substr(1));
-    if (line.front() != 'c' && line.front() != 'x') {
+    const char kind = line.front();
+    if (kind != 'c' && kind != 'x') {
       price_rows();
     }
-    switch (line.front()) {
-      case 's':
-        return take_settings(left);
-      case 'r':
-        return take_rate(left);
-      case 't':
-        return take_profile(left);
-      case 'j':
-        return take_jurisdiction(left);
-      case 'c':
-        return take_call(left);
-      case 'x':
-      case 'X':
-        rows_.push_back(std::string(line.front() == 'X' ? 40'000 : 0, '1') + line.substr(1));
-        std::ranges::replace(rows_.back(), '\r', '\n');
-    }
+    kind == 's'   ? take_settings(left)
+    : kind == 'r' ? take_rate(left)
+    : kind == 't' ? take_profile(left)
+    : kind == 'j' ? take_jurisdiction(left)
+    : kind == 'c' ? take_call(left)
+                  : take_row(left, kind == 'X' ? 40'000 : 0);
   }
 
   /// Prices the calls that came since the last change.
@@ -168,6 +154,11 @@ class call_world {
     rows_.push_back(row);
   }
 
+  void take_row(const line_reader& left, std::size_t more) {
+    rows_.push_back(std::string(more, '1') + std::string(left.rest()));
+    std::ranges::replace(rows_.back(), '\r', '\n');
+  }
+
   void price_plainly(const std::string& row, priced_calls& out) const {
     const auto bytes = fuzz_copy(row);
     std::vector<std::string_view> columns(columns_, "");
@@ -228,8 +219,6 @@ class call_world {
     return found != profiles_.end() && time_profile_applies(*found->second, start);
   }
 
-  static double as_number(const std::string& text) { return std::strtod(text.c_str(), nullptr); }
-
   static std::string money(double amount) {
     return qvn_format("%f", static_cast<double>(static_cast<float>(amount)));
   }
@@ -242,8 +231,9 @@ class call_world {
     const bool up = world_.terms.rate_rounding == 0
                         ? all.find_first_not_of('0', kept) != std::string::npos
                         : world_.terms.rate_rounding == 2 && all[kept] > '4';
-    const double step = up && decimals > 0 ? as_number("1e-" + std::to_string(decimals)) : 0.0;
-    return money(as_number(all.substr(0, kept)) + step);
+    const double step =
+        up && decimals > 0 ? std::strtod(("1e-" + std::to_string(decimals)).c_str(), nullptr) : 0.0;
+    return money(std::strtod(all.substr(0, kept).c_str(), nullptr) + step);
   }
 
   texts priced_texts(const rate_node& rate, const rate_choice& choice, int64_t duration) const {

@@ -16,23 +16,26 @@
 
 namespace {
 
-int g_deck = -1;  ///< a file in memory
-
 constexpr std::size_t kReadAtOnce = 256 * 1024 - 1023;
 
-/// The folder of the result files, with a trailing "/", and what was written into them.
-std::string* const g_folder = new std::string;
-std::string* const g_log = new std::string;
-std::string* const g_reimport = new std::string;
+/// The folder of the result files, with a trailing "/".
+const std::string* g_folder = nullptr;
 
-void take_written(const char* name, std::string& content) {
+std::string written(const char* name) {
   std::ifstream file(*g_folder + name, std::ios::binary);
-  content.assign(std::istreambuf_iterator<char>(file), {});
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void remove_folder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(*g_folder, ignored);
+/// Makes the folder, once; returns the deck, a file in memory.
+int prepare() {
+  char name[] = "/dev/shm/qvn-fuzz.XXXXXX";
+  FUZZ_CHECK(mkdtemp(name));
+  g_folder = new std::string(std::string(name) + "/");
+  (void)std::atexit([] {
+    std::error_code ignored;
+    std::filesystem::remove_all(*g_folder, ignored);
+  });
+  return memfd_create("deck", MFD_CLOEXEC);
 }
 
 /// The deck's lines as they are read: pieces of 1,023 bytes, without their ends, none empty.
@@ -60,8 +63,8 @@ void add_deck_code(rate_upload_task& task, std::string code) {
 }
 
 void check_record(const import_record& record) {
-  FUZZ_CHECK(*record.code != '\0' &&
-             std::strspn(record.code, "0123456789") == std::strlen(record.code));
+  const std::string_view code = record.code;
+  FUZZ_CHECK(!code.empty() && code.find_first_not_of("0123456789") == std::string_view::npos);
   const import_terms& terms = *record.terms;
   FUZZ_CHECK(terms.effective.text && terms.interval != 0 && terms.seconds != 0);
   FUZZ_CHECK((terms.end.text != nullptr) || terms.end.epoch == 0);
@@ -75,7 +78,8 @@ void check_record(const import_record& record) {
 /// The lines that came out and those that were refused are together those of the deck, in order.
 void check_reimport(const rate_upload_task& task, const std::vector<std::string>& lines) {
   FUZZ_CHECK(task.figures.accepted + task.figures.refused == lines.size() - 1);
-  std::string_view left = *g_reimport;
+  const std::string reimport = written("rate_reimport.csv");
+  std::string_view left = reimport;
   std::size_t refused = 0;
   for (std::size_t i = 1; i < lines.size() && !left.empty(); ++i) {
     const std::string refused_line = lines[i] + "\n";
@@ -85,7 +89,8 @@ void check_reimport(const rate_upload_task& task, const std::vector<std::string>
     }
   }
   FUZZ_CHECK(left.empty() && refused == task.figures.refused);
-  const auto messages = static_cast<std::size_t>(std::count(g_log->begin(), g_log->end(), '\n'));
+  const std::string log = written("rate_import.log");
+  const auto messages = static_cast<std::size_t>(std::ranges::count(log, '\n'));
   FUZZ_CHECK(messages >= refused && (task.row.code_deck_flag == 1 || messages == refused));
 }
 
@@ -103,15 +108,6 @@ void check_accepted(rate_upload_task& task) {
 
 }  // namespace
 
-void fuzz_prepare() {
-  char name[] = "/dev/shm/qvn-fuzz.XXXXXX";
-  FUZZ_CHECK(mkdtemp(name));
-  *g_folder = std::string(name) + "/";
-  (void)std::atexit(remove_folder);
-  g_deck = memfd_create("deck", MFD_CLOEXEC);
-  FUZZ_CHECK(g_deck >= 0);
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz_input input(data, size);
   rate_upload_row row;
@@ -121,10 +117,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if ((code_deck & 4) != 0) {
     deck.insert(0, kReadAtOnce - std::min(kReadAtOnce, deck.size() / 2), '\n');
   }
-  FUZZ_CHECK(ftruncate(g_deck, static_cast<off_t>(deck.size())) == 0);
-  FUZZ_CHECK(pwrite(g_deck, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
+  static const int deck_file = prepare();
+  FUZZ_CHECK(ftruncate(deck_file, static_cast<off_t>(deck.size())) == 0);
+  FUZZ_CHECK(pwrite(deck_file, deck.data(), deck.size(), 0) == static_cast<ssize_t>(deck.size()));
   row.upload_file_path = "/proc/self/fd";
-  row.upload_format_file = std::to_string(g_deck);
+  row.upload_format_file = std::to_string(deck_file);
   row.rate_table_code_deck_id = (code_deck & 2) != 0 ? "1" : "";
   row.code_deck_flag = code_deck & 1;
   rate_upload_task task(std::move(row));
@@ -136,8 +133,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   }
 
   const bool whole = rate_upload_process_file(task);
-  take_written("rate_import.log", *g_log);
-  take_written("rate_reimport.csv", *g_reimport);
   FUZZ_CHECK(whole == !task.outcome.failed());
   if (whole) {
     check_reimport(task, lines_of(deck));

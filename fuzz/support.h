@@ -1,11 +1,9 @@
-/// What the fuzz targets share: how they read their input, report a broken promise, and give
-/// product code files that live in memory.
+/// What the fuzz targets share: how they read their input and report a broken promise. They run
+/// with a core record, without a log, and in UTC.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,6 +19,7 @@
 /// Reads the bytes of an input from front to back; past the end there are zeros and empty texts.
 class fuzz_input {
  public:
+  explicit fuzz_input(std::string_view text) : left_(text) {}
   fuzz_input(const uint8_t* data, std::size_t size)
       : left_(reinterpret_cast<const char*>(data), size) {}
 
@@ -33,15 +32,6 @@ class fuzz_input {
   /// Up to the next line feed, cut at a NUL as any text of the daemon.
   std::string line();
 
-  /// A number made of the next bytes.
-  template <class Number>
-  Number number() {
-    Number value{};
-    const std::string_view bytes = take(sizeof value);
-    std::memcpy(&value, bytes.data(), bytes.size());
-    return value;
-  }
-
  private:
   std::string_view left_;
 };
@@ -50,17 +40,3 @@ class fuzz_input {
 [[nodiscard]] inline std::string_view fuzz_before_nul(std::string_view text) {
   return text.substr(0, text.find('\0'));
 }
-
-/// A target's own preparations before its first run, if it has any. The core record is there by
-/// then, with an empty database table; nothing is logged, and local time is UTC.
-[[gnu::weak]] void fuzz_prepare();
-
-/// The folder whose files live in memory.
-inline constexpr const char* kFuzzFolder = "fuzz:";
-
-/// What every file of the folder holds when it is read; the bytes stay the caller's.
-void fuzz_set_content(std::string_view content);
-
-/// A stream whose bytes go to the function, piece by piece.
-using fuzz_write_fn = void (*)(std::string_view piece);
-[[nodiscard]] std::FILE* fuzz_open_writer(fuzz_write_fn writer);

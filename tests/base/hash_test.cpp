@@ -1,11 +1,11 @@
-// What the model of fuzz/hash.cpp leaves open: the order of the elements, in which databases are
-// served and listed, and the assertions.
 #include <array>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 
 #include "base/qvn_hash.h"
 #include "base/qvn_keyed_hash.h"
+#include "support/rounds.h"
 
 namespace {
 
@@ -17,9 +17,36 @@ struct owned_table : qvn_hash_table {
   owned_table& operator=(const owned_table&) = delete;
 };
 
+/// Each answer is a map's, and so is the list.
+TEST(hash, answers_as_a_map_while_it_grows_and_shrinks) {
+  const unsigned seed = support::seed();
+  SCOPED_TRACE(testing::Message() << "QVN_SEED=" << seed);
+  std::mt19937 random(seed);
+  owned_table table;
+  std::map<std::string, qvn_hash_value> expected;
+  for (qvn_hash_value step = 1; step <= 20'000; ++step) {
+    const std::string key = std::to_string(random() % 64);
+    const bool removes = random() % 16 < (step / 500 % 2 == 0 ? 15 : 1);
+    const qvn_hash_value before = expected.contains(key) ? expected[key] : 0;
+    ASSERT_EQ(qvn_hash_find(&table, key.c_str()), before);
+    ASSERT_EQ(qvn_hash_insert(&table, key.c_str(), removes ? 0 : step), before);
+    removes ? static_cast<void>(expected.erase(key))
+            : static_cast<void>(expected.emplace(key, step));
+    ASSERT_EQ(table.htable == nullptr, expected.empty());
+    std::size_t listed = 0;
+    const qvn_hash_element* last = nullptr;
+    for (const auto* each = table.first; each; last = each, each = each->next, ++listed) {
+      ASSERT_EQ(each->prev, last);
+      ASSERT_EQ(each->data, expected[each->key]);
+    }
+    ASSERT_EQ(listed, expected.size());
+    ASSERT_EQ(table.count, std::ssize(expected));
+  }
+}
+
 // With 8 buckets "a" and "i" share one, "b" and "j" another. The ninth element doubles them, which
 // links the list anew from its front.
-TEST(Hash, NewestOfABucketIsItsHeadAndNewBucketsComeFirst) {
+TEST(hash, newest_of_a_bucket_is_its_head_and_new_buckets_come_first) {
   owned_table table;
   const auto order = [&](const char* inserted) {
     for (const char* key = inserted; *key; ++key) {
@@ -27,9 +54,11 @@ TEST(Hash, NewestOfABucketIsItsHeadAndNewBucketsComeFirst) {
     }
     std::string keys;
     for (const qvn_hash_element* e = table.first; e != nullptr; e = e->next) {
-      qvn_hash_value value = 0;
       const char* key = nullptr;
-      qvn_hash_this(e, &key, nullptr, &value);
+      qvn_hash_value value = 0;
+      int32_t keylen = 0;
+      qvn_hash_this(e, &key, &keylen, &value);
+      EXPECT_TRUE(keylen == 2 && value == 1);
       keys += key;
     }
     return keys;
@@ -41,7 +70,7 @@ TEST(Hash, NewestOfABucketIsItsHeadAndNewBucketsComeFirst) {
   EXPECT_EQ(table.htsize, 16U);
 }
 
-TEST(Hash, LengthAndHashOfAKey) {
+TEST(hash, length_and_hash_of_a_key) {
   const struct {
     const char* key;
     int32_t keylen;
@@ -58,10 +87,12 @@ TEST(Hash, LengthAndHashOfAKey) {
     EXPECT_EQ(keylen, c.keylen);
     EXPECT_EQ(hash, c.hash);
     EXPECT_EQ(qvn_hash_find_ext(&table, c.key, keylen, hash + 1), 0U);
+    EXPECT_EQ(qvn_hash_find_ext(&table, c.key, keylen, hash), 5U);
+    EXPECT_EQ(qvn_hash_insert_ext(&table, c.key, 0, &keylen, &hash), 5U);
   }
 }
 
-TEST(HashDeathTest, BrokenInvariantsAbortWithTheirText) {
+TEST(hash_death_test, broken_invariants_abort_with_their_text) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   std::array<qvn_hash_bucket, 3> buckets{};
   qvn_hash_element element{};

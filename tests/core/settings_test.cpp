@@ -25,10 +25,10 @@ TEST_F(settings, a_bad_value_stays_stored_cut_to_its_field) {
   EXPECT_EQ(g_core_ctrl->cli_listen_port, 4464);
   (void)read_cli_config("cli_listen_ip", "123.123.123.1234567");
   EXPECT_STREQ(g_core_ctrl->cli_listen_ip, "123.123.123.123");
-  EXPECT_EQ(read_general_config("log_level", "9"), 0);
-  EXPECT_EQ(g_core_ctrl->log_level, 9U);
-  EXPECT_EQ(read_general_config("log_level", ""), 0);
-  EXPECT_EQ(g_core_ctrl->log_level, 9U);
+  for (const char* const value : {"9", ""}) {
+    EXPECT_EQ(read_general_config("log_level", value), 0);
+    EXPECT_EQ(g_core_ctrl->log_level, 9U);
+  }
 }
 
 TEST_F(settings, the_check_asks_for_a_listen_address) {

@@ -1,12 +1,13 @@
 #include <atomic>
-#include <chrono>
-#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
 #include "db/qvn_job_queue.h"
+#include "support/temp_dir.h"
 
 namespace {
+
+using support::wait_until;
 
 std::atomic<int> g_left = 0;
 
@@ -21,11 +22,11 @@ int32_t admit(const qvn_job&, const qvn_job*, const qvn_job*) {
 struct probe {
   std::atomic<int> started = 0;
   std::atomic<int> freed = 0;
-  std::atomic<bool> hold = false;
+  std::atomic<bool> hold = true;
 };
 
 struct test_job final : qvn_job {
-  explicit test_job(probe& watcher, uint32_t number) : watcher_(watcher) { id = number; }
+  test_job(probe& watcher, uint32_t number) : watcher_(watcher) { id = number; }
   ~test_job() override { ++watcher_.freed; }
   void run() noexcept override {
     ++watcher_.started;
@@ -33,17 +34,6 @@ struct test_job final : qvn_job {
   }
   probe& watcher_;
 };
-
-bool comes_true(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 class job_queue : public testing::Test {
  protected:
@@ -55,6 +45,9 @@ class job_queue : public testing::Test {
   int32_t add(uint32_t id, qvn_job_queue::admission_fn admission = admit) {
     return queue_->add(std::make_unique<test_job>(probe_, id), admission);
   }
+  bool all_start(int count) {
+    return wait_until([&] { return probe_.started == count; });
+  }
 
   probe probe_;
   std::unique_ptr<qvn_job_queue> queue_ = std::make_unique<qvn_job_queue>(kConfig);
@@ -62,24 +55,24 @@ class job_queue : public testing::Test {
 
 TEST_F(job_queue, runs_every_job_in_its_own_worker_and_frees_it) {
   ASSERT_EQ(queue_->start(), 0);
-  probe_.hold = true;
   for (uint32_t id = 0; id < 20; ++id) {
     EXPECT_EQ(add(id), 0);
   }
-  EXPECT_TRUE(comes_true([&] { return probe_.started == 20; }));
+  EXPECT_TRUE(all_start(20));
   EXPECT_EQ(queue_->count(), 20U);
   release();
-  EXPECT_TRUE(comes_true([&] { return probe_.freed == 20; }));
-  EXPECT_TRUE(comes_true([&] { return queue_->count() == 0; }));
+  EXPECT_TRUE(wait_until([&] { return probe_.freed == 20; }));
+  EXPECT_TRUE(wait_until([&] { return queue_->count() == 0; }));
+  queue_->stop();
   queue_->stop();
   EXPECT_EQ(g_left, 20);
+  qvn_job_queue(kConfig).stop();
 }
 
 TEST_F(job_queue, stop_waits_for_running_jobs_and_waiting_ones_are_freed_with_the_queue) {
   ASSERT_EQ(queue_->start(), 0);
-  probe_.hold = true;
   EXPECT_EQ(add(1), 0);
-  ASSERT_TRUE(comes_true([&] { return probe_.started == 1; }));
+  ASSERT_TRUE(all_start(1));
   std::atomic<bool> stopped = false;
   std::thread stopper([&] {
     queue_->stop();
@@ -96,38 +89,19 @@ TEST_F(job_queue, stop_waits_for_running_jobs_and_waiting_ones_are_freed_with_th
   EXPECT_EQ(probe_.started, 1);
 }
 
-TEST_F(job_queue, admission_sees_the_first_waiting_job_and_a_refused_one_is_freed) {
+TEST_F(job_queue, admission_sees_the_first_waiting_job_and_the_one_started_last) {
+  const auto refuse = [](const qvn_job&, const qvn_job* waiting, const qvn_job* running) {
+    return static_cast<int32_t>((waiting ? 10 * waiting->id : 0) + (running ? running->id : 0));
+  };
   EXPECT_EQ(add(1), 0);
   EXPECT_EQ(add(2), 0);
-  EXPECT_EQ(add(3,
-                [](const qvn_job&, const qvn_job* waiting, const qvn_job* running) {
-                  return waiting && waiting->id == 1 && !running ? 7 : 0;
-                }),
-            7);
-  EXPECT_EQ(probe_.freed, 1);
+  EXPECT_EQ(add(3, refuse), 10);
+  EXPECT_EQ(probe_.freed, 1) << "the refused one";
   EXPECT_EQ(queue_->count(), 2U);
-}
-
-TEST_F(job_queue, admission_sees_the_job_that_was_started_last) {
   ASSERT_EQ(queue_->start(), 0);
-  probe_.hold = true;
-  EXPECT_EQ(add(1), 0);
-  ASSERT_TRUE(comes_true([&] { return probe_.started == 1; }));
-  EXPECT_EQ(add(2), 0);
-  ASSERT_TRUE(comes_true([&] { return probe_.started == 2; }));
-  EXPECT_EQ(add(3,
-                [](const qvn_job&, const qvn_job* waiting, const qvn_job* running) {
-                  return !waiting && running && running->id == 2 ? 7 : 0;
-                }),
-            7);
+  ASSERT_TRUE(all_start(2));
+  EXPECT_EQ(add(3, refuse), 2);
   release();
-  queue_->stop();
-}
-
-TEST_F(job_queue, stop_is_safe_without_start_and_twice) {
-  queue_->stop();
-  ASSERT_EQ(queue_->start(), 0);
-  queue_->stop();
   queue_->stop();
 }
 

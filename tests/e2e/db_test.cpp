@@ -45,6 +45,7 @@ TEST(Db, LoadersHandOutRowsAndCountThem) {
           &rows, "Layer"),
       0);
   EXPECT_THAT(seen, ElementsAre("1x", "2"));
+  EXPECT_EQ(rows, 3) << "with the header";
 
   int64_t highest = -7;
   EXPECT_EQ(qvn_get_max_record(connection.get(), "SELECT 12345678901", &highest, "Layer"), 0);

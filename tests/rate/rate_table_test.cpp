@@ -14,18 +14,17 @@ rate_node* make_rate(const std::string& id, int64_t effective_date) {
   return rate;
 }
 
-std::vector<std::string> ids(const rp_hash_node* node) {
+/// The ids of a node's rates, which are linked both ways.
+std::vector<std::string> ids(const rp_hash_node& node) {
   std::vector<std::string> list;
-  const auto* rate = node ? static_cast<const rate_node*>(node->items) : nullptr;
-  for (uint64_t i = 0; rate && i < node->item_count; ++i, rate = rate->next) {
+  const auto* rate = static_cast<const rate_node*>(node.items);
+  for (; list.size() < node.item_count; rate = rate->next) {
     list.emplace_back(rate->rate_id);
     EXPECT_EQ(rate->next->prev, rate);
     EXPECT_STREQ(rate->rate_table_id, "7");
   }
   return list;
 }
-
-using id_list = std::vector<std::string>;
 
 /// The slot is handed over by value: freeing the table's only node would leave the caller on freed
 /// memory.
@@ -64,7 +63,7 @@ TEST(record_lists, give_up_one_record_by_id_or_all) {
   }
   EXPECT_EQ(delete_rate_node(&rates, "x"), 0);
   EXPECT_EQ(delete_rate_node(&rates, "b"), 1);
-  EXPECT_EQ(ids(&rates), (id_list{longest, "c"}));
+  EXPECT_EQ(ids(rates), (std::vector<std::string>{longest, "c"}));
   EXPECT_EQ(delete_rate_node(&rates, nullptr), 1);
 }
 

@@ -3,6 +3,7 @@
 // runs in every build.
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,64 +20,42 @@ constexpr std::size_t kMostBytes = 4096;
 std::vector<std::string> seeds() {
   std::vector<std::string> texts;
   for (const auto& file : std::filesystem::directory_iterator(QVN_FUZZ_SEEDS)) {
-    std::FILE* const stream = std::fopen(file.path().c_str(), "re");
-    std::string text(kMostBytes, '\0');
-    text.resize(std::fread(text.data(), 1, text.size(), stream));
-    texts.push_back(text);
-    (void)std::fclose(stream);
+    std::ifstream stream(file.path(), std::ios::binary);
+    texts.emplace_back(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
   }
   return texts;
 }
 
-class mixer {
- public:
-  explicit mixer(std::vector<std::string> texts) : texts_(std::move(texts)) {}
-
-  std::string next() {
-    std::string text = texts_[below(texts_.size())];
-    for (std::size_t changes = below(8); changes > 0; --changes) {
-      change(text);
-    }
-    return text.substr(0, kMostBytes);
-  }
-
- private:
-  std::size_t below(std::size_t limit) { return random_() % limit; }
-
-  std::string piece_of(const std::string& text) {
+/// One of the texts, changed at random places.
+std::string mix(const std::vector<std::string>& texts, std::mt19937& random) {
+  static constexpr char kTelling[] = "\r\n,;:=.-/+?<>@\" \t\0~019axNidsku\x80\xff";
+  const auto below = [&](std::size_t limit) { return random() % limit; };
+  const auto piece_of = [&](const std::string& text) {
+    return text.substr(below(text.size() + 1), below(below(8) == 0 ? 400 : 20));
+  };
+  std::string text = texts[below(texts.size())];
+  for (std::size_t changes = below(8); changes > 0; --changes) {
     const std::size_t at = below(text.size() + 1);
-    return text.substr(at, below(below(8) == 0 ? 400 : 20));
-  }
-
-  void change(std::string& text) {
-    static constexpr char kTelling[] = "\r\n,;:=.-/+#[]<>@\"$ \t\0~019axNidskuf\x80\xff";
-    const std::size_t at = below(text.size() + 1);
+    const char telling = kTelling[below(sizeof kTelling)];
     switch (below(5)) {
       case 0:
         text.insert(at, piece_of(text));
         break;
       case 1:
-        text.insert(at, piece_of(texts_[below(texts_.size())]));
+        text.insert(at, piece_of(texts[below(texts.size())]));
         break;
       case 2:
         text.erase(at, piece_of(text).size());
         break;
       case 3:
-        text.insert(at, 1 + (below(50) == 0 ? below(300) : 0), kTelling[below(sizeof kTelling)]);
+        text.insert(at, 1 + (below(50) == 0 ? below(300) : 0), telling);
         break;
       default:
-        text.replace(at, 1, 1, kTelling[below(sizeof kTelling)]);
+        text.replace(at, 1, 1, telling);
     }
   }
-
-  std::vector<std::string> texts_;
-  std::mt19937 random_{[] {
-    const unsigned seed = support::seed();
-    std::printf("QVN_SEED=%u\n", seed);
-    (void)std::fflush(stdout);
-    return seed;
-  }()};
-};
+  return text.substr(0, kMostBytes);
+}
 
 void run(const std::string& text) {
   (void)LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(text.data()), text.size());
@@ -90,9 +69,12 @@ int main(int count, char** arguments) {
   for (const std::string& text : texts) {
     run(text);
   }
-  mixer mixed(texts);
+  const unsigned seed = support::seed();
+  std::printf("QVN_SEED=%u\n", seed);
+  (void)std::fflush(stdout);
+  std::mt19937 random(seed);
   for (int round = support::rounds_or(kRounds); round > 0; --round) {
-    run(mixed.next());
+    run(mix(texts, random));
   }
   return 0;
 }

@@ -4,9 +4,13 @@
 #include <gtest/gtest.h>
 #include <limits>
 
+#include "base/qvn_time.h"
+#include "support/rounds.h"
+
 namespace {
 
 constexpr int64_t kMidnight = 1772323200;  // 2026-03-01 00:00:00 UTC
+constexpr uint64_t kYear10000 = 253'402'300'800;
 constexpr int64_t kHour = 3600;
 constexpr int64_t kDay = 24 * kHour;
 
@@ -44,6 +48,29 @@ TEST_F(rerate_days_test, advance_east_and_west_of_utc) {
   zone("Test+5");
   EXPECT_EQ(walk(kMidnight + 6 * kHour, kMidnight + 2 * kDay - 1),
             "2026-03-01 01 06:00:00 -\n2026-03-02 - 02 23:59:59\n");
+}
+
+TEST_F(rerate_days_test, follow_one_another_and_only_the_ends_of_the_range_have_bounds) {
+  zone("UTC");
+  const unsigned seed = support::seed();
+  SCOPED_TRACE(testing::Message() << "QVN_SEED=" << seed);
+  std::mt19937_64 random(seed);
+  for (int i = 0; i < 20'000; ++i) {
+    const auto from = static_cast<int64_t>(random() % kYear10000);
+    const int64_t to = from + static_cast<int64_t>(random() % (4 * kDay)) - kHour;
+    rerate_days days(from, to);
+    for (int64_t start = from - from % kDay; start <= to; start += kDay) {
+      const auto day = days.next();
+      ASSERT_TRUE(day && day->start == start) << from << " to " << to;
+      ASSERT_EQ(day->lower, start < from ? qvn_utc_timestamp(from) : "");
+      ASSERT_EQ(day->upper, to < start + kDay ? qvn_utc_timestamp(to) : "");
+      std::string digits = day->date;
+      ASSERT_EQ(digits + " 00:00:00+00", qvn_utc_timestamp(start));
+      std::erase(digits, '-');
+      ASSERT_EQ(day->table, "client_cdr" + digits);
+    }
+    ASSERT_TRUE(!days.next() && !days.failed());
+  }
 }
 
 TEST_F(rerate_days_test, times_without_a_date_fail_at_once) {
