@@ -11,6 +11,7 @@
 #include <dlfcn.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
@@ -23,6 +24,7 @@ void __libc_free(void* block);
 }
 
 constinit thread_local memory_shortage* t_memory_shortage = nullptr;
+std::atomic<memory_shortage*> g_memory_shortage_of_threads = nullptr;
 std::atomic<int64_t> g_memory_held = 0;
 
 namespace {
@@ -35,7 +37,7 @@ std::atomic<bool> g_lacks_thread = false;
 
 [[gnu::constructor]] void begin_start() {
   if (const char* const number = getenv("QVN_FAIL_AT")) {
-    g_at_start.fail_at = static_cast<uint32_t>(atoi(number));
+    g_at_start.left = atoi(number);
     g_at_start.from_then_on = strchr(number, '+') != nullptr;
     unsetenv("LD_PRELOAD");  // not for the shells that the daemon starts
     t_memory_shortage = &g_at_start;
@@ -45,11 +47,10 @@ std::atomic<bool> g_lacks_thread = false;
 /// Counts one allocation; whether it is to fail.
 bool fails() {
   memory_shortage* const own = t_memory_shortage;
-  const uint32_t number = own ? ++own->seen : 0;
-  const uint32_t fail_at = own ? own->fail_at.load() : 0;
-  if (fail_at == 0 || number < fail_at || (number > fail_at && !own->from_then_on)) {
+  if (!own || own->left <= 0 || --own->left > 0) {
     return false;
   }
+  own->left = own->from_then_on ? 1 : 0;
   ++own->failed;
   errno = ENOMEM;
   return true;
@@ -58,19 +59,6 @@ bool fails() {
 void* taken(void* block) {
   g_memory_held += block && t_memory_shortage != &g_of_new_thread ? 1 : 0;
   return block;
-}
-
-struct thread_start {
-  void* (*routine)(void*);
-  void* argument;
-  memory_shortage* own;
-};
-
-void* begin_thread(void* given) {
-  const thread_start start = *static_cast<thread_start*>(given);
-  __libc_free(given);
-  t_memory_shortage = start.own;
-  return start.routine(start.argument);
 }
 
 }  // namespace
@@ -121,11 +109,14 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     return EAGAIN;
   }
   memory_shortage* const own = std::exchange(t_memory_shortage, &g_of_new_thread);
-  auto* const start = static_cast<thread_start*>(__libc_malloc(sizeof(thread_start)));
-  *start = {routine, argument, own == &g_at_start ? nullptr : own};
-  const int result = next(thread, attributes, begin_thread, start);
+  const int result = next(thread, attributes, routine, argument);
   t_memory_shortage = own;
   return result;
+}
+
+int pthread_setname_np(pthread_t /*thread*/, const char* name) {
+  t_memory_shortage = g_memory_shortage_of_threads;
+  return prctl(PR_SET_NAME, name);
 }
 
 /// libpq without memory for a message waits for more of it, and whoever called it looks again after
@@ -135,7 +126,7 @@ int poll(pollfd* entries, nfds_t count, int patience) {
   const int most = own && own->failed > 0 && patience > 100 ? 100 : patience;
   const auto result = static_cast<int>(syscall(SYS_poll, entries, count, most));
   if (result == 0 && most < patience) {
-    own->fail_at = 0;
+    own->left = 0;
   }
   return result;
 }

@@ -5,16 +5,18 @@
 #include <atomic>
 #include <cstdint>
 
-/// Which allocations of a thread fail, counted from 1 on, and how many did.
+/// Which allocations of a thread fail, and how many did.
 struct memory_shortage {
-  std::atomic<uint32_t> fail_at = 0;       ///< 0: none
+  std::atomic<int32_t> left = 0;           ///< allocations up to the one that fails; 0: none fails
   std::atomic<bool> from_then_on = false;  ///< all that follow fail as well
-  std::atomic<uint32_t> seen = 0;
-  std::atomic<uint32_t> failed = 0;
+  std::atomic<int32_t> failed = 0;
 };
 
-/// The calling thread's, which threads that it starts take over; null: nothing of it is counted.
+/// The calling thread's; null: nothing of it fails.
 extern constinit thread_local memory_shortage* t_memory_shortage;
+
+/// That of each thread that names itself, as the daemon's threads do when they begin.
+extern std::atomic<memory_shortage*> g_memory_shortage_of_threads;
 
 /// Blocks, and pages of mappings, that nobody has given back, but for those that belong to a
 /// thread: they are kept with its stack for the next one.

@@ -1,11 +1,9 @@
 // Memory runs out in this process, which works as the daemon does, or in a daemon's start: every
 // allocation of a thread fails once, alone or with all that follow.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include "base/qvn_fd.h"
 #include "base/qvn_log.h"
 #include "cli/qvn_cli_server.h"
 #include "core/qvn_process.h"
@@ -16,6 +14,7 @@
 #include "rate_upload/qvn_rate_upload.h"
 #include "rerate/qvn_rerate.h"
 #include "support/console.h"
+#include "support/shell.h"
 
 namespace {
 
@@ -38,24 +37,22 @@ int64_t held() {
 void sweep(const char* name, memory_shortage& shortage, const std::function<void()>& round) {
   for (const bool from_then_on : {false, true}) {
     int64_t resting = 0;
-    for (uint32_t n = 0; n < 2 || (shortage.failed > 0 && !testing::Test::HasFailure()); ++n) {
-      shortage.fail_at = n;
+    for (int32_t n = 0; n < 2 || (shortage.failed > 0 && !testing::Test::HasFailure()); ++n) {
+      shortage.left = n;
       shortage.from_then_on = from_then_on;
-      shortage.seen = shortage.failed = 0;
+      shortage.failed = 0;
       const std::string number = std::string(name) + (from_then_on ? " all " : " once ");
       SCOPED_TRACE(number + std::to_string(n));
-      printf("\r%s%u", number.c_str(), n);
+      printf("\r%s%d", number.c_str(), n);
       (void)fflush(stdout);
       round();
-      shortage.fail_at = 0;
+      shortage.left = 0;
       resting = n == 0 ? held() : resting;
       EXPECT_TRUE(wait_until([&] { return held() <= resting; })) << held() - resting << " kept";
     }
     printf(" is not reached\n");
   }
 }
-
-// --- the daemon in this process ------------------------------------------------------------------
 
 constexpr const char* kDatabase = "memory_1";
 
@@ -68,6 +65,68 @@ std::unique_ptr<DaemonHarness> install() {
   daemon->write_main_conf("[general]\nlog_level=7\n");
   return daemon;
 }
+
+/// One session of the console; all that was answered.
+std::string session(int port) {
+  const support::Console console(port);
+  const bool welcome = console.log_in("an_operator_of_the_daemon its_password_takes_memory");
+  console.send("get_conf\r\nreload_conf\r\nhelp\r\nheartbeat\r\nnonsense\r\nlogout\r\n");
+  return (welcome ? "" : "no welcome") + console.read(1 << 20);
+}
+
+// --- start ---------------------------------------------------------------------------------------
+
+/// Starts a daemon whose main thread has this shortage until the run loop.
+pid_t start(const DaemonHarness& daemon, const memory_shortage& own) {
+  const std::string number = std::to_string(own.left) + (own.from_then_on ? "+" : "");
+  const std::string command = ": >start; QVN_FAIL_AT=" + number +
+                              " LD_PRELOAD=" QVN_MEMORY_START
+                              " ./qvn_web_helper -nf >start 2>&1 & echo $!";
+  return atoi(support::shell(daemon.path(), command).out.c_str());
+}
+
+/// A daemon that could start its console lets in only who knows the password, and serves both
+/// databases or has logged what it lacks.
+TEST(Memory, a_start_ends_with_a_line_or_serves_whichever_allocation_fails) {
+  if (QVN_COVERAGE) {
+    GTEST_SKIP() << "What counts the coverage does not survive an end without memory";
+  }
+  const std::unique_ptr<DaemonHarness> daemon = install();
+  memory_shortage shortage;
+  sweep("start", shortage, [&] {
+    const bool undisturbed = shortage.left == 0;
+    const pid_t process = start(*daemon, shortage);
+    int status = 0;
+    bool ended = false;
+    std::string shown;
+    EXPECT_TRUE(wait_until([&] {
+      ended = waitpid(process, &status, WNOHANG) == process;
+      shown = read_file(daemon->path() / "start");
+      return ended || has(shown, "runs ");
+    }));
+    SCOPED_TRACE(shown);
+    shortage.failed = has(shown, "runs as ever\n") ? 0 : 1;
+    EXPECT_TRUE(shortage.failed == 0 || !undisturbed);
+    EXPECT_TRUE(shortage.from_then_on || !shown.empty());
+    const auto logged = [&](const char* text) {
+      return wait_until([&] { return has(read_file(daemon->path() / "start"), text); });
+    };
+    if (has(shown, "runs without a thread")) {
+      EXPECT_TRUE(shortage.from_then_on || logged("can't be started"));
+    } else if (!ended) {
+      EXPECT_FALSE(support::Console(daemon->console_port()).log_in(""));
+      EXPECT_TRUE(support::count_of(session(daemon->console_port()), "(2 rows)") == 2 ||
+                  logged("Alloc memory for db info"));
+    }
+    EXPECT_TRUE(ended ? WIFEXITED(status) : waitpid(process, &status, WNOHANG) == 0) << status;
+    if (!ended) {
+      kill(process, SIGKILL);
+      waitpid(process, &status, 0);
+    }
+  });
+}
+
+// --- the daemon in this process ------------------------------------------------------------------
 
 support::Session open_portal() {
   e2e::cluster().create_database(kDatabase);
@@ -86,11 +145,10 @@ struct memory_world {
     const std::string log = daemon->path() / "log/qvn_web_helper.log";
     EXPECT_EQ(qvn_log_init() | qvn_log_file_open(log.c_str(), kLogDebug, 0), 0);
     EXPECT_EQ(qvn_default_conf_init() | qvn_load_config() | qvn_db_conf_init() | load_db_info(), 0);
-    t_memory_shortage = &shortage;
+    g_memory_shortage_of_threads = &shortage;
     EXPECT_EQ(qvn_rate_upload_init() | qvn_rate_upload_start(), 0);
     EXPECT_EQ(qvn_rerate_init() | qvn_rerate_start(), 0);
     EXPECT_EQ(qvn_cli_server_init() | qvn_cli_server_start(), 0);
-    t_memory_shortage = nullptr;
   }
 
   support::Session portal = open_portal();
@@ -154,7 +212,7 @@ void run_job(const std::string& kind, const std::string& id,
                 has(log, " task " + id + " worker thread can't be started, "));
   }
   if (job[kStatus] == "0") {
-    world().shortage.fail_at = 0;
+    world().shortage.left = 0;
     visit();
     expect(portal.query(shown)[0], true);
   }
@@ -228,14 +286,6 @@ TEST(Memory, every_job_is_taken_after_all_whichever_allocation_of_a_visit_fails)
 
 // --- console -------------------------------------------------------------------------------------
 
-/// One session of the console; all that was answered.
-std::string session(int port) {
-  const support::Console console(port);
-  const bool welcome = console.log_in("an_operator_of_the_daemon its_password_takes_memory");
-  console.send("get_conf\r\nreload_conf\r\nhelp\r\nheartbeat\r\nnonsense\r\nlogout\r\n");
-  return (welcome ? "" : "no welcome") + console.read(1 << 20);
-}
-
 /// A session misses some answers, and the next one finds memory again. A database that found none
 /// in a reload is left out, and the log says so.
 TEST(Memory, a_console_session_ends_in_order_whichever_allocation_fails) {
@@ -248,65 +298,9 @@ TEST(Memory, a_console_session_ends_in_order_whichever_allocation_fails) {
     EXPECT_TRUE(answers == whole || answers.size() < whole.size()) << answers;
     EXPECT_TRUE(!has(answers, "reloaded successfully") || has(answers, reloaded) ||
                 world().daemon->wait_log("Alloc memory for db info 127.0.0.1-memory_"));
-    world().shortage.fail_at = 0;
+    world().shortage.left = 0;
     (void)session(port);  // reloads
     EXPECT_EQ(session(port), whole);
-  });
-}
-
-// --- start ---------------------------------------------------------------------------------------
-
-/// Starts a daemon whose main thread has this shortage until the run loop.
-pid_t start(const DaemonHarness& daemon, const std::string& output, const memory_shortage& own) {
-  static char number[32];  // stays in the environment
-  (void)snprintf(number, sizeof number, "QVN_FAIL_AT=%u%s", own.fail_at.load(),
-                 own.from_then_on ? "+" : "");
-  putenv(number);
-  setenv("LD_PRELOAD", QVN_MEMORY_START, 1);
-  const qvn_fd file(open(output.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
-  const pid_t process = daemon.start_with({"-nf"}, file.get(), file.get(), file.get());
-  unsetenv("LD_PRELOAD");
-  return process;
-}
-
-/// A daemon that could start its console lets in only who knows the password, and serves both
-/// databases or has logged what it lacks.
-TEST(Memory, a_start_ends_with_a_line_or_serves_whichever_allocation_fails) {
-  if (QVN_COVERAGE) {
-    GTEST_SKIP() << "What counts the coverage does not survive an end without memory";
-  }
-  const std::unique_ptr<DaemonHarness> daemon = install();
-  const std::string output = daemon->path() / "start";
-  memory_shortage shortage;
-  sweep("start", shortage, [&] {
-    const pid_t process = start(*daemon, output, shortage);
-    int status = 0;
-    bool ended = false;
-    std::string shown;
-    EXPECT_TRUE(wait_until([&] {
-      ended = waitpid(process, &status, WNOHANG) == process;
-      shown = read_file(output);
-      return ended || has(shown, "runs ");
-    }));
-    SCOPED_TRACE(shown);
-    shortage.failed = has(shown, "runs as ever\n") ? 0 : 1;
-    EXPECT_TRUE(shortage.failed == 0 || shortage.fail_at > 0);
-    EXPECT_TRUE(shortage.from_then_on || !shown.empty());
-    const auto logged = [&](const char* text) {
-      return wait_until([&] { return has(read_file(output), text); });
-    };
-    if (has(shown, "runs without a thread")) {
-      EXPECT_TRUE(shortage.from_then_on || logged("can't be started"));
-    } else if (!ended) {
-      EXPECT_FALSE(support::Console(daemon->console_port()).log_in(""));
-      EXPECT_TRUE(support::count_of(session(daemon->console_port()), "(2 rows)") == 2 ||
-                  logged("Alloc memory for db info"));
-    }
-    EXPECT_TRUE(ended ? WIFEXITED(status) : waitpid(process, &status, WNOHANG) == 0) << status;
-    if (!ended) {
-      kill(process, SIGKILL);
-      waitpid(process, &status, 0);
-    }
   });
 }
 
