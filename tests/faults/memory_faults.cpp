@@ -1,138 +1,69 @@
-// Preloaded into the daemon: counts its allocations and makes some of them fail, as the table that
-// the test shares with it says. Mappings count where the program itself asks for them: a thread's
-// stack is the library's affair.
+// Linked into the test, and preloaded into daemons whose start is to find no memory: there the
+// allocation of the main thread whose number is $QVN_FAIL_AT fails before the run loop, and with
+// a "+" after the number all that follow it up to there.
 #include "faults/memory_faults.h"
 
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <malloc.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
 void __libc_free(void* block);
 }
 
+constinit thread_local memory_shortage* t_memory_shortage = nullptr;
+std::atomic<memory_shortage*> g_memory_shortage_of_threads = nullptr;
+std::atomic<int64_t> g_memory_held = 0;
+
 namespace {
 
-using main_fn = int (*)(int, char**, char**);
+/// In place of a thread's own while it makes another one.
+constinit memory_shortage g_of_new_thread;
 
-MemoryFaults* g_faults = nullptr;
-main_fn g_main = nullptr;
-pthread_key_t g_end_key;
+constinit memory_shortage g_at_start;
+std::atomic<bool> g_lacks_thread = false;
 
-// In the library's own static block, so that reading them never allocates.
-thread_local __attribute__((tls_model("initial-exec"))) char t_name[16] = "main";
-thread_local __attribute__((tls_model("initial-exec"))) MemoryTarget* t_target = nullptr;
-thread_local __attribute__((tls_model("initial-exec"))) uint32_t t_version = 0;
-
-thread_local __attribute__((tls_model("initial-exec"))) bool t_creates_thread = false;
-
-MemoryTarget* find_target() {
-  const size_t word = strcspn(t_name, " ");
-  for (MemoryTarget& target : g_faults->targets) {
-    if (strcmp(target.thread, t_name) == 0 ||
-        (strlen(target.thread) == word && strncmp(target.thread, t_name, word) == 0))
-      return &target;
+[[gnu::constructor]] void begin_start() {
+  if (const char* const number = getenv("QVN_FAIL_AT")) {
+    g_at_start.left = atoi(number);
+    g_at_start.from_then_on = strchr(number, '+') != nullptr;
+    unsetenv("LD_PRELOAD");  // not for the shells that the daemon starts
+    t_memory_shortage = &g_at_start;
   }
-  return nullptr;
-}
-
-MemoryTarget* this_target() {
-  const uint32_t version = g_faults->version;
-  if (version != t_version) {
-    t_version = version;
-    t_target = find_target();
-  }
-  return t_target;
 }
 
 /// Counts one allocation; whether it is to fail.
 bool fails() {
-  MemoryTarget* const target = g_faults == nullptr ? nullptr : this_target();
-  if (target == nullptr)
+  memory_shortage* const own = t_memory_shortage;
+  if (!own || own->left <= 0 || --own->left > 0) {
     return false;
-  const uint32_t number = ++target->seen;
-  const uint32_t fail_at = target->fail_at;
-  if (fail_at == 0 || number < fail_at || (number > fail_at && !target->from_then_on))
-    return false;
-  target->failed++;
+  }
+  own->left = own->from_then_on ? 1 : 0;
+  ++own->failed;
   errno = ENOMEM;
   return true;
 }
 
 void* taken(void* block) {
-  // What belongs to a thread is kept with its stack for the next one.
-  if (g_faults != nullptr && block != nullptr && !t_creates_thread) {
-    g_faults->live_bytes += static_cast<int64_t>(malloc_usable_size(block));
-    g_faults->live_blocks++;
-  }
+  g_memory_held += block && t_memory_shortage != &g_of_new_thread ? 1 : 0;
   return block;
-}
-
-void give_back(void* block) {
-  if (g_faults != nullptr && block != nullptr) {
-    g_faults->live_bytes -= static_cast<int64_t>(malloc_usable_size(block));
-    g_faults->live_blocks--;
-  }
-}
-
-void next_count() {
-  MemoryTarget* const target = g_faults == nullptr ? nullptr : this_target();
-  if (target != nullptr && target->step > 0) {
-    target->fail_at += target->step;
-    target->seen = 0;
-  }
-}
-
-int64_t whole_pages(size_t size) {
-  return static_cast<int64_t>((size + 4095) & ~size_t{4095});
-}
-
-template <class Function>
-Function next_of(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
-/// The libraries' own beginnings are not the daemon's: counting starts here.
-int counted_main(int count, char** words, char** environment) {
-  const char* const path = getenv("QVN_MEMORY_FAULTS");
-  const int file = path == nullptr ? -1 : open(path, O_RDWR | O_CLOEXEC);
-  void* const table =
-      file < 0 ? MAP_FAILED
-               : mmap(nullptr, sizeof(MemoryFaults), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-  if (table == MAP_FAILED)
-    abort();
-  close(file);
-  unsetenv("LD_PRELOAD");  // not for the shells that the daemon starts
-  pthread_key_create(&g_end_key, [](void* target) { static_cast<MemoryTarget*>(target)->ended++; });
-  // The first message of that library takes memory for good.
-  (void)next_of<const char* (*)(void*)>("PQerrorMessage")(nullptr);
-  g_faults = static_cast<MemoryFaults*>(table);
-  return g_main(count, words, environment);
 }
 
 }  // namespace
 
 extern "C" {
-
-int __libc_start_main(main_fn main, int count, char** words, void (*init)(), void (*fini)(),
-                      void (*rtld_fini)(), void* stack_end) {
-  g_main = main;
-  return next_of<decltype(&__libc_start_main)>("__libc_start_main")(
-      counted_main, count, words, init, fini, rtld_fini, stack_end);
-}
 
 void* malloc(size_t size) {
   return fails() ? nullptr : taken(__libc_malloc(size));
@@ -143,98 +74,73 @@ void* calloc(size_t count, size_t size) {
 }
 
 void* realloc(void* block, size_t size) {
-  if (fails())
+  if (fails()) {
     return nullptr;
-  give_back(block);
-  void* const moved = __libc_realloc(block, size);
-  taken(moved == nullptr && size > 0 ? block : moved);
-  return moved;
-}
-
-void* aligned_alloc(size_t alignment, size_t size) {
-  return fails() ? nullptr : taken(__libc_memalign(alignment, size));
-}
-
-void* memalign(size_t alignment, size_t size) {
-  return aligned_alloc(alignment, size);
-}
-
-int posix_memalign(void** block, size_t alignment, size_t size) {
-  void* const taken_block = aligned_alloc(alignment, size);
-  if (taken_block == nullptr)
-    return ENOMEM;
-  *block = taken_block;
-  return 0;
+  }
+  g_memory_held -= block ? 1 : 0;
+  return taken(__libc_realloc(block, size));
 }
 
 void free(void* block) {
-  give_back(block);
+  g_memory_held -= block ? 1 : 0;
   __libc_free(block);
 }
 
 void* mmap(void* address, size_t length, int protection, int flags, int file, off_t offset) {
-  if ((flags & MAP_ANONYMOUS) != 0 && fails())
+  if ((flags & MAP_ANONYMOUS) != 0 && fails()) {
     return MAP_FAILED;
-  void* const region =
-      reinterpret_cast<void*>(syscall(SYS_mmap, address, length, protection, flags, file, offset));
-  if (region != MAP_FAILED && g_faults != nullptr)
-    g_faults->live_bytes += whole_pages(length);
-  return region;
+  }
+  g_memory_held += static_cast<int64_t>(length / 4096);
+  return reinterpret_cast<void*>(
+      syscall(SYS_mmap, address, length, protection, flags, file, offset));
 }
 
 int munmap(void* address, size_t length) noexcept {
-  const int result = static_cast<int>(syscall(SYS_munmap, address, length));
-  if (result == 0 && g_faults != nullptr)
-    g_faults->live_bytes -= whole_pages(length);
-  return result;
+  g_memory_held -= static_cast<int64_t>(length / 4096);
+  return static_cast<int>(syscall(SYS_munmap, address, length));
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*routine)(void*),
                    void* argument) {
-  static const auto create = next_of<decltype(&pthread_create)>("pthread_create");
-  t_creates_thread = true;
-  const int result = create(thread, attributes, routine, argument);
-  t_creates_thread = false;
+  static const auto next =
+      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+  if (fails()) {
+    g_lacks_thread = true;
+    return EAGAIN;
+  }
+  memory_shortage* const own = std::exchange(t_memory_shortage, &g_of_new_thread);
+  const int result = next(thread, attributes, routine, argument);
+  t_memory_shortage = own;
   return result;
 }
 
-/// The daemon's threads name themselves.
-int pthread_setname_np(pthread_t, const char* name) {
-  prctl(PR_SET_NAME, name);
-  if (g_faults == nullptr)
-    return 0;
-  strncpy(t_name, name, sizeof t_name - 1);
-  t_version = g_faults->version;
-  t_target = find_target();
-  if (t_target != nullptr) {
-    t_target->begun++;
-    pthread_setspecific(g_end_key, t_target);
+int pthread_setname_np(pthread_t /*thread*/, const char* name) {
+  t_memory_shortage = g_memory_shortage_of_threads;
+  return prctl(PR_SET_NAME, name);
+}
+
+/// libpq without memory for a message waits for more of it, and whoever called it looks again after
+/// a second: here sooner, and then there is memory again.
+int poll(pollfd* entries, nfds_t count, int patience) {
+  memory_shortage* const own = t_memory_shortage;
+  const int most = own && own->failed > 0 && patience > 100 ? 100 : patience;
+  const auto result = static_cast<int>(syscall(SYS_poll, entries, count, most));
+  if (result == 0 && most < patience) {
+    own->left = 0;
   }
-  return 0;
+  return result;
 }
 
-/// Every visit of the poller ends with it, or here when there is no connection to finish.
-struct pg_conn* PQconnectdb(const char* settings) {
-  static const auto connect = next_of<pg_conn* (*)(const char*)>("PQconnectdb");
-  pg_conn* const connection = connect(settings);
-  if (connection == nullptr)
-    next_count();
-  return connection;
-}
-
-void PQfinish(struct pg_conn* connection) {
-  static const auto finish = next_of<void (*)(pg_conn*)>("PQfinish");
-  finish(connection);
-  next_count();
-}
-
-/// Only the run loop waits for nothing.
+/// Only the run loop waits that way; standard error shows whether it was reached as ever.
 int ppoll(pollfd* entries, nfds_t count, const timespec* patience, const sigset_t* mask) {
-  if (g_faults != nullptr && count == 0)
-    g_faults->running = true;
-  static const auto wait =
-      next_of<int (*)(pollfd*, nfds_t, const timespec*, const sigset_t*)>("ppoll");
-  return wait(entries, count, patience, mask);
+  if (std::exchange(t_memory_shortage, nullptr) == &g_at_start) {
+    dprintf(STDERR_FILENO, "runs %s\n",
+            g_at_start.failed == 0 ? "as ever"
+            : g_lacks_thread       ? "without a thread"
+                                   : "after all");
+  }
+  timespec left = *patience;
+  return static_cast<int>(syscall(SYS_ppoll, entries, count, &left, mask, _NSIG / 8));
 }
 
 }  // extern "C"

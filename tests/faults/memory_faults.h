@@ -1,29 +1,23 @@
-/// The table by which a test makes allocations of a running daemon fail: one file, mapped by the
-/// test and by the library that is preloaded into the daemon and named there by $QVN_MEMORY_FAULTS.
+/// Memory that runs out when a test wants it: in a program that links this, or has it preloaded,
+/// allocations, anonymous mappings and new threads fail in one thread, by their number.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
-/// Allocations of one thread, or of all threads whose name has one first word ("import 7").
-struct MemoryTarget {
-  char thread[16];  ///< name as in top -H; empty: an unused place; "main" from main() on
-
-  std::atomic<uint32_t> fail_at;   ///< the number of the allocation that fails, from 1; 0: none
-  std::atomic<bool> from_then_on;  ///< all that follow fail as well
-  std::atomic<uint32_t> step;      ///< not 0: counting begins anew when a connection of the
-                                   ///< thread has ended, and `fail_at` grows by so much
-
-  std::atomic<uint32_t> seen;    ///< allocations since the test has set this to 0
-  std::atomic<uint32_t> failed;  ///< those that failed
-  std::atomic<uint32_t> begun;   ///< threads that took the name
-  std::atomic<uint32_t> ended;   ///< those of them that have ended
+/// Which allocations of a thread fail, and how many did.
+struct memory_shortage {
+  std::atomic<int32_t> left = 0;           ///< allocations up to the one that fails; 0: none fails
+  std::atomic<bool> from_then_on = false;  ///< all that follow fail as well
+  std::atomic<int32_t> failed = 0;
 };
 
-struct MemoryFaults {
-  std::atomic<uint32_t> version;     ///< raised when the names below have changed
-  std::atomic<int64_t> live_bytes;   ///< of blocks and mappings that nobody has given back
-  std::atomic<int64_t> live_blocks;  ///< blocks that nobody has freed
-  std::atomic<bool> running;         ///< the daemon has reached its run loop
-  MemoryTarget targets[128];
-};
+/// The calling thread's; null: nothing of it fails.
+extern constinit thread_local memory_shortage* t_memory_shortage;
+
+/// That of each thread that names itself, as the daemon's threads do when they begin.
+extern std::atomic<memory_shortage*> g_memory_shortage_of_threads;
+
+/// Blocks, and pages of mappings, that nobody has given back, but for those that belong to a
+/// thread: they are kept with its stack for the next one.
+extern std::atomic<int64_t> g_memory_held;
