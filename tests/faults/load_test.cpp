@@ -73,8 +73,9 @@ void raise(Holdings& most, const Holdings& now) {
 }
 
 void print(const char* when, const Holdings& most) {
-  printf("load_%s_memory %ld kB\nload_%s_descriptors %d descriptors\nload_%s_threads %d threads\n",
-         when, most.memory, when, most.descriptors, when, most.threads);
+  printf(
+      "load_%s_memory %ld kB\nload_%s_descriptors %ld descriptors\nload_%s_threads %ld threads\n",
+      when, most.memory, when, most.descriptors, when, most.threads);
 }
 
 /// A daemon whose log rotates again and again, and its databases.
