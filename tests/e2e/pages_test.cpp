@@ -116,9 +116,6 @@ void run_jobs(std::vector<Scenario> all) {
       more |= go_on(runners[i], all[i]);
   }
   EXPECT_TRUE(daemon->runs());
-  daemon.reset();
-  for (const Scenario& scenario : all)
-    e2e::drop_database(scenario.name);
 }
 
 TEST_P(Pages, ShowWhatHappens) {
