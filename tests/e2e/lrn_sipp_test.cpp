@@ -1,13 +1,10 @@
 // The number lookup against a SIP implementation that is not ours: sipp, where it is installed.
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "core/qvn_core_ctrl.h"
 #include "lrn/qvn_lrn.h"
+#include "support/shell.h"
 #include "support/temp_dir.h"
 #include "support/test_cluster.h"
 
@@ -33,31 +30,14 @@ constexpr const char* kRedirectScenario = R"(<?xml version="1.0" encoding="ISO-8
 </scenario>
 )";
 
-bool is_installed() {
-  return std::system("command -v sipp >/dev/null 2>&1") == 0;
-}
-
-pid_t start_sipp(const support::TempDir& folder, const std::string& port) {
-  support::write_file(folder.path() / "redirect.xml", kRedirectScenario);
-  const std::string scenario = (folder.path() / "redirect.xml").string();
-  const pid_t child = fork();
-  if (child == 0) {
-    if (chdir(folder.path().c_str()) == 0 && freopen("out", "w", stdout) != nullptr &&
-        freopen("out", "a", stderr) != nullptr) {
-      execlp("sipp", "sipp", "-sf", scenario.c_str(), "-i", "127.0.0.1", "-p", port.c_str(),
-             "-nostdin", nullptr);
-    }
-    _exit(127);
-  }
-  return child;
-}
-
 TEST(LrnSipp, redirect_of_a_sip_server_gives_the_routing_number) {
-  if (!is_installed())
+  const support::TempDir folder("pid");
+  if (support::shell(folder.path(), "command -v sipp").status != 0)
     GTEST_SKIP() << "sipp is not installed";
-  const support::TempDir folder("");
   const int port = support::free_port();
-  const pid_t sipp = start_sipp(folder, std::to_string(port));
+  support::write_file(folder.path() / "redirect.xml", kRedirectScenario);
+  support::shell(folder.path(), "sipp -sf redirect.xml -i 127.0.0.1 -nostdin -p " +
+                                    std::to_string(port) + " >out 2>&1 & echo $! >pid");
 
   qvn_core_ctrl core;
   g_core_ctrl = &core;
@@ -78,8 +58,7 @@ TEST(LrnSipp, redirect_of_a_sip_server_gives_the_routing_number) {
   EXPECT_EQ(query.result, kLrnRedirected);
   EXPECT_STREQ(query.lrn, "12125550199");
   EXPECT_EQ(query.location_info, 'N');
-  kill(sipp, SIGKILL);
-  waitpid(sipp, nullptr, 0);
+  support::shell(folder.path(), "kill -9 $(cat pid)");
   g_core_ctrl = nullptr;
 }
 

@@ -9,6 +9,9 @@ namespace e2e {
 /// How the text of a block is compared with what is shown; "..." stands for anything.
 enum class Widths { exact, free };  ///< free: widths of columns do not matter, as in psql's tables
 
+/// Whether the block inserts a job.
+bool inserts_job(const support::Block& block);
+
 /// Runs blocks in the installation of a daemon and a database that it serves: "sql" by psql, "sh"
 /// by a shell, and a block with a file's name writes that file: "csv" into the folder of uploads,
 /// others into the installation. The blocks call the installation /opt/qvn_web_helper and

@@ -6,7 +6,8 @@
 // name, {id} a number of its own. What stands before the block of the first text is set up in all
 // of them; then one daemon starts, and when all jobs have ended the rest is run and compared. A
 // page without a "sql" block has neither databases nor a daemon: each of its scenarios has an
-// installation of its own. A block "TZ" names the daemon's time zone.
+// installation of its own. A block "TZ" names the daemon's time zone; each zone has
+// a daemon.
 #include <gtest/gtest.h>
 
 #include "e2e/page_runner.h"
@@ -18,26 +19,26 @@ using support::replace_all;
 using support::Section;
 
 struct Scenario {
-  std::string name;
-  std::string database;
+  std::string heading;
+  std::string name;  ///< also the database's
   std::string time_zone;
   std::vector<Block> blocks;
-  size_t asked = 0;  ///< the block that shows the first text
+  size_t next = 0;  ///< block; at first the one that shows the first text
 };
 
 /// The blocks with the row's cells filled in.
-Scenario filled_in(std::vector<Block> blocks, const support::TableRow& row, const std::string& name,
-                   const std::string& database, size_t number) {
-  Scenario scenario{name, database, "UTC", {}, 0};
+Scenario filled_in(std::vector<Block> blocks, const support::TableRow& row,
+                   const std::string& heading, const std::string& name, size_t number) {
+  Scenario scenario{heading, name, "UTC", {}, 0};
   for (Block& block : blocks) {
     for (std::string* part : {&block.kind, &block.text}) {
       for (const auto& [column, cell] : row)
         replace_all(*part, "{" + column + "}", cell);
-      replace_all(*part, "{database}", database);
+      replace_all(*part, "{database}", name);
       replace_all(*part, "{id}", std::to_string(1000 + 10 * number));
     }
-    if (block.kind == "text" && scenario.asked == 0)
-      scenario.asked = scenario.blocks.size() - 1;
+    if (block.kind == "text" && scenario.next == 0)
+      scenario.next = scenario.blocks.size() - 1;
     // An empty cell may be a text without a line.
     if (block.kind == "text" && block.text == "\n")
       block.text.clear();
@@ -45,7 +46,7 @@ Scenario filled_in(std::vector<Block> blocks, const support::TableRow& row, cons
       scenario.time_zone = block.text.substr(0, block.text.find('\n'));
     scenario.blocks.push_back(block);
   }
-  EXPECT_GT(scenario.asked, 0U) << name << " shows nothing";
+  EXPECT_GT(scenario.next, 0U) << heading << " shows nothing";
   return scenario;
 }
 
@@ -69,63 +70,65 @@ std::vector<Scenario> scenarios(const std::string& page, const std::string& name
 class Pages : public testing::TestWithParam<std::filesystem::path> {};
 
 void set_up(e2e::PageRunner& runner, const Scenario& scenario) {
-  SCOPED_TRACE(scenario.name);
-  for (size_t i = 0; i < scenario.asked; i++)
+  SCOPED_TRACE(scenario.heading);
+  for (size_t i = 0; i < scenario.next; i++)
     runner.run(scenario.blocks[i]);
 }
 
-void compare(e2e::PageRunner& runner, const Scenario& scenario) {
-  SCOPED_TRACE(scenario.name);
-  for (size_t i = scenario.asked; i < scenario.blocks.size(); i++) {
-    const Block& block = scenario.blocks[i];
+/// Runs and compares, when the jobs so far have ended, until the scenario is at its end or has
+/// inserted another job. Whether there is more.
+bool go_on(e2e::PageRunner& runner, Scenario& scenario) {
+  SCOPED_TRACE(scenario.heading);
+  for (bool waits = true; scenario.next < scenario.blocks.size(); scenario.next++) {
+    const Block& block = scenario.blocks[scenario.next];
+    if (waits)
+      runner.wait_for_jobs();
     if (block.kind == "text")
       runner.expect_shown(block.text);
     else
-      runner.run_and_wait(block);
+      runner.run(block);
+    waits = false;
+    if (e2e::inserts_job(block))
+      return ++scenario.next, true;
   }
+  return false;
 }
 
-void run_programs(const std::vector<Scenario>& all) {
-  for (const Scenario& scenario : all) {
-    const support::DaemonHarness installation;
-    e2e::PageRunner runner(installation, "", e2e::Widths::exact);
-    set_up(runner, scenario);
-    compare(runner, scenario);
-  }
+void run_program(Scenario scenario) {
+  const support::DaemonHarness installation;
+  e2e::PageRunner runner(installation, "", e2e::Widths::exact);
+  set_up(runner, scenario);
+  go_on(runner, scenario);
 }
 
-void run_jobs(const std::vector<Scenario>& all, const std::string& time_zone) {
-  std::vector<std::string> databases;
-  databases.reserve(all.size());
-  for (const Scenario& scenario : all)
-    databases.push_back(scenario.database);
-  auto daemon = e2e::daemon_for(databases);
-  daemon->set_time_zone(time_zone);
+void run_jobs(std::vector<Scenario> all) {
+  auto daemon = e2e::daemon_for_each(all);
+  daemon->set_time_zone(all[0].time_zone);
   std::vector<e2e::PageRunner> runners;
   for (const Scenario& scenario : all) {
-    runners.emplace_back(*daemon, scenario.database, e2e::Widths::exact,
-                         "upload/" + scenario.database);
+    runners.emplace_back(*daemon, scenario.name, e2e::Widths::exact, "upload/" + scenario.name);
     set_up(runners.back(), scenario);
   }
   daemon->start();
-  for (size_t i = 0; i < all.size(); i++) {
-    runners[i].wait_for_jobs();
-    compare(runners[i], all[i]);
+  for (bool more = true; more;) {
+    more = false;
+    for (size_t i = 0; i < all.size(); i++)
+      more |= go_on(runners[i], all[i]);
   }
   EXPECT_TRUE(daemon->runs());
-  daemon.reset();
-  for (const std::string& database : databases)
-    e2e::drop_database(database);
 }
 
 TEST_P(Pages, ShowWhatHappens) {
   const std::string page = support::read_file(GetParam());
-  const std::vector<Scenario> all = scenarios(page, GetParam().stem());
-  ASSERT_FALSE(all.empty());
-  if (page.find("```sql\n") == std::string::npos)
-    run_programs(all);
-  else
-    run_jobs(all, all[0].time_zone);
+  std::map<std::string, std::vector<Scenario>> by_time_zone;
+  for (Scenario& scenario : scenarios(page, GetParam().stem())) {
+    if (page.find("```sql\n") == std::string::npos)
+      run_program(scenario);
+    else
+      by_time_zone[scenario.time_zone].push_back(scenario);
+  }
+  for (const auto& [zone, all] : by_time_zone)
+    run_jobs(all);
 }
 
 std::vector<std::filesystem::path> pages() {

@@ -77,15 +77,10 @@ std::string job_end(Session& portal, const std::string& table, const std::string
   return portal.value("SELECT " + expression + row);
 }
 
-std::string waiting(Session& portal, const std::string& beginning, const std::string& action) {
-  return portal.value("SELECT count(" + action +
-                      ") FROM pg_stat_activity WHERE wait_event_type = 'Lock' AND"
-                      " datname = current_database() AND starts_with(query, '" +
-                      beginning + "')");
-}
-
-bool wait_waiting(Session& portal, const std::string& beginning) {
-  return support::wait_until([&] { return waiting(portal, beginning, "pid") == "1"; });
+bool waiting(Session& portal, int statements) {
+  return portal.value(
+             "SELECT count(*) FROM pg_stat_activity WHERE wait_event_type = 'Lock' AND"
+             " datname = current_database()") == std::to_string(statements);
 }
 
 std::chrono::milliseconds end_by_sigterm(support::DaemonHarness& daemon) {

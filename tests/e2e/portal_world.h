@@ -49,14 +49,9 @@ std::string insertion(const std::string& table, const Columns& columns);
 std::string job_end(support::Session& portal, const std::string& table, const std::string& id,
                     const std::string& expression);
 
-/// How many statements of the daemon that start with `beginning` wait for a lock in the session's
-/// database, after `action` ("pid", or a function of it) was done to them. Not for use within a
+/// Whether so many statements wait for a lock in the session's database. Not for use within a
 /// transaction, which would see the same moment again and again.
-std::string waiting(support::Session& portal, const std::string& beginning,
-                    const std::string& action);
-
-/// Waits until one statement waits that way.
-bool wait_waiting(support::Session& portal, const std::string& beginning);
+bool waiting(support::Session& portal, int statements = 1);
 
 /// Ends the daemon by SIGTERM: with status 0 and its two closing lines. How long that took.
 std::chrono::milliseconds end_by_sigterm(support::DaemonHarness& daemon);

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -17,6 +16,7 @@ namespace fs = std::filesystem;
 using std::chrono::steady_clock;
 using support::Console;
 using support::DaemonHarness;
+using support::Holdings;
 
 /// One kind of job in one database, one job after the other; each is compared with the first one
 /// when it has ended.
@@ -65,27 +65,6 @@ int keep_reloading(const DaemonHarness& daemon, const std::atomic<bool>& stop) {
   return reloads;
 }
 
-/// What the daemon holds at one moment.
-struct Holdings {
-  long memory;  ///< resident, kB
-  int descriptors;
-  int threads;
-};
-
-int entries(const fs::path& folder) {
-  std::error_code gone;
-  const fs::directory_iterator all(folder, gone);
-  return static_cast<int>(std::distance(begin(all), end(all)));
-}
-
-Holdings holdings(const DaemonHarness& daemon) {
-  const fs::path process = "/proc/" + std::to_string(daemon.pid());
-  std::ifstream statm(process / "statm");
-  long size = 0, resident = 0;
-  statm >> size >> resident;
-  return {resident * 4, entries(process / "fd"), entries(process / "task")};
-}
-
 /// The most that was held at a time in a part of the run.
 void raise(Holdings& most, const Holdings& now) {
   most.memory = std::max(most.memory, now.memory);
@@ -94,8 +73,9 @@ void raise(Holdings& most, const Holdings& now) {
 }
 
 void print(const char* when, const Holdings& most) {
-  printf("load_%s_memory %ld kB\nload_%s_descriptors %d descriptors\nload_%s_threads %d threads\n",
-         when, most.memory, when, most.descriptors, when, most.threads);
+  printf(
+      "load_%s_memory %ld kB\nload_%s_descriptors %ld descriptors\nload_%s_threads %ld threads\n",
+      when, most.memory, when, most.descriptors, when, most.threads);
 }
 
 /// A daemon whose log rotates again and again, and its databases.
@@ -127,7 +107,7 @@ TEST(Load, EveryJobEndsRightAndNothingGrowsWhileConsolesReloadAndTheLogRotates) 
         faults::import_job(databases[i], 1000, 1, "2024-03-01", ""), *daemon));
   for (size_t i = 6; i < 10; i++)
     lanes.push_back(std::make_unique<Lane>(faults::rerate_job(databases[i], 500), *daemon));
-  const Holdings before = holdings(*daemon);
+  const Holdings before = daemon->holdings();
 
   std::atomic<bool> stop = false;
   int reloads = 0;
@@ -145,7 +125,7 @@ TEST(Load, EveryJobEndsRightAndNothingGrowsWhileConsolesReloadAndTheLogRotates) 
       lane->go_on(more);
       busy = busy || lane->busy();
     }
-    raise(most[std::min<int64_t>(2, passed * 3 / duration)], holdings(*daemon));
+    raise(most[std::min<int64_t>(2, passed * 3 / duration)], daemon->holdings());
     if (passed > duration + std::chrono::minutes(3)) {
       ADD_FAILURE() << "the jobs do not end";
       break;
@@ -167,10 +147,10 @@ TEST(Load, EveryJobEndsRightAndNothingGrowsWhileConsolesReloadAndTheLogRotates) 
   EXPECT_GT(reratings, 0);
   EXPECT_TRUE(fs::exists(daemon->path() / "log/qvn_web_helper.log.5"));
   EXPECT_TRUE(support::wait_until([&] {
-    const Holdings now = holdings(*daemon);
+    const Holdings now = daemon->holdings();
     return now.descriptors == before.descriptors && now.threads == before.threads;
-  })) << holdings(*daemon).descriptors
-      << " descriptors, " << holdings(*daemon).threads << " threads";
+  })) << daemon->holdings().descriptors
+      << " descriptors, " << daemon->holdings().threads << " threads";
   // How many threads meet while one ends and the next begins is the machine's affair.
   if (duration.count() >= kSoak) {
     EXPECT_LE(most[2].memory, most[0].memory + 1024);

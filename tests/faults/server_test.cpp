@@ -92,8 +92,18 @@ class Victims {
     }
   }
 
-  /// Breaks every job once, each after another part of its bytes, by its own fault or by `common`.
-  void break_all(const Fault* common, std::mt19937& random);
+  /// What breaks each job, after how many bytes; below 0 it is left alone.
+  struct Hit {
+    const Fault* fault;
+    long after;
+  };
+  using Plan = std::vector<Hit>;
+
+  /// Every job by its own fault, or by `common`, each after another part of its bytes.
+  Plan at_random(const Fault* common, std::mt19937& random) const;
+  /// The imports cut at every so many bytes of their conversation, first one way, then the other.
+  std::vector<Plan> sweep(long step) const;
+  void break_all(const Plan& plan);
 
   /// All jobs again, with nobody in their way.
   void run_undisturbed() {
@@ -163,8 +173,7 @@ void Victims::let_it_happen(const Victim& v, const Fault& fault, Session& locker
         " EXCEPTION WHEN lock_not_available THEN NULL; END$$");
   proxy_.release(v.door);
   if (fault.meanwhile == Meanwhile::table_is_locked) {
-    EXPECT_TRUE(support::wait_until(
-        [&] { return v.job->ended() || e2e::waiting(portal, "", "pid") == "1"; }));
+    EXPECT_TRUE(support::wait_until([&] { return v.job->ended() || e2e::waiting(portal); }));
     locker.query("ROLLBACK");
   }
 }
@@ -180,8 +189,8 @@ void Victims::check(const Victim& v, const Fault& fault) {
   v.job->recover();
 }
 
-void Victims::break_all(const Fault* common, std::mt19937& random) {
-  std::vector<long> moments;
+Victims::Plan Victims::at_random(const Fault* common, std::mt19937& random) const {
+  Plan plan;
   for (const Victim& v : all_) {
     const Fault& fault = common != nullptr ? *common : *v.fault;
     const int direction = static_cast<int>(fault.direction);
@@ -190,28 +199,51 @@ void Victims::break_all(const Fault* common, std::mt19937& random) {
       first = kBegun[direction];
     else if (random() % 4 == 0)
       last = kBegun[direction];
-    moments.push_back(std::uniform_int_distribution<long>(first, last)(random));
-    proxy_.arm(v.door, fault.direction, moments.back(), fault.act);
+    plan.push_back({&fault, std::uniform_int_distribution<long>(first, last)(random)});
+  }
+  return plan;
+}
+
+std::vector<Victims::Plan> Victims::sweep(long step) const {
+  std::vector<Plan> plans;
+  size_t next = all_.size();
+  for (const Fault* const cut : {&kFaults[0], &kFaults[1]}) {
+    const long bytes = all_[0].bytes[static_cast<int>(cut->direction)];
+    for (long after = step; after < bytes + step; after += step) {
+      if (next >= all_.size()) {
+        plans.emplace_back(all_.size(), Hit{cut, -1});
+        next = 0;
+      }
+      plans.back()[next] = {cut, after};
+      next += 2;  // every other one is an import
+    }
+  }
+  return plans;
+}
+
+void Victims::break_all(const Plan& plan) {
+  for (const Victim& v : all_) {
+    const auto& [fault, after] = plan[v.door];
+    proxy_.arm(v.door, fault->direction, after, fault->act);
   }
   submit();
-  std::vector<bool> hit;
   for (const Victim& v : all_) {
     EXPECT_TRUE(support::wait_until([&] { return proxy_.has_acted(v.door) || v.job->ended(); }));
-    hit.push_back(proxy_.has_acted(v.door));
-    missed += hit.back() ? 0 : 1;
     Session locker = v.job->portal();
-    if (common == nullptr && hit.back())
-      let_it_happen(v, *v.fault, locker);
+    if (!proxy_.has_acted(v.door))
+      missed += plan[v.door].after < 0 ? 0 : 1;
+    else if (plan[v.door].fault != &kCrash)
+      let_it_happen(v, *plan[v.door].fault, locker);
   }
-  if (common != nullptr) {
+  if (plan[0].fault == &kCrash) {
     e2e::cluster().restart_immediate();
     for (const Victim& v : all_)
       proxy_.release(v.door);
   }
   const auto begin = std::chrono::steady_clock::now();
-  for (size_t i = 0; i < all_.size(); i++) {
-    SCOPED_TRACE(all_[i].job->database() + " after " + std::to_string(moments[i]) + " bytes");
-    check(all_[i], common != nullptr ? *common : *all_[i].fault);
+  for (const Victim& v : all_) {
+    SCOPED_TRACE(v.job->database() + " after " + std::to_string(plan[v.door].after) + " bytes");
+    check(v, *plan[v.door].fault);
   }
   for (const Victim& v : all_) {
     SCOPED_TRACE(v.job->database());
@@ -232,8 +264,13 @@ TEST(Server, FaultsOfAnyKindAtAnyByteLoseNothingAndLeaveADaemonThatWorks) {
   Victims victims;
   for (int round = 0; round < rounds && !HasFailure(); round++) {
     SCOPED_TRACE("round " + std::to_string(round));
-    victims.break_all(nullptr, random);
-    victims.break_all(&kCrash, random);
+    victims.break_all(victims.at_random(nullptr, random));
+    victims.break_all(victims.at_random(&kCrash, random));
+  }
+  // Each thousandth byte in the long form.
+  for (const Victims::Plan& plan : victims.sweep(rounds > 1 ? 1000 : 25'000)) {
+    if (!HasFailure())
+      victims.break_all(plan);
   }
   victims.run_undisturbed();
   victims.expect_whole();

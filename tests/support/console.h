@@ -3,6 +3,9 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "base/qvn_fd.h"
 
 namespace support {
 
@@ -11,11 +14,12 @@ class Console {
   /// Connects to the port of 127.0.0.1; see connected(). `receive_buffer` in bytes makes a client
   /// that takes little before it has to read.
   explicit Console(int port, int receive_buffer = 0);
-  ~Console();
-  Console(Console&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
-  Console& operator=(Console&&) = delete;
+  /// The other side of a console's client: a connection that a test has accepted.
+  explicit Console(qvn_fd connection) : fd_(std::move(connection)) {}
 
-  bool connected() const { return fd_ >= 0; }
+  bool connected() const { return fd_.get() >= 0; }
+  /// Whether there is something to read, or comes within so many seconds.
+  bool has_input(int seconds = 0) const;
 
   /// Sends all of it, or as much as the connection takes at once; the bytes sent.
   void send(std::string_view bytes) const;
@@ -30,11 +34,12 @@ class Console {
   bool closes(int seconds = 20) const;
   /// Sends the login line and reads the welcome; whether it came.
   bool log_in(std::string_view arguments = "") const;
+  void close() { fd_.reset(); }
   /// Resets the connection instead of closing it.
   void abort();
 
  private:
-  int fd_ = -1;
+  qvn_fd fd_;
 };
 
 }  // namespace support

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <signal.h>
@@ -189,6 +190,18 @@ bool DaemonHarness::wait_log(const std::string& text, int times) const {
 
 bool DaemonHarness::runs() const {
   return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0;
+}
+
+Holdings DaemonHarness::holdings() const {
+  const fs::path process = "/proc/" + std::to_string(pid_);
+  long size = 0, resident = 0;
+  std::ifstream(process / "statm") >> size >> resident;
+  const auto entries = [&](const char* folder) {
+    std::error_code gone;
+    const fs::directory_iterator all(process / folder, gone);
+    return std::distance(begin(all), end(all));
+  };
+  return {resident * 4, entries("fd"), entries("task")};
 }
 
 std::string database_section(const std::string& section, int port, const std::string& name) {

@@ -10,6 +10,13 @@
 
 namespace support {
 
+/// What a daemon holds at one moment.
+struct Holdings {
+  long memory;  ///< resident, kB
+  long descriptors;
+  long threads;
+};
+
 /// Daemons become children of the test program when their starter leaves, so their end can be
 /// waited for. Whatever a sanitizer reports in it is a test failure.
 class DaemonHarness {
@@ -58,6 +65,7 @@ class DaemonHarness {
 
   pid_t pid() const { return pid_; }
   bool runs() const;
+  Holdings holdings() const;
 
  private:
   pid_t spawn(const std::vector<std::string>& arguments);

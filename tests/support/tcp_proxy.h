@@ -2,15 +2,19 @@
 /// kind when so many bytes have passed.
 #pragma once
 
-#include <memory>
+#include <atomic>
+#include <deque>
+#include <list>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
-#include <vector>
+
+#include "base/qvn_fd.h"
 
 namespace support {
 
-/// All doors and connections are served by one thread; every function may be called by the test's.
+/// One thread accepts, and one serves each connection; the functions are the test's.
 class TcpProxy {
  public:
   enum class Direction { to_server, to_client };
@@ -35,20 +39,31 @@ class TcpProxy {
   long passed(size_t door, Direction direction) const;
 
  private:
-  struct Door;
+  struct Door {
+    qvn_fd listener;
+    std::string label;
+    Direction direction{};
+    long after = -1;  ///< bytes until the rule acts; -1 without a rule
+    Act act{};
+    bool acted = false;
+    bool holds = false;
+    long passed[2] = {};
+  };
   struct Connection;
 
   void run();
-  void accept(size_t door);
-  /// False when the connection is over.
-  bool forward(Connection& connection, Direction direction);
-  bool act(Connection& connection, Door& door);
+  void accept(Door& door);
+  void serve(Connection& connection) const;
+  /// These three are false when the connection is over.
+  bool forward(Connection& connection, int from) const;
+  bool pass_on(Connection& connection, int from, std::string_view bytes) const;
+  bool act(Connection& connection) const;
 
   const int server_port_;
-  mutable std::mutex mutex_;  ///< guards all below but the thread
-  bool ending_ = false;
-  std::vector<std::unique_ptr<Door>> doors_;
-  std::vector<std::unique_ptr<Connection>> connections_;
+  std::atomic<bool> ending_ = false;
+  mutable std::mutex mutex_;  ///< guards the doors
+  std::deque<Door> doors_;
+  std::list<Connection> connections_;  ///< the accepting thread's
   std::thread thread_;
 };
 

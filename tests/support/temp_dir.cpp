@@ -3,71 +3,29 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <fstream>
-#include <signal.h>
 #include <sstream>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
-#include <vector>
 
 namespace support {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// The guard's work: collects "folder\tpid file\n" lines until the test program is gone, then
-/// cleans up. For an ordinary end all folders are gone already.
-void guard(int lines) {
-  FILE* in = fdopen(lines, "r");
-  std::vector<std::pair<fs::path, std::string>> folders;
-  char line[4096];
-  while (in != nullptr && fgets(line, sizeof line, in) != nullptr) {
-    std::string text(line);
-    text.pop_back();
-    const size_t tab = text.find('\t');
-    folders.emplace_back(text.substr(0, tab), text.substr(tab + 1));
-  }
-  for (const auto& [folder, pid_file] : folders) {
-    const int pid = pid_file.empty() ? 0 : atoi(read_file(folder / pid_file).c_str());
-    if (pid > 1) {
-      kill(pid, SIGQUIT);
-      pause_until([](void* p) { return kill(*static_cast<const int*>(p), 0) != 0; },
-                  const_cast<int*>(&pid), 2);
-      kill(pid, SIGKILL);
-    }
-    std::error_code ignored;
-    fs::remove_all(folder, ignored);
-  }
-}
-
-/// Starts the guard as nobody's child, so that whoever kills the test program's children leaves it
-/// alone.
-int start_guard() {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0)
-    abort();
-  const pid_t middle = fork();
-  if (middle == 0) {
-    setsid();
-    if (fork() == 0) {
-      close(ends[1]);
-      for (int fd = 0; fd < 3; fd++)
-        dup2(open("/dev/null", O_RDWR | O_CLOEXEC), fd);
-      guard(ends[0]);
-    }
-    _exit(0);
-  }
-  waitpid(middle, nullptr, 0);
-  close(ends[0]);
-  return ends[1];
-}
+/// Reads lines of a folder and its pid file until the test program is gone, then ends what lives in
+/// the folders; after an ordinary end they are gone already. In a session of its own, so that who
+/// kills the test program and its children leaves it alone.
+constexpr const char* kGuard = R"(exec >/dev/null 2>&1 setsid -f sh -c '
+  all=$(cat)
+  echo "$all" | while read -r folder file; do
+    pid=$(head -n 1 "$folder/$file") && [ "$pid" -gt 1 ] && kill -QUIT "$pid" && sleep 2 && kill -9 "$pid"
+    rm -rf "$folder"
+  done')";
 
 }  // namespace
 
 TempDir::TempDir(const std::string& pid_file) {
-  static const int guard_lines = start_guard();
+  static FILE* const guard = popen(kGuard, "we");
   std::string name = (fs::temp_directory_path() / "qvn-test.XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) {
     perror(name.c_str());
@@ -75,9 +33,8 @@ TempDir::TempDir(const std::string& pid_file) {
   }
   path_ = name;
   fs::permissions(path_, fs::perms(0755));
-  const std::string line = name + "\t" + pid_file + "\n";
-  if (write(guard_lines, line.data(), line.size()) < 0)
-    perror("guard");
+  fprintf(guard, "%s %s\n", name.c_str(), pid_file.c_str());
+  fflush(guard);
 }
 
 TempDir::~TempDir() {

@@ -2,58 +2,24 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <libpq-fe.h>
 #include <netinet/in.h>
-#include <pwd.h>
 #include <random>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/shell.h"
 
 namespace support {
 namespace {
 
 using std::string_literals::operator""s;
 
-constexpr const char* kInitdb = QVN_PG_BINDIR "/initdb";
-constexpr const char* kPostgres = QVN_PG_BINDIR "/postgres";
-
 std::string connection_text(int port, const std::string& database) {
   return "hostaddr=" + std::string(TestCluster::kHost) + " port=" + std::to_string(port) +
          " dbname=" + database + " user=" + TestCluster::kUser +
          " password=" + TestCluster::kPassword + " connect_timeout=5";
-}
-
-/// Starts a server program as a child that ends with this one; never as root, which the server
-/// refuses.
-pid_t start_as_server(const std::vector<std::string>& command, const std::string& folder) {
-  const passwd* user = geteuid() == 0 ? getpwnam("postgres") : nullptr;
-  if (geteuid() == 0 && user == nullptr) {
-    fprintf(stderr, "There is no user postgres to run the server as\n");
-    abort();
-  }
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (const std::string& word : command)
-    arguments.push_back(const_cast<char*>(word.c_str()));
-  arguments.push_back(nullptr);
-  const pid_t child = fork();
-  if (child != 0)
-    return child;
-  if (user != nullptr &&
-      (setgroups(0, nullptr) != 0 || setgid(user->pw_gid) != 0 || setuid(user->pw_uid) != 0))
-    _exit(126);
-  prctl(PR_SET_PDEATHSIG, SIGQUIT);
-  const int log = open((folder + "/server.log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-  if (chdir(folder.c_str()) != 0 || dup2(log, 1) < 0 || dup2(log, 2) < 0)
-    _exit(126);
-  execv(arguments[0], arguments.data());
-  _exit(127);
 }
 
 }  // namespace
@@ -108,77 +74,50 @@ std::string Session::value(const std::string& sql) {
   return rows.empty() ? "" : rows[0][0];
 }
 
-TestCluster::TestCluster() : folder_("data/postmaster.pid") {
-  const std::string folder = folder_.path().string();
+TestCluster::TestCluster() : folder_("data/postmaster.pid"), port_(free_port()) {
+  write_file(path() / "password", std::string(kPassword) + "\n");
+  // The server refuses to run as root.
   if (geteuid() == 0) {
-    const passwd* user = getpwnam("postgres");
-    if (user == nullptr || chown(folder.c_str(), user->pw_uid, user->pw_gid) != 0)
-      abort();
+    shell(path(), "chown postgres .");
+    as_server_ = "runuser -u postgres -- ";
   }
-  write_file(folder_.path() / "password", std::string(kPassword) + "\n");
-  const pid_t child = start_as_server(
-      {kInitdb, "-D", folder + "/data", "-U", kUser, "-A", "scram-sha-256",
-       "--pwfile=" + folder + "/password", "-E", "UTF8", "--no-locale", "--no-sync"},
-      folder);
-  int status = -1;
-  waitpid(child, &status, 0);
-  if (status != 0) {
-    fprintf(stderr, "initdb failed: %s\n", read_file(folder_.path() / "server.log").c_str());
-    abort();
-  }
-  start();
+  run_or_die("initdb -D data -U "s + kUser +
+             " -A scram-sha-256 --pwfile=password -E UTF8 --no-locale --no-sync");
+  write_file(path() / "data/postgresql.auto.conf",
+             "listen_addresses = '"s + kHost + "'\nunix_socket_directories = '" + path().string() +
+                 "'\nfsync = off\nfull_page_writes = off\nshared_buffers = 32MB\n"
+                 "max_connections = 200\nport = " +
+                 std::to_string(port_) + "\n");
+  run_or_die("pg_ctl -D data -l data/server.log start");
   create_database("template_portal");
 }
 
 TestCluster::~TestCluster() {
-  stop(true);
+  run("pg_ctl -D data -m immediate stop");
 }
 
-void TestCluster::start() {
-  const std::string folder = folder_.path().string();
-  const auto ready = [&] {
-    return PQping(connection_text(port_, "postgres").c_str()) == PQPING_OK;
-  };
-  // The port stays the same over a restart, for the daemons know it; another one is tried at first
-  // only.
-  const bool first = port_ == 0;
-  for (int attempt = 0; attempt < 5; attempt++) {
-    if (first)
-      port_ = free_port();
-    server_ = start_as_server(
-        {kPostgres, "-D", folder + "/data", "-p", std::to_string(port_), "-c",
-         "listen_addresses=" + std::string(kHost), "-c", "unix_socket_directories=" + folder, "-c",
-         "fsync=off", "-c", "full_page_writes=off", "-c", "shared_buffers=32MB", "-c",
-         "max_connections=200"},
-        folder);
-    bool gone = false;
-    wait_until([&] { return ready() || (gone = waitpid(server_, nullptr, WNOHANG) == server_); });
-    if (!gone && ready())
-      return;
-  }
-  fprintf(stderr, "PostgreSQL does not start: %s\n",
-          read_file(folder_.path() / "server.log").c_str());
+Ending TestCluster::run(const std::string& program) const {
+  return shell(path(), as_server_ + QVN_PG_BINDIR "/" + program);
+}
+
+void TestCluster::run_or_die(const std::string& program) const {
+  const Ending ending = run(program);
+  if (ending.status == 0)
+    return;
+  fprintf(stderr, "%s: %s%s%s\n", program.c_str(), ending.out.c_str(), ending.err.c_str(),
+          read_file(path() / "data/server.log").c_str());
   abort();
 }
 
-void TestCluster::stop(bool immediate) {
-  if (server_ <= 0)
-    return;
-  kill(server_, immediate ? SIGQUIT : SIGINT);
-  waitpid(server_, nullptr, 0);
-  server_ = -1;
+void TestCluster::restart_immediate() const {
+  run_or_die("pg_ctl -D data -l data/server.log -m immediate restart");
 }
 
 void TestCluster::offer_tls() {
-  const std::string folder = folder_.path().string();
-  const pid_t child = start_as_server(
-      {"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=portal",
-       "-keyout", folder + "/server.key", "-out", folder + "/server.crt"},
-      folder);
-  waitpid(child, nullptr, 0);
-  for (const std::string& setting : {"ssl_cert_file='" + folder + "/server.crt'",
-                                     "ssl_key_file='" + folder + "/server.key'", "ssl=on"s})
-    connect("postgres").query("ALTER SYSTEM SET " + setting);
+  shell(path(), as_server_ +
+                    "openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=portal -keyout "
+                    "data/server.key -out data/server.crt");
+  connect("postgres").query("ALTER SYSTEM SET ssl = on");
   connect("postgres").query("SELECT pg_reload_conf()");
   EXPECT_TRUE(wait_until([&] {
     return connect("postgres").value("SELECT ssl FROM pg_stat_ssl WHERE pid = pg_backend_pid()") ==

@@ -3,9 +3,9 @@
 
 #include <memory>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
+#include "support/shell.h"
 #include "support/temp_dir.h"
 
 struct pg_conn;
@@ -46,14 +46,8 @@ class TestCluster {
   TestCluster();
   ~TestCluster();
 
-  /// Starts the server and waits until it takes connections.
-  void start();
-  /// Stops it in an orderly way, or at once like a crash.
-  void stop(bool immediate = false);
-  void restart_immediate() {
-    stop(true);
-    start();
-  }
+  /// Stops the server like a crash, and starts it again on its port.
+  void restart_immediate() const;
 
   /// From now on the server takes TLS connections, which libpq prefers.
   void offer_tls();
@@ -64,9 +58,14 @@ class TestCluster {
   int port() const { return port_; }
 
  private:
+  const std::filesystem::path& path() const { return folder_.path(); }
+  /// Runs a program of PostgreSQL, given with its arguments, in the folder.
+  Ending run(const std::string& program) const;
+  void run_or_die(const std::string& program) const;
+
   TempDir folder_;
-  int port_ = 0;
-  pid_t server_ = -1;
+  std::string as_server_;  ///< runs what follows as the server's user
+  int port_;
 };
 
 }  // namespace support
