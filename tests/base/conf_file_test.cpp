@@ -42,7 +42,7 @@ TEST(conf_file, a_section_is_read_pair_by_pair) {
   }
   for (const std::size_t room : {0U, 3U, 4U, 5U, 300U}) {
     found.assign(room, '#');
-    std::string expected = std::string("b.$k", 5).substr(0, room);
+    std::string expected = (std::string("b.$k") + '\0').substr(0, room);
     expected.resize(room, '#');
     EXPECT_EQ(read("r", found), 0);
     EXPECT_EQ(found, expected);
