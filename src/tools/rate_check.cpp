@@ -18,6 +18,7 @@
 #include "rate_upload/deck_cells.h"
 #include "rate_upload/deck_validation.h"
 #include "tools/code_deck_csv.h"
+#include "tools/deck_diseases.h"
 #include "tools/progress_bar.h"
 
 namespace {
@@ -83,15 +84,22 @@ tool_status complain(const char* file, const char* what, const char* why) {
 /// Counts the lines and their refusals.
 class counted_lines final : public rate_deck_listener {
  public:
-  explicit counted_lines(std::FILE* deck) : bar_(deck) {}
+  counted_lines(std::FILE* deck, deck_diseases& diseases) : bar_(deck), diseases_(diseases) {}
 
-  bool accepted(const import_values& /*values*/) override {
+  void began(const rate_header& header, const rate_deck_line& line) override {
+    diseases_.look_at_header(header, line);
+  }
+
+  bool accepted(const import_values& values, const rate_deck_line& line) override {
+    diseases_.look_at_line(line);
+    diseases_.look_at_values(values, line);
     ++accepted_;
     bar_.step();
     return true;
   }
 
-  void refused(std::string_view message) override {
+  void refused(std::string_view message, const rate_deck_line& line) override {
+    diseases_.look_at_line(line);
     bar_.hide();
     bar_.step();
     ++refused_;
@@ -106,6 +114,7 @@ class counted_lines final : public rate_deck_listener {
   }
 
   [[nodiscard]] bool all_accepted() const { return refused_ == 0; }
+  [[nodiscard]] bool none_accepted() const { return accepted_ == 0; }
 
   void print_summary(const char* name) {
     bar_.hide();
@@ -122,6 +131,7 @@ class counted_lines final : public rate_deck_listener {
 
  private:
   progress_bar bar_;
+  deck_diseases& diseases_;
   uint32_t accepted_ = 0;
   uint32_t refused_ = 0;
   uint32_t noted_ = 0;
@@ -153,7 +163,30 @@ qvn_file create_reimport(const char* path, std::FILE* deck) {
   return reimport;
 }
 
-tool_status report(const rate_check_options& options, rate_deck_end end, counted_lines& lines) {
+void print_columns(const char* what, const std::string& names) {
+  if (!names.empty()) {
+    std::printf("%s: %s\n", what, shown(names).c_str());
+  }
+}
+
+/// Prints the columns and what is wrong with the deck as a whole.
+tool_status print_diseases(const char* name, const deck_diseases& diseases) {
+  print_columns("columns", diseases.known_columns());
+  print_columns("ignored columns", diseases.ignored_columns());
+  tool_status status = kNothingToSay;
+  for (const deck_finding& finding : diseases.findings()) {
+    std::printf("%s:%d: %s", shown(name).c_str(), finding.line, finding.what.c_str());
+    if (finding.count > 1) {
+      std::printf(" (%u lines, this is the first)", finding.count);
+    }
+    std::printf("\n    cure: %s\n", finding.cure.c_str());
+    status = std::max(status, finding.status);
+  }
+  return status;
+}
+
+/// How the reading of the deck ended.
+tool_status report_end(const rate_check_options& options, rate_deck_end end, counted_lines& lines) {
   switch (end) {
     case rate_deck_end::no_header:
       return complain(name_of_deck(options), kDeckHeaderInvalid, "");
@@ -165,7 +198,16 @@ tool_status report(const rate_check_options& options, rate_deck_end end, counted
       break;
   }
   lines.print_summary(name_of_deck(options));
+  if (lines.none_accepted()) {
+    return complain(name_of_deck(options), "nothing would be imported", "");
+  }
   return lines.all_accepted() ? kNothingToSay : kFindings;
+}
+
+tool_status report(const rate_check_options& options, rate_deck_end end, counted_lines& lines,
+                   const deck_diseases& diseases) {
+  const tool_status status = report_end(options, end, lines);
+  return std::max(status, print_diseases(name_of_deck(options), diseases));
 }
 
 /// `findings`, or, with a line, the failure to write what they are based on.
@@ -203,9 +245,11 @@ tool_status check(const rate_check_options& options, const code_decks* code_deck
       return kUnusable;
     }
   }
-  counted_lines lines(deck.get());
+  deck_diseases diseases(options.names_are_utf8);
+  counted_lines lines(deck.get(), diseases);
   const rate_deck_end end = validate(options, deck.get(), reimport.get(), code_deck, lines);
-  return close_written(std::move(reimport), options.reimport_path, report(options, end, lines));
+  return close_written(std::move(reimport), options.reimport_path,
+                       report(options, end, lines, diseases));
 }
 
 }  // namespace
