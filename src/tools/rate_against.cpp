@@ -4,7 +4,10 @@
 #include <charconv>
 #include <cmath>
 #include <ctime>
+#include <memory>
+#include <new>
 
+#include "base/qvn_text.h"
 #include "db/qvn_pg_rows.h"
 #include "rate/rate_query.h"
 #include "rate_upload/rate_copy_line.h"
@@ -31,10 +34,11 @@ constexpr const char* kCounted[] = {"codes are new", "get dearer", "get cheaper"
                                     "keep their prices", "lack a price, before or after"};
 constexpr const char* kInFile[] = {"new", "dearer", "cheaper", "same", "missing"};
 
+/// A number that is none counts as missing, too.
 double number_of(std::string_view text) {
   double number = -1;
   (void)std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
+  return std::isfinite(number) ? number : -1;
 }
 
 /// The amount as the COPY would write it.
@@ -184,11 +188,12 @@ void rate_against::reconcile() {
   });
 }
 
-/// The stored codes that the deck does not have; they count as seen from then on.
+/// The stored codes that no accepted line has; they count as seen from then on.
 std::size_t rate_against::missing_codes() {
+  constexpr std::size_t kLongest = 1024;  // than which no line is longer
   std::size_t missing = 0;
   for (const auto& [id, rate] : stored_) {
-    std::string_view code = rate.code;
+    std::string_view code = std::string_view(rate.code).substr(0, kLongest);
     const seen_codes::verdict verdict = job_.data->codes->add(code);
     if (verdict == seen_codes::verdict::no_memory) {
       throw std::bad_alloc();
@@ -207,7 +212,7 @@ void rate_against::print_counts() {
   print_count(size_of(job_.data->updates), "stored rates end", true);
   print_count(size_of(job_.data->deletions), "stored rates are deleted", true);
   print_count(doubled_, "stored rates of the same date stay beside the new ones", false);
-  print_count(missing_codes(), "stored codes are not in the deck and stay", false);
+  print_count(missing_codes(), "stored codes have no accepted line and stay", false);
 }
 
 void rate_against::print_largest(std::vector<price_change> changes) {
