@@ -141,11 +141,11 @@ qvn_file make_deck(const std::vector<std::string>& codes) {
 /// Keeps the lines as a job does.
 class kept_lines final : public rate_deck_listener {
  public:
-  bool accepted(const import_values& values) override {
+  bool accepted(const import_values& values, const rate_deck_line& /*line*/) override {
     ++count;
     return records.push(values);
   }
-  void refused(std::string_view /*message*/) override {}
+  void refused(std::string_view /*message*/, const rate_deck_line& /*line*/) override {}
 
   std::size_t count = 0;
   import_list records;

@@ -236,6 +236,21 @@ char* qvn_trim_suffix_blank(char* text) {
   return text;
 }
 
+bool qvn_is_utf8(std::string_view text) {
+  const auto outside_ascii = [](char c) { return code_of(c) >= 0x80; };
+  for (;;) {
+    text = {std::ranges::find_if(text, outside_ascii), text.end()};
+    if (text.empty()) {
+      return true;
+    }
+    const std::size_t length = utf8_length(text);
+    if (length == 0) {
+      return false;
+    }
+    text.remove_prefix(length);
+  }
+}
+
 void qvn_mask_controls(std::span<char> text, std::string_view kept) {
   while (!text.empty()) {
     const std::string_view left(text.data(), text.size());

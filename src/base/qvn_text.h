@@ -91,6 +91,9 @@ void qvn_strip_suffix_blank(char* last);
 /// Cuts, in place, every trailing character of code 32 or less; returns the text.
 char* qvn_trim_suffix_blank(char* text);
 
+/// Whether all of it is UTF-8, as a database in UTF8 takes it.
+[[nodiscard]] bool qvn_is_utf8(std::string_view text);
+
 /// Writes "?", in place, over each byte of a control character but those in `kept`: codes 1 to 31,
 /// 127 and 128 to 159, the last as UTF-8 or as a byte that belongs to no UTF-8 character. A text
 /// from outside then neither steers the terminal that shows it nor begins a line of its own. All

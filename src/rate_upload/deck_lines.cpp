@@ -27,7 +27,8 @@ bool deck_lines::next(std::string_view& line) {
   while (const std::size_t size = piece_size()) {
     ++number_;
     const bool has_end = begin_[size - 1] == '\n';
-    line = before(before({begin_, size - (has_end ? 1U : 0U)}, '\r'), '\0');
+    raw_ = {begin_, size};
+    line = before(before(raw_.substr(0, size - (has_end ? 1U : 0U)), '\r'), '\0');
     begin_ += size;
     if (!line.empty()) {
       return true;

@@ -16,6 +16,9 @@ class deck_lines {
   /// False at the end, and where the deck cannot be read any further.
   [[nodiscard]] bool next(std::string_view& line);
 
+  /// That line as it stands in the deck, with its line end; valid as long.
+  [[nodiscard]] std::string_view raw() const { return raw_; }
+
   /// The first bytes after that line, as far as they have been read.
   [[nodiscard]] std::string_view ahead() const;
 
@@ -36,4 +39,5 @@ class deck_lines {
   std::unique_ptr<char[]> buffer_;
   char* begin_;  ///< what has been read and not yet given out
   char* end_;
+  std::string_view raw_;
 };

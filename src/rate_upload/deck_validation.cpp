@@ -35,14 +35,15 @@ class deck_reader {
 
   /// False when there is no valid header.
   bool read_header() {
-    if (lines_.next(line_)) {
-      header_ = rate_header_parse(line_);
+    if (next()) {
+      header_ = rate_header_parse(line_.text);
+      listener_.began(header_, line_);
     }
     return header_.valid();
   }
 
   rate_deck_end read_lines() {
-    while (lines_.next(line_)) {
+    while (next()) {
       if (!accept_or_refuse()) {
         return rate_deck_end::no_memory;
       }
@@ -52,6 +53,17 @@ class deck_reader {
   }
 
  private:
+  /// Reads and splits the next line that is not empty.
+  bool next() {
+    if (!lines_.next(line_.text)) {
+      return false;
+    }
+    line_.number = lines_.number();
+    line_.raw = lines_.raw();
+    line_.cells = rate_line_split(line_.text, entries_);
+    return true;
+  }
+
   /// Treats one line. False when memory runs out.
   bool accept_or_refuse() {
     expect_next();
@@ -64,7 +76,7 @@ class deck_reader {
       case seen_codes::verdict::fresh:
         break;
       case seen_codes::verdict::repeated:
-        refusal_ = qvn_format("Line %d : repeating code, %.*s\n", lines_.number(),
+        refusal_ = qvn_format("Line %d : repeating code, %.*s\n", line_.number,
                               static_cast<int>(values.code.size()), values.code.data());
         refuse();
         return true;
@@ -72,7 +84,7 @@ class deck_reader {
         return false;
     }
     take_from_code_deck(values);  // not earlier: a repeated code gets no note
-    return listener_.accepted(values);
+    return listener_.accepted(values, line_);
   }
 
   /// Has the place of the next line's code fetched from memory while this line is treated: a guess,
@@ -91,17 +103,15 @@ class deck_reader {
 
   /// Checks the line for itself; false with its message in `refusal_`.
   bool check(import_values& values) {
-    std::array<std::string_view, kMaxCells> entries;
-    const std::span<const std::string_view> cells = rate_line_split(line_, entries);
-    if (cells.size() != header_.count) {
-      refusal_ = qvn_format("Line %d : not matching rate header\n", lines_.number());
+    if (line_.cells.size() != header_.count) {
+      refusal_ = qvn_format("Line %d : not matching rate header\n", line_.number);
       return false;
     }
-    if (!rate_line_check(header_, cells, lines_.number(), request_.dates, values, refusal_)) {
+    if (!rate_line_check(header_, line_.cells, line_.number, request_.dates, values, refusal_)) {
       return false;
     }
     if (values.code.empty() || !values.effective.text) {
-      refusal_ = qvn_format("Line %d : missing rate or code or effective date\n", lines_.number());
+      refusal_ = qvn_format("Line %d : missing rate or code or effective date\n", line_.number);
       return false;
     }
     return true;
@@ -119,7 +129,7 @@ class deck_reader {
     if (values.code != qvn_or_empty(entry->code)) {
       listener_.noted();
       put(request_.log, qvn_format("Line %d : code not matching system code deck, %s\n",
-                                   lines_.number(), values.code.data()));
+                                   line_.number, values.code.data()));
     }
     values.code_name = qvn_or_empty(entry->name);
     values.country = qvn_or_empty(entry->country);
@@ -127,9 +137,9 @@ class deck_reader {
 
   /// Reports the line and keeps it for a re-upload.
   void refuse() {
-    listener_.refused(refusal_);
+    listener_.refused(refusal_, line_);
     put(request_.log, refusal_);
-    put(request_.reimport, line_);
+    put(request_.reimport, line_.text);
     put(request_.reimport, "\n");
   }
 
@@ -137,7 +147,8 @@ class deck_reader {
   rate_deck_listener& listener_;
   rate_header header_;
   deck_lines lines_;
-  std::string_view line_;
+  std::array<std::string_view, kMaxCells> entries_;
+  rate_deck_line line_{};
   std::string refusal_;  ///< the message of a refused line
 };
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdio>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -11,17 +12,28 @@
 #include "rate_upload/deck_dates.h"
 #include "rate_upload/seen_codes.h"
 
+/// A line of the deck; its texts live until the next one is read.
+struct rate_deck_line {
+  int number;             ///< all lines count, empty ones and the pieces of long ones too; from 1
+  std::string_view text;  ///< up to its first CR, LF or NUL
+  std::string_view raw;   ///< as it stands in the deck, with its line end
+  std::span<const std::string_view> cells;
+};
+
 /// Learns what becomes of each line after the header, before anything of it is written.
 class rate_deck_listener {
  public:
   virtual ~rate_deck_listener() = default;
 
+  /// The first line that is not empty, be it valid as a header or not.
+  virtual void began(const rate_header& /*header*/, const rate_deck_line& /*line*/) {}
+
   /// The line is good. Its code lives as long as the set of seen codes, the other texts are the
   /// line's own. False when memory runs out: the reading ends.
-  [[nodiscard]] virtual bool accepted(const import_values& values) = 0;
+  [[nodiscard]] virtual bool accepted(const import_values& values, const rate_deck_line& line) = 0;
 
   /// The line is refused with this message, or got a note and may still be accepted.
-  virtual void refused(std::string_view message) = 0;
+  virtual void refused(std::string_view message, const rate_deck_line& line) = 0;
   virtual void noted() {}
 };
 

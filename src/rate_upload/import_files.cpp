@@ -61,7 +61,7 @@ class import_lines final : public rate_deck_listener {
  public:
   explicit import_lines(rate_upload_task& task) : task_(task) {}
 
-  bool accepted(const import_values& values) override {
+  bool accepted(const import_values& values, const rate_deck_line& /*line*/) override {
     if (!task_.data->imports.push(values)) {
       return false;
     }
@@ -69,7 +69,9 @@ class import_lines final : public rate_deck_listener {
     return true;
   }
 
-  void refused(std::string_view /*message*/) override { ++task_.figures.refused; }
+  void refused(std::string_view /*message*/, const rate_deck_line& /*line*/) override {
+    ++task_.figures.refused;
+  }
 
  private:
   rate_upload_task& task_;

@@ -1,71 +1,29 @@
 #include "tools/rate_check.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <map>
-#include <new>
-#include <span>
 #include <unistd.h>
 #include <utility>
 #include <vector>
 
-#include "base/qvn_text.h"
-#include "db/qvn_db_job.h"
 #include "rate_upload/deck_cells.h"
 #include "rate_upload/deck_validation.h"
+#include "rate_upload/rate_upload_task.h"
 #include "tools/code_deck_csv.h"
+#include "tools/deck_diseases.h"
 #include "tools/progress_bar.h"
+#include "tools/rate_against.h"
+#include "tools/shown_lines.h"
+#include "tools/tool_core.h"
 
 namespace {
 
 /// The deck of a CSV file that names none.
 constexpr const char* kOnlyDeck = "1";
-
-/// As it may be shown on a terminal: a deck comes from somebody else.
-std::string shown(std::string_view text) {
-  std::string copy(text);
-  qvn_mask_controls(copy);
-  return copy;
-}
-
-/// A stream whose lines go to standard output as they may be shown there; not before it is closed
-/// is it done. Throws std::bad_alloc when memory runs out.
-class shown_lines {
- public:
-  shown_lines() : stream_(fopencookie(this, "w", {nullptr, take, nullptr, nullptr})) {
-    if (!stream_) {
-      throw std::bad_alloc();
-    }
-    (void)std::setvbuf(stream_.get(), nullptr, _IOLBF, 0);
-  }
-
-  [[nodiscard]] std::FILE* stream() const { return stream_.get(); }
-
- private:
-  static ssize_t take(void* self, const char* bytes, std::size_t size) noexcept {
-    for (const char byte : std::string_view(bytes, size)) {
-      static_cast<shown_lines*>(self)->add(byte);
-    }
-    return static_cast<ssize_t>(size);
-  }
-
-  void add(char byte) {
-    line_[length_++] = byte;
-    if (byte == '\n' || length_ == line_.size()) {
-      qvn_mask_controls(std::span(line_).first(length_), "\t\n");
-      (void)std::fwrite(line_.data(), 1, length_, stdout);
-      length_ = 0;
-    }
-  }
-
-  std::array<char, 4096> line_;  ///< more than a message has
-  std::size_t length_ = 0;
-  qvn_file stream_;
-};
 
 bool reads_standard_input(const rate_check_options& options) {
   return std::strcmp(options.deck_path, "-") == 0;
@@ -80,18 +38,26 @@ tool_status complain(const char* file, const char* what, const char* why) {
   return kUnusable;
 }
 
-/// Counts the lines and their refusals.
+/// Counts the lines and their refusals, and keeps the accepted ones where they are wanted.
 class counted_lines final : public rate_deck_listener {
  public:
-  explicit counted_lines(std::FILE* deck) : bar_(deck) {}
+  counted_lines(std::FILE* deck, deck_diseases& diseases, import_list* kept)
+      : bar_(deck), diseases_(diseases), kept_(kept) {}
 
-  bool accepted(const import_values& /*values*/) override {
-    ++accepted_;
-    bar_.step();
-    return true;
+  void began(const rate_header& header, const rate_deck_line& line) override {
+    diseases_.look_at_header(header, line);
   }
 
-  void refused(std::string_view message) override {
+  bool accepted(const import_values& values, const rate_deck_line& line) override {
+    diseases_.look_at_line(line);
+    diseases_.look_at_values(values, line);
+    ++accepted_;
+    bar_.step();
+    return !kept_ || kept_->push(values);
+  }
+
+  void refused(std::string_view message, const rate_deck_line& line) override {
+    diseases_.look_at_line(line);
     bar_.hide();
     bar_.step();
     ++refused_;
@@ -106,6 +72,7 @@ class counted_lines final : public rate_deck_listener {
   }
 
   [[nodiscard]] bool all_accepted() const { return refused_ == 0; }
+  [[nodiscard]] bool none_accepted() const { return accepted_ == 0; }
 
   void print_summary(const char* name) {
     bar_.hide();
@@ -122,6 +89,8 @@ class counted_lines final : public rate_deck_listener {
 
  private:
   progress_bar bar_;
+  deck_diseases& diseases_;
+  import_list* kept_;
   uint32_t accepted_ = 0;
   uint32_t refused_ = 0;
   uint32_t noted_ = 0;
@@ -141,19 +110,44 @@ qvn_file open_deck(const rate_check_options& options) {
   return deck;
 }
 
-qvn_file create_reimport(const char* path, std::FILE* deck) {
-  if (qvn_leads_to(path, deck)) {  // writing to it would destroy the deck that is being read
-    (void)complain(path, kReimportNotCreated, "it is the rate file itself");
-    return nullptr;
+/// Creates a file beside the deck; false, with a line, when it cannot. Without a path there is
+/// none.
+bool create_file(const char* path, const char* failure, std::FILE* deck, qvn_file& file) {
+  if (path && qvn_leads_to(path, deck)) {  // writing to it would destroy the deck that is read
+    (void)complain(path, failure, "it is the rate file itself");
+    return false;
   }
-  qvn_file reimport(std::fopen(path, "we"));
-  if (!reimport) {
-    (void)complain(path, kReimportNotCreated, std::strerror(errno));
+  file.reset(path ? std::fopen(path, "we") : nullptr);
+  if (path && !file) {
+    (void)complain(path, failure, std::strerror(errno));
   }
-  return reimport;
+  return !path || file;
 }
 
-tool_status report(const rate_check_options& options, rate_deck_end end, counted_lines& lines) {
+void print_columns(const char* what, const std::string& names) {
+  if (!names.empty()) {
+    std::printf("%s: %s\n", what, shown(names).c_str());
+  }
+}
+
+/// Prints the columns and what is wrong with the deck as a whole.
+tool_status print_diseases(const char* name, const deck_diseases& diseases) {
+  print_columns("columns", diseases.known_columns());
+  print_columns("ignored columns", diseases.ignored_columns());
+  tool_status status = kNothingToSay;
+  for (const deck_finding& finding : diseases.findings()) {
+    std::printf("%s:%d: %s", shown(name).c_str(), finding.line, finding.what.c_str());
+    if (finding.count > 1) {
+      std::printf(" (%u lines, this is the first)", finding.count);
+    }
+    std::printf("\n    cure: %s\n", finding.cure.c_str());
+    status = std::max(status, finding.status);
+  }
+  return status;
+}
+
+/// How the reading of the deck ended.
+tool_status report_end(const rate_check_options& options, rate_deck_end end, counted_lines& lines) {
   switch (end) {
     case rate_deck_end::no_header:
       return complain(name_of_deck(options), kDeckHeaderInvalid, "");
@@ -165,7 +159,16 @@ tool_status report(const rate_check_options& options, rate_deck_end end, counted
       break;
   }
   lines.print_summary(name_of_deck(options));
+  if (lines.none_accepted()) {
+    return complain(name_of_deck(options), "nothing would be imported", "");
+  }
   return lines.all_accepted() ? kNothingToSay : kFindings;
+}
+
+tool_status report(const rate_check_options& options, rate_deck_end end, counted_lines& lines,
+                   const deck_diseases& diseases) {
+  const tool_status status = report_end(options, end, lines);
+  return std::max(status, print_diseases(name_of_deck(options), diseases));
 }
 
 /// `findings`, or, with a line, the failure to write what they are based on.
@@ -180,42 +183,55 @@ tool_status close_written(qvn_file file, const char* path, tool_status findings)
   return findings;
 }
 
-/// Validates the deck and prints its messages.
+/// Validates the deck as the job would, and prints its messages.
 rate_deck_end validate(const rate_check_options& options, std::FILE* deck, std::FILE* reimport,
-                       const code_decks* code_deck, rate_deck_listener& lines) {
-  rate_date_reader dates(options.format, std::time(nullptr));
-  seen_codes codes;
+                       rate_upload_data& data, rate_deck_listener& lines) {
+  data.codes = std::make_unique<seen_codes>();
+  data.dates.emplace(options.job.rate_date_format, std::time(nullptr));
+  const bool has_names = options.codes_path || options.job.code_deck_flag == 1;
   const shown_lines messages;
-  return rate_deck_validate({deck, options.quiet ? nullptr : messages.stream(), reimport, dates,
-                             codes, code_deck, options.code_deck_id},
-                            lines);
+  return rate_deck_validate(
+      {deck, options.quiet ? nullptr : messages.stream(), reimport, *data.dates, *data.codes,
+       has_names ? &data.names : nullptr, options.job.rate_table_code_deck_id},
+      lines);
 }
 
-tool_status check(const rate_check_options& options, const code_decks* code_deck) {
+/// Checks the deck of a job whose data hold what was loaded; `against`, where there is one, then
+/// compares it with that.
+tool_status check(const rate_check_options& options, rate_upload_data& data,
+                  rate_against* against) {
   const qvn_file deck = open_deck(options);
-  if (!deck) {
+  qvn_file reimport;
+  qvn_file changes;
+  if (!deck || !create_file(options.reimport_path, kReimportNotCreated, deck.get(), reimport) ||
+      !create_file(options.changes_path, "cannot be written", deck.get(), changes)) {
     return kUnusable;
   }
-  qvn_file reimport;
-  if (options.reimport_path) {
-    reimport = create_reimport(options.reimport_path, deck.get());
-    if (!reimport) {
-      return kUnusable;
-    }
+  deck_diseases diseases(options.names_are_utf8);
+  counted_lines lines(deck.get(), diseases, against ? &data.imports : nullptr);
+  const rate_deck_end end = validate(options, deck.get(), reimport.get(), data, lines);
+  tool_status status = report(options, end, lines, diseases);
+  if (against && end == rate_deck_end::whole) {
+    against->report(changes.get());
   }
-  counted_lines lines(deck.get());
-  const rate_deck_end end = validate(options, deck.get(), reimport.get(), code_deck, lines);
-  return close_written(std::move(reimport), options.reimport_path, report(options, end, lines));
+  status = close_written(std::move(reimport), options.reimport_path, status);
+  return close_written(std::move(changes), options.changes_path, status);
+}
+
+tool_status check_against(const rate_check_options& options, rate_upload_task& job) {
+  const tool_core core(options.conf_folder);
+  rate_against against(job, options.section);
+  return against.load() ? check(options, *job.data, &against) : kUnusable;
 }
 
 }  // namespace
 
 tool_status rate_check(const rate_check_options& options) {
-  if (!options.codes_path) {
-    return check(options, nullptr);
+  rate_upload_task job(options.job);
+  const std::string& id = options.job.rate_table_code_deck_id;
+  if (options.codes_path &&
+      !code_deck_csv_load(options.codes_path, id.empty() ? kOnlyDeck : id, job.data->names)) {
+    return kUnusable;
   }
-  code_decks code_deck;
-  const std::string default_id = options.code_deck_id.empty() ? kOnlyDeck : options.code_deck_id;
-  return code_deck_csv_load(options.codes_path, default_id, code_deck) ? check(options, &code_deck)
-                                                                       : kUnusable;
+  return options.section.empty() ? check(options, *job.data, nullptr) : check_against(options, job);
 }

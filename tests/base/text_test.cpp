@@ -48,6 +48,12 @@ TEST(Text, CutsFallBetweenCharacters) {
   EXPECT_EQ(qvn_cut("\x80\x80\x80\x80\x80", 4), "\x80\x80\x80\x80");  // nor is this
 }
 
+TEST(Text, AnyDatabaseInUtf8TakesUtf8) {
+  EXPECT_TRUE(qvn_is_utf8("") && qvn_is_utf8("a\u00e4\U0001F4DE"));
+  for (const char* other : {"\xe4", "a\xc3", "\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80"})
+    EXPECT_FALSE(qvn_is_utf8(other)) << other;
+}
+
 // A byte above 127 is no blank, although it is negative as a char.
 TEST(Text, BlanksAreTheCodes1To32) {
   char text[] = "\x01\t\n \x80z  \xff";
