@@ -45,10 +45,8 @@ void log_begin(const rerate_task& task, const rerate_trunk& trunk, const rerate_
 }
 
 bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
-                const std::string& filter, rerated_calls& calls) {
-  const std::string sql = qvn_format(
-      "copy (select %s%s from %s %s) to stdout delimiter as ',' csv header", kCdrColumnList,
-      task.row.include_q850 == 1 ? kCdrQ850ColumnList : "", day.table.c_str(), filter.c_str());
+                const std::string& condition, rerated_calls& calls) {
+  const std::string sql = rerate_calls_copy(task, trunk, day, condition);
   bool complete = true;
   const pg_copy_end end = qvn_pg_copy_lines(
       task.connection.get(), sql.c_str(), kLabel,
@@ -58,6 +56,13 @@ bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& 
 
 }  // namespace
 
+std::string rerate_calls_copy(const rerate_task& task, const rerate_trunk& trunk,
+                              const rerate_day& day, const std::string& condition) {
+  return qvn_format("copy (select %s%s from %s %s) to stdout delimiter as ',' csv header",
+                    kCdrColumnList, task.row.include_q850 == 1 ? kCdrQ850ColumnList : "",
+                    day.table.c_str(), call_filter(condition, trunk).c_str());
+}
+
 int32_t get_rerate_cdr(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
                        rerated_calls& calls) {
   const int64_t start = std::time(nullptr);
@@ -66,7 +71,7 @@ int32_t get_rerate_cdr(rerate_task& task, const rerate_trunk& trunk, const rerat
       rerate_status::loading_cdrs);
   const std::string condition = time_condition(day);
   log_begin(task, trunk, day, condition);
-  if (!load_calls(task, trunk, day, call_filter(condition, trunk), calls)) {
+  if (!load_calls(task, trunk, day, condition, calls)) {
     QVN_LOG(kLogWarning, "Rerate task %d load %s %s cdr failed\n", static_cast<int>(task.id),
             trunk.alias.c_str(), day.date.c_str());
     return -1;

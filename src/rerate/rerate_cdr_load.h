@@ -5,6 +5,11 @@
 #include "rerate/rerate_task.h"
 #include "rerate/rerated_calls.h"
 
+/// The COPY of the trunk's answered calls in the day's table that meet the condition; an empty one
+/// is none. Throws std::bad_alloc when memory runs out.
+[[nodiscard]] std::string rerate_calls_copy(const rerate_task& task, const rerate_trunk& trunk,
+                                            const rerate_day& day, const std::string& condition);
+
 /// Loads the calls, each of which is priced as it comes. 0, or -1, logged. Throws std::bad_alloc
 /// when memory runs out.
 [[nodiscard]] int32_t get_rerate_cdr(rerate_task& task, const rerate_trunk& trunk,
