@@ -3,20 +3,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <getopt.h>
-#include <memory>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/qvn_core_ctrl.h"
-#include "core/qvn_process.h"
-#include "db/qvn_db.h"
 #include "tools/conf_connect.h"
 #include "tools/conf_database_list.h"
 #include "tools/conf_findings.h"
 #include "tools/conf_main_file.h"
+#include "tools/tool_core.h"
 #include "tools/tool_main.h"
 
 namespace {
@@ -82,13 +78,6 @@ tool_status conf_check(bool connect) {
                   }));
 }
 
-/// The folder itself, or the one named conf in it; ends in "/".
-std::string conf_directory(const std::string& folder) {
-  std::error_code none;
-  const std::string below = folder + "/conf/";
-  return std::filesystem::is_directory(below, none) ? below : folder + "/";
-}
-
 tool_status run(int count, char** words) {
   bool connect = false;
   for (int letter = 0; (letter = getopt_long(count, words, "chV", kOptions, nullptr)) != -1;) {
@@ -100,18 +89,8 @@ tool_status run(int count, char** words) {
   if (count - optind > 1) {
     return tool_usage_error(kUsage);
   }
-  const auto core = std::make_unique<qvn_core_ctrl>();
-  g_core_ctrl = core.get();
-  if (qvn_core_set_path() != 0) {
-    throw std::bad_alloc();
-  }
-  if (optind < count) {
-    g_core_ctrl->conf_dir = conf_directory(words[optind]);
-  }
-  qvn_db_set_connection_defaults();
-  const tool_status status = conf_check(connect);
-  g_core_ctrl = nullptr;
-  return status;
+  const tool_core core(optind < count ? words[optind] : nullptr);
+  return conf_check(connect);
 }
 
 }  // namespace
