@@ -179,6 +179,10 @@ TEST(Documents, JobTablesShowWhatHappens) {
             runner.columns_of("rerate_cdr_task"));
 }
 
+TEST(Documents, BillingExplainsCalls) {
+  PageRunner().run(document("billing.md"));
+}
+
 TEST(Documents, RateFilesAreTakenAsShown) {
   const std::string page = document("rate-file-format.md");
   PageRunner runner;
