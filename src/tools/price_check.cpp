@@ -80,6 +80,7 @@ tool_status price_check(const price_check_options& options) {
   }
   tool_status status = kNothingToSay;
   for (const std::string& line : lines) {
+    (void)std::fputs(&line == lines.data() ? "" : "\n", stdout);
     status = std::max(status, explain(options, world, line));
   }
   (void)std::fputs(log.take().c_str(), stderr);

@@ -15,7 +15,7 @@ struct price_check_options {
   std::string trunk_id;
   std::string rate_table_id;
   std::string session_id;      ///< of the call's record; empty: a call is made up
-  std::optional<int64_t> day;  ///< its first second in UTC
+  std::optional<int64_t> day;  ///< a moment of it, seconds since the epoch
   std::string number;          ///< of the call that is made up, as the next three
   std::string ani;
   std::optional<int64_t> at;  ///< when it begins, seconds since the epoch
@@ -27,6 +27,6 @@ struct price_check_options {
 };
 
 /// Prints the explanation of each call on standard output, and why there is none on standard error.
-/// kNothingToSay: priced; kFindings: a call has no price. Needs a tool_core. Throws std::bad_alloc
-/// when memory runs out.
+/// Moments are after the first day of the epoch. kNothingToSay: priced; kFindings: a call has no
+/// price. Needs a tool_core. Throws std::bad_alloc when memory runs out.
 [[nodiscard]] tool_status price_check(const price_check_options& options);

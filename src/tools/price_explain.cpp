@@ -49,7 +49,7 @@ std::string state_text(const char* who, const rp_hash_node* prefix) {
   return prefix ? qvn_format("%s in %s (prefix %s)", who,
                              price_shown(jurisdiction_id(*prefix)).c_str(),
                              price_shown(key_of(prefix)).c_str())
-                : qvn_format("%s in none that is known", who);
+                : qvn_format("%s in none", who);
 }
 
 std::string bounds_text(const jurisdiction_settings& settings, std::string_view ani) {
@@ -208,7 +208,7 @@ std::string call_text(const price_question& question, const cdr_line& call,
                       const call_facts& facts) {
   const rerate_trunk& trunk = question.trunk;
   const std::string session = price_shown(call[kSessionId]);
-  return line("Call", (session.empty() ? "made up" : "session " + session) + ", " +
+  return line("Call", (question.is_recorded ? "session " + session : "made up") + ", " +
                           side_name(trunk.side) + " trunk " + price_shown(trunk.id) + " " +
                           price_shown(trunk.alias)) +
          line("Number", price_shown(facts.billed_number) +

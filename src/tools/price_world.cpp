@@ -11,18 +11,13 @@ namespace {
 
 constexpr const char* kLabel = "Price check";
 
-/// The day of the call, as a rerating of that whole day walks it.
-rerate_day day_of(const price_check_options& options) {
+/// The job row of a rerating of the call's whole day. Its two trunk texts are not used: there is
+/// but one trunk.
+rerate_row row_of(const price_check_options& options) {
   const int64_t moment = options.day.value_or(options.at.value_or(0));
-  const int64_t midnight = moment - (moment % kSecondsPerDay + kSecondsPerDay) % kSecondsPerDay;
-  return rerate_days(midnight, midnight + kSecondsPerDay - 1).next().value_or(rerate_day{});
-}
-
-/// The job row of that rerating. Its two trunk texts are not used: there is but one trunk.
-rerate_row row_of(const price_check_options& options, const rerate_day& day) {
   rerate_row row;
-  row.from_time = day.start;
-  row.to_time = day.start + kSecondsPerDay - 1;
+  row.from_time = moment - moment % kSecondsPerDay;
+  row.to_time = row.from_time + kSecondsPerDay - 1;
   row.update_us_jurisdiction = options.jurisdictions ? 1 : 0;
   row.update_local_rate = options.local_rates ? 1 : 0;
   return row;
@@ -40,7 +35,8 @@ unloaded_rate read_unloaded(const pg_row& row) {
 }  // namespace
 
 price_world::price_world(const price_check_options& options, pg_connection connection)
-    : day_(day_of(options)), task_(row_of(options, day_)) {
+    : task_(row_of(options)),
+      day_(rerate_days(task_.range.from, task_.range.to).next().value_or(rerate_day{})) {
   task_.connection = std::move(connection);
   // The rates of a day are those of a trunk whose date is the day's beginning.
   const std::string text =

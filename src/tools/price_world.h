@@ -40,7 +40,7 @@ class price_world {
   [[nodiscard]] std::string go_without_rates();
   [[nodiscard]] std::string why_no_call(const std::string& condition);
 
-  const rerate_day day_;
   rerate_task task_;
+  const rerate_day day_;
   bool has_rates_ = true;
 };

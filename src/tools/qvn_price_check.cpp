@@ -6,6 +6,7 @@
 #include <getopt.h>
 #include <string_view>
 
+#include "base/qvn_time.h"
 #include "tools/price_check.h"
 #include "tools/price_rates.h"
 #include "tools/tool_core.h"
@@ -70,14 +71,17 @@ constexpr option kOptions[] = {{"trunk", required_argument, nullptr, 't'},
                                {"version", no_argument, nullptr, 'V'},
                                {nullptr, 0, nullptr, 0}};
 
-/// A date, perhaps with a time of day, in UTC; none for anything else.
+/// A date after the first of the epoch, perhaps with a time of day, in UTC; none for anything else.
 std::optional<int64_t> moment(const char* text) {
   tm date{};
   const char* end = strptime(text, "%Y-%m-%d", &date);
   if (end && *end == ' ') {
     end = strptime(end, " %H:%M:%S", &date);
   }
-  return end && *end == '\0' ? std::optional<int64_t>(timegm(&date)) : std::nullopt;
+  const int day = date.tm_mday;
+  const int64_t time = timegm(&date);
+  const bool is_date = end && *end == '\0' && date.tm_mday == day && time >= kSecondsPerDay;
+  return is_date ? std::optional<int64_t>(time) : std::nullopt;
 }
 
 /// Whether the text can stand in the daemon's statements, and in a record, as it is.
@@ -97,6 +101,12 @@ bool take_side(price_check_options& options, std::string_view text) {
 bool take_moment(std::optional<int64_t>& taken, const char* text) {
   taken = moment(text);
   return taken.has_value();
+}
+
+bool take_seconds(int64_t& taken, const char* text) {
+  char* rest = nullptr;
+  taken = std::strtol(text, &rest, 10);
+  return taken > 0 && *rest == '\0';
 }
 
 bool take_text(std::string& taken, const char* text) {
@@ -123,8 +133,7 @@ bool take_option(int letter, const char* value, price_check_options& options) {
     case 'T':
       return take_moment(options.at, value);
     case 'd':
-      options.seconds = std::strtol(value, nullptr, 10);
-      return options.seconds > 0;
+      return take_seconds(options.seconds, value);
     case 'a':
       return take_text(options.ani, value);
     case 'R':
