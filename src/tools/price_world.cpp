@@ -14,7 +14,7 @@ constexpr const char* kLabel = "Price check";
 /// The job row of a rerating of the call's whole day. Its two trunk texts are not used: there is
 /// but one trunk.
 rerate_row row_of(const price_check_options& options) {
-  const int64_t moment = options.day.value_or(options.at.value_or(0));
+  const int64_t moment = (options.session_id.empty() ? options.at : options.day).value_or(0);
   rerate_row row;
   row.from_time = moment - moment % kSecondsPerDay;
   row.to_time = row.from_time + kSecondsPerDay - 1;

@@ -90,6 +90,7 @@ bool is_plain(std::string_view text) {
 }
 
 bool take_side(price_check_options& options, std::string_view text) {
+  options.side.reset();
   for (const call_side side : {call_side::ingress, call_side::egress}) {
     if (text == side_name(side)) {
       options.side = side;
@@ -147,14 +148,33 @@ bool take_option(int letter, const char* value, price_check_options& options) {
   }
 }
 
-/// Whether everything that a call needs is there, of one of the two kinds.
-bool is_whole(const price_check_options& options) {
-  const bool is_recorded = !options.session_id.empty() && options.day && options.number.empty() &&
-                           !options.at && options.seconds == 0 && options.ani.empty();
-  const bool is_made_up = !options.number.empty() && options.at && options.seconds > 0 &&
-                          options.session_id.empty() && !options.day;
-  return !options.trunk_id.empty() && options.side && !options.rate_table_id.empty() &&
-         (is_recorded || is_made_up);
+/// What is missing of a recorded call or of one that is made up, or null.
+const char* missing_of_call(const price_check_options& options) {
+  const bool is_recorded = !options.session_id.empty();
+  if (is_recorded == !options.number.empty()) {
+    return "either --session or --number";
+  }
+  if (is_recorded) {
+    return options.day ? nullptr : "--day";
+  }
+  if (!options.at) {
+    return "--at";
+  }
+  return options.seconds == 0 ? "--seconds" : nullptr;
+}
+
+/// What is missing on the command line, or null.
+const char* missing_of(const price_check_options& options) {
+  if (options.section.empty()) {
+    return "the section";
+  }
+  if (options.trunk_id.empty()) {
+    return "--trunk";
+  }
+  if (!options.side) {
+    return "--side";
+  }
+  return options.rate_table_id.empty() ? "--rate-table" : missing_of_call(options);
 }
 
 tool_status run(int count, char** words) {
@@ -173,10 +193,11 @@ tool_status run(int count, char** words) {
       return kUnusable;
     }
   }
-  if (count - optind != 1 || !is_whole(options)) {
+  options.section = count - optind == 1 ? words[optind] : "";
+  if (const char* const missing = missing_of(options)) {
+    (void)std::fprintf(stderr, "qvn_price_check: needs %s\n", missing);
     return tool_usage_error(kUsage);
   }
-  options.section = words[optind];
   const tool_core core(folder);
   return price_check(options);
 }
