@@ -67,24 +67,42 @@ bool within_hours(const time_profile_node& profile, const clock_reading& clock) 
   return clock.hour == profile.end_hour && before_end;
 }
 
-bool in_force(const rate_node& rate, int64_t time) {
-  return rate.effective_date <= time && (rate.end_date == 0 || rate.end_date >= time);
-}
-
-bool profile_allows(const pricing_terms& terms, const char* profile_id, int64_t time) {
+rate_verdict judge_profile(const pricing_terms& terms, const char* profile_id, int64_t time) {
   if (!profile_id) {
-    return true;
+    return rate_verdict::applies;
   }
   const rp_hash_node* const node = rp_hash_match_all(&terms.time_profiles, profile_id);
-  return node && node->items &&
-         time_profile_applies(*static_cast<const time_profile_node*>(node->items), time);
+  if (!node || !node->items) {
+    return rate_verdict::no_profile;
+  }
+  return time_profile_applies(*static_cast<const time_profile_node*>(node->items), time)
+             ? rate_verdict::applies
+             : rate_verdict::outside_profile;
 }
 
+template <class Watch>
 const rate_node* first_applicable(const pricing_terms& terms, const rp_hash_node& code,
-                                  int64_t time) {
+                                  int64_t time, const Watch& watch) {
   const auto* rate = static_cast<const rate_node*>(code.items);
   for (uint64_t left = rate ? code.item_count : 0; left > 0; --left, rate = rate->next) {
-    if (in_force(*rate, time) && profile_allows(terms, rate->time_profile_id, time)) {
+    const rate_verdict verdict = judge_rate(terms, *rate, time);
+    watch(*rate, verdict);
+    if (verdict == rate_verdict::applies) {
+      return rate;
+    }
+  }
+  return nullptr;
+}
+
+template <class Watch>
+const rate_node* walk_codes(const pricing_terms& terms, const rp_hash_node* longest, int64_t time,
+                            const Watch& watch) {
+  for (const rp_hash_node* code = longest; code; code = code->parent) {
+    // A rate without a code is no default for other codes.
+    if (code->terminal != 1 || code->ch == 0) {
+      continue;
+    }
+    if (const rate_node* const rate = first_applicable(terms, *code, time, watch)) {
       return rate;
     }
   }
@@ -93,19 +111,13 @@ const rate_node* first_applicable(const pricing_terms& terms, const rp_hash_node
 
 /// Whether the calling number is too short or too long to give its jurisdiction.
 bool ani_out_of_bounds(const jurisdiction_settings& settings, std::string_view ani) {
-  const std::string_view prefix = settings.prefix;
-  if (prefix.empty()) {
-    return false;
-  }
-  const bool with_prefix = ani.starts_with(prefix);
-  const uint8_t shortest = with_prefix ? settings.prefix_min_length : settings.noprefix_min_length;
-  const uint8_t longest = with_prefix ? settings.prefix_max_length : settings.noprefix_max_length;
-  return shortest != 0 && longest != 0 && (ani.size() < shortest || ani.size() > longest);
+  const ani_bounds bounds = bounds_of(settings, ani);
+  return bounds.shortest != 0 && bounds.longest != 0 &&
+         (ani.size() < bounds.shortest || ani.size() > bounds.longest);
 }
 
-/// The jurisdiction of a number, with the country's "1" in front; null when it is in none.
-const jurisdiction_prefix_node* jurisdiction_of(const pricing_terms& terms,
-                                                std::string_view number) {
+/// The prefix of a number's jurisdiction, with the country's "1" in front; null when it is in none.
+const rp_hash_node* state_of(const pricing_terms& terms, std::string_view number) {
   constexpr char kCountryPrefix = '1';
   // No prefix is longer than the tree is deep.
   char key[258] = {kCountryPrefix};
@@ -113,12 +125,15 @@ const jurisdiction_prefix_node* jurisdiction_of(const pricing_terms& terms,
   const std::size_t length = number.copy(key + skip, sizeof key - 2);
   key[skip + length] = '\0';
   const rp_hash_node* const node = rp_hash_search(&terms.jurisdictions, key);
-  return node ? static_cast<const jurisdiction_prefix_node*>(node->items) : nullptr;
+  return node && node->items ? node : nullptr;
 }
 
-bool same_jurisdiction(const jurisdiction_prefix_node& left,
-                       const jurisdiction_prefix_node& right) {
-  return std::strcmp(qvn_or_empty(left.jurisdiction_id), qvn_or_empty(right.jurisdiction_id)) == 0;
+bool is_same_state(const call_states& states) {
+  const auto id = [](const rp_hash_node* prefix) {
+    return qvn_or_empty(
+        static_cast<const jurisdiction_prefix_node*>(prefix->items)->jurisdiction_id);
+  };
+  return std::strcmp(id(states.caller), id(states.called)) == 0;
 }
 
 /// A 16-bit setting of a rate counts by its low 8 bits.
@@ -128,13 +143,14 @@ uint8_t low_byte(uint16_t value) {
 
 /// Duration rounded up to the billing increment; a shorter call than the minimum is billed as that
 /// minimum, which need not be a multiple of the increment.
-uint16_t billed_seconds(int64_t duration, uint16_t min_time, uint8_t interval) {
+call_charge billed_time(int64_t duration, uint16_t min_time, uint8_t interval) {
   if (duration <= min_time) {
-    return min_time;
+    return {.bill_time = min_time, .time = time_rule::minimum};
   }
   const int64_t increments = duration / interval + (duration % interval != 0 ? 1 : 0);
   // The billed time has 16 bits, though the product has more.
-  return static_cast<uint16_t>(static_cast<uint64_t>(increments) * interval);
+  return {.bill_time = static_cast<uint16_t>(static_cast<uint64_t>(increments) * interval),
+          .time = time_rule::increments};
 }
 
 constexpr uint8_t kRoundUp = 0;
@@ -171,18 +187,28 @@ bool time_profile_applies(const time_profile_node& profile, int64_t start_second
          within_hours(profile, clock);
 }
 
+rate_verdict judge_dates(int64_t effective_date, int64_t end_date, int64_t time) {
+  if (effective_date > time) {
+    return rate_verdict::not_begun;
+  }
+  return end_date == 0 || end_date >= time ? rate_verdict::applies : rate_verdict::ended;
+}
+
+rate_verdict judge_rate(const pricing_terms& terms, const rate_node& rate, int64_t time) {
+  const rate_verdict by_dates = judge_dates(rate.effective_date, rate.end_date, time);
+  return by_dates == rate_verdict::applies ? judge_profile(terms, rate.time_profile_id, time)
+                                           : by_dates;
+}
+
 const rate_node* choose_record(const pricing_terms& terms, const rp_hash_node* longest,
                                int64_t start_second) {
-  for (const rp_hash_node* node = longest; node; node = node->parent) {
-    // A rate without a code is no default for other codes.
-    if (node->terminal != 1 || node->ch == 0) {
-      continue;
-    }
-    if (const rate_node* const rate = first_applicable(terms, *node, start_second)) {
-      return rate;
-    }
-  }
-  return nullptr;
+  return walk_codes(terms, longest, start_second, [](const rate_node&, rate_verdict) {});
+}
+
+const rate_node* choose_record(const pricing_terms& terms, const rp_hash_node* longest,
+                               int64_t start_second,
+                               qvn_function_ref<void(const rate_node&, rate_verdict)> watch) {
+  return walk_codes(terms, longest, start_second, watch);
 }
 
 void fetch_rate(const rp_hash_node& code) {
@@ -195,41 +221,75 @@ void fetch_rate(const rp_hash_node& code) {
   }
 }
 
+ani_bounds bounds_of(const jurisdiction_settings& settings, std::string_view ani) {
+  const std::string_view prefix = settings.prefix;
+  if (prefix.empty()) {
+    return {};
+  }
+  if (ani.starts_with(prefix)) {
+    return {true, settings.prefix_min_length, settings.prefix_max_length};
+  }
+  return {false, settings.noprefix_min_length, settings.noprefix_max_length};
+}
+
+call_states states_of(const pricing_terms& terms, const call_facts& call) {
+  if (!terms.jurisdictions) {
+    return {};
+  }
+  return {state_of(terms, call.ani), state_of(terms, call.billed_number)};
+}
+
 rate_choice choose_rate(const pricing_terms& terms, const rate_node& record,
                         const call_facts& call) {
   if (ani_out_of_bounds(terms.jurisdiction, call.ani)) {
-    return {record.rate, kRateTypePlain};
+    return {record.rate, kRateTypePlain, price_rule::ani_length};
   }
   if (terms.local_rates && call.rate_type == kRateTypeLocal && record.local_rate >= 0.0F) {
-    return {record.local_rate, kRateTypeLocal};
+    return {record.local_rate, kRateTypeLocal, price_rule::local};
   }
-  if (terms.jurisdictions) {
-    const jurisdiction_prefix_node* const from = jurisdiction_of(terms, call.ani);
-    const jurisdiction_prefix_node* const to = jurisdiction_of(terms, call.billed_number);
-    if (from && to) {
-      return same_jurisdiction(*from, *to) ? rate_choice{record.intra_rate, kRateTypeIntra}
-                                           : rate_choice{record.inter_rate, kRateTypeInter};
-    }
+  const call_states states = states_of(terms, call);
+  if (!states.caller || !states.called) {
+    return {record.rate, kRateTypePlain, price_rule::plain};
   }
-  return {record.rate, kRateTypePlain};
+  return is_same_state(states)
+             ? rate_choice{record.intra_rate, kRateTypeIntra, price_rule::same_state}
+             : rate_choice{record.inter_rate, kRateTypeInter, price_rule::other_states};
+}
+
+charge_units units_of(const rate_node& record) {
+  return {low_byte(record.seconds), low_byte(record.interval)};
 }
 
 call_charge charge_call(const pricing_terms& terms, const rate_node& record, float rate,
                         int64_t duration) {
-  const uint8_t seconds = low_byte(record.seconds);
-  const uint8_t interval = low_byte(record.interval);
+  const auto [seconds, interval] = units_of(record);
   if (duration == 0 || seconds == 0 || interval == 0) {
     return {};
   }
-  call_charge charge;
-  charge.bill_time = billed_seconds(duration, record.min_time, interval);
+  call_charge charge = billed_time(duration, record.min_time, interval);
   const double minutes = static_cast<double>(charge.bill_time) / seconds;
   charge.minutes = static_cast<float>(minutes);  // single precision, as all that is written
-  if (duration >= record.grace_time && rate >= BIILING_EPSINON) {
-    const double cost = static_cast<double>(record.setup_fee) + minutes * static_cast<double>(rate);
-    charge.cost = round_cost(static_cast<float>(cost), terms.rate_decimal, terms.rate_rounding);
+  charge.within_grace = duration < record.grace_time;
+  if (!charge.within_grace && rate >= BIILING_EPSINON) {
+    charge.full_cost = static_cast<float>(static_cast<double>(record.setup_fee) +
+                                          minutes * static_cast<double>(rate));
+    charge.cost = round_cost(charge.full_cost, terms.rate_decimal, terms.rate_rounding);
   }
   return charge;
+}
+
+call_price price_call(const pricing_terms& terms, const rate_node* record, const call_facts& call) {
+  call_price price;
+  if (!record) {
+    return price;
+  }
+  price.record = record;
+  price.choice = choose_rate(terms, *record, call);
+  price.is_priced = price.choice.rate >= BIILING_EPSINON;
+  if (price.is_priced) {
+    price.charge = charge_call(terms, *record, price.choice.rate, call.duration);
+  }
+  return price;
 }
 
 float round_cost(float cost, uint8_t decimals, uint8_t rounding) {

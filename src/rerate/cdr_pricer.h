@@ -10,10 +10,10 @@
 #include <string>
 #include <string_view>
 
-#include "base/qvn_text.h"
 #include "rerate/call_pricing.h"
 #include "rerate/cdr_columns.h"
 #include "rerate/cdr_line.h"
+#include "rerate/price_texts.h"
 
 /// What has come out so far. The caller takes it away when it has grown.
 struct priced_calls {
@@ -23,8 +23,11 @@ struct priced_calls {
   uint32_t unmatched_count = 0;  ///< such calls so far, also those that were taken away
 };
 
-/// A side's columns that pricing writes, or reads for one side only.
-struct priced_columns;
+/// The column that holds the number to be billed, which the record's kind of number decides.
+[[nodiscard]] cdr_column billed_number_column(const cdr_line& line);
+
+/// What the pricing of a side takes from a record. The texts are the line's.
+[[nodiscard]] call_facts facts_of(const cdr_line& line, call_side side);
 
 /// Calls wait in the pricer until there are sixteen: their codes are searched together. It takes
 /// 11 KiB itself and 36 KiB on the heap, or about twice the longest line if that is more; once that
@@ -65,13 +68,11 @@ class cdr_pricer {
 
   /// Memory for the line's texts. Prices the waiting calls if theirs take too much.
   char* memory_for(std::size_t room, priced_calls& out);
-  [[nodiscard]] call_facts facts_of(const cdr_line& line) const;
   void price(const waiting_call& call, const rp_hash_node* longest_code, priced_calls& out);
   void let_out(const cdr_line& line, std::span<const std::string_view> texts, priced_calls& out);
-  std::span<const std::string_view> texts_of(const rate_node& record, const rate_choice& choice,
-                                             const call_charge& charge);
 
-  const priced_columns& side_;
+  const call_side side_;
+  price_texts texts_;
   const pricing_terms terms_;
   const std::size_t columns_;
 
@@ -80,13 +81,4 @@ class cdr_pricer {
   workspace waiting_texts_;
   std::size_t texts_used_ = 0;
   workspace joined_line_;
-
-  std::array<char, kMoneyTextSize> rate_text_{};
-  std::array<char, kMoneyTextSize> cost_text_{};
-  std::array<char, kMoneyTextSize> minutes_text_{};
-  std::array<char, 8> bill_time_text_{};
-  std::array<char, 16> rate_type_text_{};
-  std::array<char, 24> rates_date_buffer_{};
-  const std::string_view rates_date_text_;
-  std::array<std::string_view, 10> written_{};  ///< new texts, in the order of the columns
 };

@@ -4,11 +4,7 @@
 #include "rerate/rerate_cdr_load.h"
 #include "rerate/rerate_rates.h"
 
-namespace {
-
-/// The trees and switches of the task and the settings of the trunk, as they stand for all calls.
-/// Throws std::bad_alloc when memory runs out.
-pricing_terms terms_of(const rerate_task& task, const rerate_trunk& trunk) {
+pricing_terms rerate_terms(const rerate_task& task, const rerate_trunk& trunk) {
   const rate_table_settings& table = *trunk.rate_table;
   pricing_terms terms{
       .time_profiles = task.reference.time_profiles.root(),
@@ -29,10 +25,12 @@ pricing_terms terms_of(const rerate_task& task, const rerate_trunk& trunk) {
   return terms;
 }
 
+namespace {
+
 /// Loads and rates the day's calls of one trunk.
 rerate_outcome rerate_trunk_calls(rerate_task& task, const rerate_trunk& trunk,
                                   const rerate_day& day) {
-  rerated_calls calls(task.folder, trunk.side, terms_of(task, trunk), trunk.rates->date,
+  rerated_calls calls(task.folder, trunk.side, rerate_terms(task, trunk), trunk.rates->date,
                       task.row.include_q850 == 1 ? kCdrColumnsWithQ850 : kCdrColumns);
   if (get_rerate_cdr(task, trunk, day, calls) != 0) {
     return rerate_fail(rerate_error::cdr_load, "Rerate task %u get %s %s CDR failed", task.id,

@@ -21,7 +21,32 @@ bool rerate_cdr_add(char* line, const rerate_trunk& trunk, rerated_calls& calls)
   }
 }
 
-std::string time_condition(const rerate_day& day) {
+std::string call_filter(const std::string& condition, const rerate_trunk& trunk) {
+  return qvn_format("where (call_duration > 0 and %s%s%s_id='%s')", condition.c_str(),
+                    condition.empty() ? "" : " and ", side_name(trunk.side), trunk.id.c_str());
+}
+
+void log_begin(const rerate_task& task, const rerate_trunk& trunk, const rerate_day& day) {
+  const std::string condition = rerate_time_condition(day);
+  QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs%s%s\n", static_cast<int>(task.id),
+          side_name(trunk.side), trunk.alias.c_str(), day.date.c_str(),
+          condition.empty() ? "" : ", ", condition.c_str());
+}
+
+bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
+                rerated_calls& calls) {
+  const std::string sql =
+      rerate_calls_copy(trunk, day, rerate_time_condition(day), task.row.include_q850 == 1);
+  bool complete = true;
+  const pg_copy_end end = qvn_pg_copy_lines(
+      task.connection.get(), sql.c_str(), kLabel,
+      [&](char* line) { complete = complete && rerate_cdr_add(line, trunk, calls); });
+  return end == pg_copy_end::whole && complete;
+}
+
+}  // namespace
+
+std::string rerate_time_condition(const rerate_day& day) {
   std::string condition;
   if (!day.lower.empty()) {
     condition = qvn_format("time >= '%s'", day.lower.c_str());
@@ -32,35 +57,11 @@ std::string time_condition(const rerate_day& day) {
   return condition;
 }
 
-std::string call_filter(const rerate_trunk& trunk, const rerate_day& day) {
-  const std::string condition = time_condition(day);
-  return qvn_format("where (call_duration > 0 and %s%s%s_id='%s')", condition.c_str(),
-                    condition.empty() ? "" : " and ", side_name(trunk.side), trunk.id.c_str());
-}
-
-void log_begin(const rerate_task& task, const rerate_trunk& trunk, const rerate_day& day) {
-  const std::string condition = time_condition(day);
-  QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs%s%s\n", static_cast<int>(task.id),
-          side_name(trunk.side), trunk.alias.c_str(), day.date.c_str(),
-          condition.empty() ? "" : ", ", condition.c_str());
-}
-
-bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
-                rerated_calls& calls) {
-  const std::string sql = rerate_calls_copy(trunk, day, task.row.include_q850 == 1);
-  bool complete = true;
-  const pg_copy_end end = qvn_pg_copy_lines(
-      task.connection.get(), sql.c_str(), kLabel,
-      [&](char* line) { complete = complete && rerate_cdr_add(line, trunk, calls); });
-  return end == pg_copy_end::whole && complete;
-}
-
-}  // namespace
-
-std::string rerate_calls_copy(const rerate_trunk& trunk, const rerate_day& day, bool with_q850) {
+std::string rerate_calls_copy(const rerate_trunk& trunk, const rerate_day& day,
+                              const std::string& condition, bool with_q850) {
   return qvn_format("copy (select %s%s from %s %s) to stdout delimiter as ',' csv header",
                     kCdrColumnList, with_q850 ? kCdrQ850ColumnList : "", day.table.c_str(),
-                    call_filter(trunk, day).c_str());
+                    call_filter(condition, trunk).c_str());
 }
 
 int32_t get_rerate_cdr(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,

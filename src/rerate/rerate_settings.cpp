@@ -16,6 +16,7 @@ void rerate_resource_create(const pg_row& row, rerate_trunk& trunk, rerate_refer
     reference.lost = true;
     return;
   }
+  trunk.is_known = true;
   trunk.rate_decimal = row.number<uint8_t>(2);
   trunk.rate_rounding = row.number<uint8_t>(3);
   try {

@@ -43,6 +43,7 @@ struct rerate_trunk {
   int64_t rate_date = 0;      ///< rates in force at that second; 0: those of each day
   std::shared_ptr<const rerate_rates> rates;  ///< null until loaded; other trunks may share it
   std::unique_ptr<rate_table_settings> rate_table;  ///< null until loaded
+  bool is_known = false;                            ///< there is a row of its settings
   std::string alias;                                ///< its name in texts, at most 99 characters
   uint8_t rate_decimal = 0;                         ///< decimals of a cost
   uint8_t rate_rounding = 0;                        ///< how the others are dropped

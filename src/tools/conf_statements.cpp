@@ -106,10 +106,11 @@ std::vector<conf_statement> conf_day_statements(const std::string& table) {
   trunk.id = kSomeKey;
   const std::string moment = "2026-01-31 12:00:00+00";
   const rerate_day day{.date = "", .table = table, .lower = moment, .upper = moment};
+  const std::string during = rerate_time_condition(day);
   return {
       {"CALLS LEFT OUT (reratings show status 4)", table, "SELECT", "",
-       copied_query(rerate_calls_copy(trunk, day, false))},
+       copied_query(rerate_calls_copy(trunk, day, during, false))},
       {"CALLS LEFT OUT (by reratings with include_q850 1; they show status 4)", table, "SELECT", "",
-       copied_query(rerate_calls_copy(trunk, day, true))},
+       copied_query(rerate_calls_copy(trunk, day, during, true))},
   };
 }

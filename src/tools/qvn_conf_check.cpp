@@ -3,20 +3,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <getopt.h>
-#include <memory>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/qvn_core_ctrl.h"
-#include "core/qvn_process.h"
-#include "db/qvn_db.h"
 #include "tools/conf_connect.h"
 #include "tools/conf_database_list.h"
 #include "tools/conf_findings.h"
 #include "tools/conf_installation.h"
+#include "tools/tool_core.h"
 #include "tools/tool_main.h"
 
 namespace {
@@ -92,16 +88,6 @@ tool_status conf_check(bool connect) {
   return std::max({main_file, list, in_place ? conf_check_installation(results) : kNothingToSay});
 }
 
-/// Takes the daemon's folder, or a folder with configuration files alone.
-void use_folder(const std::string& folder) {
-  std::error_code none;
-  const bool has_conf = std::filesystem::is_directory(folder + "/conf", none);
-  const auto home = std::filesystem::absolute(folder, none).lexically_normal() / "";
-  g_core_ctrl->conf_dir = folder + (has_conf ? "/conf/" : "/");
-  g_core_ctrl->install_dir = has_conf ? home.parent_path().string() : "";
-  g_core_ctrl->log_dir = g_core_ctrl->install_dir + "/log/";
-}
-
 tool_status run(int count, char** words) {
   bool connect = false;
   for (int letter = 0; (letter = getopt_long(count, words, "chV", kOptions, nullptr)) != -1;) {
@@ -113,19 +99,9 @@ tool_status run(int count, char** words) {
   if (count - optind > 1) {
     return tool_usage_error(kUsage);
   }
-  const auto core = std::make_unique<qvn_core_ctrl>();
-  g_core_ctrl = core.get();
-  if (qvn_core_set_path() != 0) {
-    throw std::bad_alloc();
-  }
-  if (optind < count) {
-    use_folder(words[optind]);
-  }
+  const tool_core core(optind < count ? words[optind] : nullptr);
   conf_become_daemons_user();
-  qvn_db_set_connection_defaults();
-  const tool_status status = conf_check(connect);
-  g_core_ctrl = nullptr;
-  return status;
+  return conf_check(connect);
 }
 
 }  // namespace

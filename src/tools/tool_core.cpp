@@ -8,11 +8,14 @@
 
 namespace {
 
-/// The folder itself, or the one named conf in it; ends in "/".
-std::string conf_directory(const std::string& folder) {
+/// Takes the daemon's folder, or a folder with configuration files alone.
+void use_folder(const std::string& folder, qvn_core_ctrl& record) {
   std::error_code none;
-  const std::string below = folder + "/conf/";
-  return std::filesystem::is_directory(below, none) ? below : folder + "/";
+  const bool has_conf = std::filesystem::is_directory(folder + "/conf", none);
+  const auto home = std::filesystem::absolute(folder, none).lexically_normal() / "";
+  record.conf_dir = folder + (has_conf ? "/conf/" : "/");
+  record.install_dir = has_conf ? home.parent_path().string() : "";
+  record.log_dir = record.install_dir + "/log/";
 }
 
 }  // namespace
@@ -23,7 +26,7 @@ tool_core::tool_core(const char* folder) {
     throw std::bad_alloc();
   }
   if (folder) {
-    record_->conf_dir = conf_directory(folder);
+    use_folder(folder, *record_);
   }
   qvn_db_set_connection_defaults();
 }

@@ -114,6 +114,10 @@ TEST_F(Documents, JobTablesShowWhatHappens) {
   }
 }
 
+TEST_F(Documents, BillingExplainsCalls) {
+  run(document("billing.md"));
+}
+
 TEST_F(Documents, RateFilesAreTakenAsShown) {
   const std::string page = document("rate-file-format.md");
   run(page);
