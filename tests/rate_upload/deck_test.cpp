@@ -43,8 +43,10 @@ TEST(deck_dates, are_read_in_the_deck_s_format) {
 }
 
 struct counter : rate_deck_listener {
-  bool accepted(const import_values&) override { return ++lines > 0; }
-  void refused(std::string_view message) override { ADD_FAILURE() << message; }
+  bool accepted(const import_values&, const rate_deck_line&) override { return ++lines > 0; }
+  void refused(std::string_view message, const rate_deck_line&) override {
+    ADD_FAILURE() << message;
+  }
   int lines = 0;
 };
 
