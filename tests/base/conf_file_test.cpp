@@ -49,6 +49,14 @@ TEST(conf_file, a_section_is_read_pair_by_pair) {
     EXPECT_EQ(read("none", found), 0);
     EXPECT_EQ(found, expected);
   }
+  support::write_file(folder.path() / "f", x251 + "xyz\nk=1");
+  std::string pieces;
+  conf_reader reader(folder.path().c_str(), "/f");
+  for (conf_line line; reader.next(line);) {
+    pieces +=
+        std::to_string(line.number) + (line.continued ? "-" : "") + (line.goes_on ? "+ " : " ");
+  }
+  EXPECT_EQ(pieces, "1+ 1- 2 ") << "of lines of 254 and 3 characters";
   std::filesystem::remove(folder.path() / "f");
   EXPECT_EQ(read("", found), -1);
 }
