@@ -102,7 +102,10 @@ void run_program(Scenario scenario) {
 }
 
 void run_jobs(std::vector<Scenario> all) {
-  auto daemon = e2e::daemon_for_each(all);
+  std::vector<std::string> databases;
+  for (const Scenario& scenario : all)
+    databases.push_back(scenario.name);
+  auto daemon = e2e::daemon_for(databases);
   daemon->set_time_zone(all[0].time_zone);
   std::vector<e2e::PageRunner> runners;
   for (const Scenario& scenario : all) {

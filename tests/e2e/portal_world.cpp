@@ -200,16 +200,13 @@ std::filesystem::path cdr_file(Session& portal, const std::string& id, const std
 
 std::filesystem::path output_folder(const std::filesystem::path& cdr_directory,
                                     const std::string& database, const std::string& id) {
-  std::filesystem::path folder;
-  // A job that began before midnight lies under yesterday.
-  for (const int days : {-1, 0}) {
-    std::string date = day(days);
-    std::erase(date, '-');
-    folder = cdr_directory / date / ("127.0.0.1-" + database) / id;
+  std::error_code none;
+  for (const auto& date : std::filesystem::directory_iterator(cdr_directory, none)) {
+    const std::filesystem::path folder = date.path() / ("127.0.0.1-" + database) / id;
     if (std::filesystem::exists(folder))
-      break;
+      return folder;
   }
-  return folder;
+  return {};
 }
 
 }  // namespace e2e

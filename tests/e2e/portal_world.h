@@ -22,16 +22,6 @@ void drop_database(const std::string& name);
 /// A daemon that serves these databases, which are made at once.
 std::unique_ptr<support::DaemonHarness> daemon_for(const std::vector<std::string>& databases);
 
-/// The same for the databases that scenarios are named after.
-template <typename Scenarios>
-std::unique_ptr<support::DaemonHarness> daemon_for_each(const Scenarios& scenarios) {
-  std::vector<std::string> databases;
-  databases.reserve(std::size(scenarios));
-  for (const auto& scenario : scenarios)
-    databases.emplace_back(scenario.name);
-  return daemon_for(databases);
-}
-
 /// Columns of a row; values as SQL.
 using Columns = std::map<std::string, std::string>;
 
@@ -106,7 +96,7 @@ std::string listed_files(support::Session& portal, const std::string& id);
 std::filesystem::path cdr_file(support::Session& portal, const std::string& id,
                                const std::string& trunk, const std::string& date = "2026-03-01");
 
-/// Where a job's files will lie, below the CDR directory.
+/// Where a job's files lie, below the CDR directory; an empty path as long as there is no folder.
 std::filesystem::path output_folder(const std::filesystem::path& cdr_directory,
                                     const std::string& database, const std::string& id = "1");
 

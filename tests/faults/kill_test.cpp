@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <map>
-#include <optional>
 #include <random>
 #include <signal.h>
 #include <thread>
@@ -84,28 +83,6 @@ std::vector<support::Console> consoles(const support::DaemonHarness& daemon) {
   return all;
 }
 
-/// Holds up all jobs as they come to their rates; their connections are encrypted.
-class Locks {
- public:
-  void hold_up(const faults::Job& job) {
-    lockers_.push_back(job.portal());
-    lockers_.back().query("BEGIN; LOCK TABLE rate IN ACCESS EXCLUSIVE MODE");
-  }
-  static void expect_met_by(const Jobs& jobs) {
-    for (const auto& job : jobs) {
-      Session portal = job->portal();
-      EXPECT_TRUE(support::wait_until([&] { return e2e::waiting(portal); }));
-      EXPECT_EQ(portal.value("SELECT bool_and(s.ssl) FROM pg_stat_activity a JOIN pg_stat_ssl s"
-                             " USING (pid) WHERE a.wait_event_type = 'Lock' AND"
-                             " a.datname = current_database()"),
-                "t");
-    }
-  }
-
- private:
-  std::vector<Session> lockers_;
-};
-
 /// What is left by the daemon that ended: checked, and brought to its end by the manual.
 void recover(const Jobs& jobs, const std::string& started, std::map<std::string, int>& hits) {
   for (const auto& job : jobs) {
@@ -143,25 +120,33 @@ void end_again_and_again(const char* name, End end, bool held) {
   for (int round = 0; round < rounds && !testing::Test::HasFailure(); round++) {
     const std::vector<support::Console> clients = consoles(*daemon);
     const size_t target = static_cast<size_t>(round) % jobs.size();
-    std::optional<Locks> locks;
-    if (held && round % 2 == 1)
-      locks.emplace();
+    // Holds up all jobs as they come to their rates; their connections are encrypted.
+    const bool locked = held && round % 2 == 1;
+    std::vector<Session> lockers;
     // The target is the last one, so that it has not ended while the others are made.
     for (size_t i = 1; i <= jobs.size(); i++) {
       faults::Job& job = *jobs[(target + i) % jobs.size()];
       job.submit(*daemon);
-      if (locks)
-        locks->hold_up(job);
+      if (locked) {
+        lockers.push_back(job.portal());
+        lockers.back().query("BEGIN; LOCK TABLE rate IN ACCESS EXCLUSIVE MODE");
+      }
     }
     const auto moment = std::uniform_int_distribution<long>(0, durations[target].count())(random);
     SCOPED_TRACE(jobs[target]->database() + " after " + std::to_string(moment) + " ms");
     EXPECT_TRUE(daemon->wait_log(jobs[target]->begin_line()));
-    if (locks)
-      Locks::expect_met_by(jobs);
-    else
+    for (size_t i = 0; locked && i < jobs.size(); i++) {
+      Session portal = jobs[i]->portal();
+      EXPECT_TRUE(support::wait_until([&] { return e2e::waiting(portal); }));
+      EXPECT_EQ(portal.value("SELECT bool_and(s.ssl) FROM pg_stat_activity a JOIN pg_stat_ssl s"
+                             " USING (pid) WHERE a.wait_event_type = 'Lock' AND"
+                             " a.datname = current_database()"),
+                "t");
+    }
+    if (!locked)
       std::this_thread::sleep_for(milliseconds(moment));
     longest_end = std::max(longest_end, end(*daemon));
-    locks.reset();
+    lockers.clear();
     const auto died = steady_clock::now();
     const std::string started = e2e::cluster().connect("postgres").value("SELECT now()");
     daemon->start();

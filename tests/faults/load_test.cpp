@@ -116,10 +116,9 @@ TEST(Load, EveryJobEndsRightAndNothingGrowsWhileConsolesReloadAndTheLogRotates) 
   const std::chrono::seconds duration(support::rounds_or(15));
   const auto begin = steady_clock::now();
   Holdings most[3] = {};
-  bool more = true, busy = true;
-  while (busy) {
+  for (bool busy = true; busy;) {
     const auto passed = steady_clock::now() - begin;
-    more = passed < duration && !testing::Test::HasFailure();
+    const bool more = passed < duration && !testing::Test::HasFailure();
     busy = more;
     for (const auto& lane : lanes) {
       lane->go_on(more);

@@ -77,9 +77,7 @@ fs::path DaemonHarness::output(const char* stream, int number) const {
 pid_t DaemonHarness::start_with(const std::vector<std::string>& arguments, int in, int out,
                                 int err) const {
   const std::string executable = (path() / kExecutable).string();
-  // The handler of SIGTERM runs only while the main thread waits and holds nothing, so what it
-  // calls need not be safe in any signal handler.
-  const std::string reports = "report_signal_unsafe=0:log_path=" + (path() / "sanitizer").string();
+  const std::string reports = sanitizer_options(path());
   std::vector<char*> words;
   const std::vector<std::string> tool = run_under();
   words.reserve(tool.size() + arguments.size() + 2);

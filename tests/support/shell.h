@@ -17,6 +17,9 @@ struct Ending {
 /// it says lies in the folder's files ".out" and ".err".
 Ending shell(const std::filesystem::path& folder, const std::string& command);
 
+/// Options by which the sanitizers write their reports to files "sanitizer.PID" of the folder.
+std::string sanitizer_options(const std::filesystem::path& folder);
+
 /// The exit status of what waitpid() has seen end, or minus the signal.
 int exit_status(int status);
 
