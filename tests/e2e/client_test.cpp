@@ -186,7 +186,7 @@ TEST_F(ConsoleClient, EndsAtTheNextLineWhenTheServerClosesOrTheConnectionBreaks)
     } else {
       server.send("\nwhole\t\x1b[2J\xc2\x9b\xc5\x9b\r\npartial");  // which steers no terminal
       server.close();
-      last = "\nwhole\t?[2J??\xc5\x9b\n" + last;
+      last.insert(0, "\nwhole\t?[2J??\xc5\x9b\n");
     }
     EXPECT_TRUE(client.says(last));
     type("\n");

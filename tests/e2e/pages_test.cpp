@@ -103,6 +103,7 @@ void run_program(Scenario scenario) {
 
 void run_jobs(std::vector<Scenario> all) {
   std::vector<std::string> databases;
+  databases.reserve(all.size());
   for (const Scenario& scenario : all)
     databases.push_back(scenario.name);
   auto daemon = e2e::daemon_for(databases);

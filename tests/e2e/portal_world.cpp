@@ -202,7 +202,7 @@ std::filesystem::path output_folder(const std::filesystem::path& cdr_directory,
                                     const std::string& database, const std::string& id) {
   std::error_code none;
   for (const auto& date : std::filesystem::directory_iterator(cdr_directory, none)) {
-    const std::filesystem::path folder = date.path() / ("127.0.0.1-" + database) / id;
+    std::filesystem::path folder = date.path() / ("127.0.0.1-" + database) / id;
     if (std::filesystem::exists(folder))
       return folder;
   }
