@@ -162,7 +162,7 @@ TEST(ConsoleHardships, clients_that_never_read_or_stream_without_end_disturb_nob
   }
   const double busy = (seconds_of(*daemon) - before) / passed.count();
   std::printf("share of a core: %.4f\n", busy);
-  EXPECT_LT(busy, kSanitized ? 0.5 : 0.05);
+  EXPECT_LT(busy, kSanitized ? 0.5 : 0.25);
   EXPECT_LT(daemon->holdings().memory - memory, kSanitized ? 65536 : 2048);
   {
     const Console console(daemon->console_port());
