@@ -26,17 +26,16 @@ std::string call_filter(const std::string& condition, const rerate_trunk& trunk)
                     condition.empty() ? "" : " and ", side_name(trunk.side), trunk.id.c_str());
 }
 
-void log_begin(const rerate_task& task, const rerate_trunk& trunk, const rerate_day& day) {
-  const std::string condition = rerate_time_condition(day);
+void log_begin(const rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
+               const std::string& condition) {
   QVN_LOG(kLogDebug, "Rerate task %d loading %s %s %s CDRs%s%s\n", static_cast<int>(task.id),
           side_name(trunk.side), trunk.alias.c_str(), day.date.c_str(),
           condition.empty() ? "" : ", ", condition.c_str());
 }
 
 bool load_calls(rerate_task& task, const rerate_trunk& trunk, const rerate_day& day,
-                rerated_calls& calls) {
-  const std::string sql =
-      rerate_calls_copy(trunk, day, rerate_time_condition(day), task.row.include_q850 == 1);
+                const std::string& condition, rerated_calls& calls) {
+  const std::string sql = rerate_calls_copy(trunk, day, condition, task.row.include_q850 == 1);
   bool complete = true;
   const pg_copy_end end = qvn_pg_copy_lines(
       task.connection.get(), sql.c_str(), kLabel,
@@ -70,8 +69,9 @@ int32_t get_rerate_cdr(rerate_task& task, const rerate_trunk& trunk, const rerat
   rerate_task_progress_update(
       task, qvn_format("Loading %s %s CDRs", trunk.alias.c_str(), day.date.c_str()),
       rerate_status::loading_cdrs);
-  log_begin(task, trunk, day);
-  if (!load_calls(task, trunk, day, calls)) {
+  const std::string condition = rerate_time_condition(day);
+  log_begin(task, trunk, day, condition);
+  if (!load_calls(task, trunk, day, condition, calls)) {
     QVN_LOG(kLogWarning, "Rerate task %d load %s %s cdr failed\n", static_cast<int>(task.id),
             trunk.alias.c_str(), day.date.c_str());
     return -1;

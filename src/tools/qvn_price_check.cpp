@@ -20,7 +20,7 @@ constexpr const char* kUsage =
     "         [--rate-date TIME] [--jurisdictions] [--local-rates] [--all-columns] [--conf DIR]\n";
 
 constexpr const char* kHelp =
-    "Says why a call costs what it costs: prices it as a rerating of that day would, with the\n"
+    "Shows why a call costs what it costs: prices it as a rerating of that day would, with the\n"
     "loaders and the pricing of qvn_web_helper, and shows each step. Nothing is written.\n"
     "\n"
     "  SECTION            the database's section of qvn_db_info.conf\n"
