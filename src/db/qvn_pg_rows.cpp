@@ -44,8 +44,8 @@ void log_copy_failure(const PGconn* connection, const char* label) {
 
 /// As a PQgetCopyData that waits. Such a one is woken for every 8 kB that the server sends, which
 /// took a seventh of a large COPY's time. So once all that came is read, more is let gather before
-/// this waits.
-int next_line(PGconn* connection, char** line) {
+/// this waits, if `large`: a COPY of a few rows has come by then.
+int next_line(PGconn* connection, char** line, bool large) {
   constexpr uint32_t kGathering = 500;  // microseconds
   constexpr int kNoneYet = 0;
   constexpr int kFailed = -2;
@@ -54,7 +54,9 @@ int next_line(PGconn* connection, char** line) {
     length = PQconsumeInput(connection) == 1 ? PQgetCopyData(connection, line, 1) : kFailed;
   }
   if (length == kNoneYet) {
-    qvn_usleep(kGathering);
+    if (large) {
+      qvn_usleep(kGathering);
+    }
     length = PQgetCopyData(connection, line, 0);
   }
   return length;
@@ -65,22 +67,21 @@ int next_line(PGconn* connection, char** line) {
 bool read_lines(PGconn* connection, const char* label, qvn_function_ref<void(char*)> on_line) {
   constexpr int kEndOfData = -1;
   constexpr int kMostFailuresInARow = 10;
+  constexpr uint64_t kFewLines = 100;
   int failures_in_a_row = 0;
-  bool header = true;
   bool whole = true;
-  for (;;) {
+  for (uint64_t lines = 0;;) {
     char* buffer = nullptr;
-    const int length = next_line(connection, &buffer);
+    const int length = next_line(connection, &buffer, lines > kFewLines);
     const pg_copy_row line(buffer);
     if (length == kEndOfData) {
       return whole;
     }
     if (length > 0) {
       failures_in_a_row = 0;
-      if (!header) {
+      if (lines++ > 0) {
         on_line(line.get());
       }
-      header = false;
       continue;
     }
     if (whole) {
