@@ -42,9 +42,9 @@ void log_copy_failure(const PGconn* connection, const char* label) {
           PQstatus(connection), PQerrorMessage(connection));
 }
 
-/// As a PQgetCopyData that waits. Such a one is woken for every 8 kB that the server sends, which
-/// took a seventh of a large COPY's time. So once all that came is read, more is let gather before
-/// this waits, if `large`: a COPY of a few rows has come by then.
+/// The next line as by a PQgetCopyData that waits. That one is woken for every 8 kB that the server
+/// sends, a seventh of a large COPY's time. So when all that came is read, this rests while more
+/// gathers. In a small COPY the rest would cost more than it saves.
 int next_line(PGconn* connection, char** line, bool large) {
   constexpr uint32_t kGathering = 500;  // microseconds
   constexpr int kNoneYet = 0;
