@@ -70,6 +70,27 @@ TEST(billing_doc, names_the_rate_that_applies) {
   }
 }
 
+TEST(billing_doc, names_the_price_of_the_rate) {
+  pricing_world world;
+  world.add_jurisdiction("1212", "1", "New York");
+  world.add_jurisdiction("1213", "2", "California");
+  world.add_jurisdiction("1310", "3", "California");
+  world.terms.jurisdiction = {"1", 11, 11, 10, 10};
+  world.terms.local_rates = true;
+  rate_node& rate = world.add_rate("1", "", 0.1F);
+  rate.inter_rate = 0.2F;
+  rate.intra_rate = 0.3F;
+  rate.local_rate = 0.4F;
+  for (row& call : table("calling number")) {
+    const rate_choice choice = choose_rate(world.terms, rate,
+                                           {.billed_number = call["billed number"],
+                                            .ani = call["calling number"],
+                                            .rate_type = number(call["call's rate type"])});
+    EXPECT_EQ(money(choice.rate), call["price"]) << call["why"];
+    EXPECT_EQ(choice.rate_type, number(call["rate type"])) << call["why"];
+  }
+}
+
 TEST(billing_doc, works_out_time_and_cost) {
   for (row& call : table("call seconds")) {
     rate_node rate{};
