@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-/// The columns that a side's rating goes to, and the one that tells the call's own rate type.
+/// The columns that a side's rating goes to, and the one that holds the call's own rate type.
 struct rated_columns {
   cdr_column rate;
   cdr_column cost;
@@ -68,7 +68,7 @@ call_facts facts_of(cdr_columns columns, std::string_view rate_type) {
   };
 }
 
-/// Copies a text behind `end`. Nearly all columns have 1 to 16 bytes, copied as two pieces that
+/// Copies a text to `end`. Nearly all columns have 1 to 16 bytes, copied as two pieces that
 /// overlap, without a call.
 char* put(char* end, std::string_view text) {
   const std::size_t size = text.size();

@@ -110,7 +110,7 @@ std::string make_line(std::mt19937& random) {
   return line;
 }
 
-/// Lines one behind the other, a NUL behind each.
+/// Lines one after the other, a NUL after each.
 std::string make_lines(uint32_t count) {
   std::string lines;
   std::mt19937 random(1);

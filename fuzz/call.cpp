@@ -7,7 +7,7 @@
 ///     j1212,5                   a jurisdiction's prefix
 ///     c44201,1212,...           a call: numbers, start, duration, kind of number, rate type
 ///     x...                      a call as a row of all its columns; "\r" stands for a line feed
-///     X...                      the same behind 40,000 more bytes
+///     X...                      the same after 40,000 more bytes
 ///
 /// What comes out for all calls between two changes is compared with the calls one by one: split
 /// and joined the plain way, the rate searched among all rates, the cost rounded in its text.

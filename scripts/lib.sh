@@ -54,7 +54,7 @@ apt_install() {
   return 1
 }
 
-# Debian's server package makes a cluster of its own and starts it on port 5432. Nobody asked for that one: it is
+# Debian's server package makes a cluster of its own and starts it on port 5432. It is not wanted here: it is
 # switched off while the package is installed, and the setting is put back for whoever wants a cluster later.
 install_postgresql() {
   local settings=/etc/postgresql-common/createcluster.conf rc=0
@@ -122,7 +122,7 @@ as_server() {
   )
 }
 
-# free_port: a port of 127.0.0.1 that nobody listens on at this moment.
+# free_port: a port of 127.0.0.1 that is free at this moment.
 free_port() {
   local port
   for port in $(shuf -i 20000-29999 -n 20); do
@@ -228,7 +228,7 @@ daemon_start() {
   DAEMON_PID=$(head -n 1 "$1/run/qvn_web_helper.pid")
 }
 
-# A zombie that nobody has waited for yet is gone as well.
+# A zombie whose parent has not waited for it yet is gone as well.
 daemon_is_gone() { ! readlink -q "/proc/$DAEMON_PID/exe" >/dev/null; }
 
 # daemon_stop: asks the daemon to end, as an operator does, and waits until it has.

@@ -1,7 +1,7 @@
 """A PostgreSQL server that is not one: server.py PORT-FILE silent|mute|columns|pooler
 
 silent: takes connections and never says a word. mute: lets everybody in, and says no more. columns: answers each query
-with one row of one column, whatever was asked for. pooler: the same, but lets nobody in who brings server options. Writes the port that it listens on into PORT-FILE.
+with one row of one column, whatever was asked for. pooler: the same, but refuses clients that bring server options. Writes the port that it listens on into PORT-FILE.
 """
 import socket
 import struct

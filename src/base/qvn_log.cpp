@@ -69,7 +69,7 @@ pthread_t g_log_thread_id{};  ///< main thread only
 std::atomic<bool> g_log_thread_started{false};
 
 // The timestamp of the last line and the second that it shows. Each thread has its own, so that
-// nobody waits for it.
+// none waits for it.
 thread_local std::array<char, 64> log_dt{};
 thread_local time_t log_sec = -1;
 

@@ -58,7 +58,7 @@ int qvn_job_file_finish(qvn_job_file file) {
 }
 
 qvn_job_folder::qvn_job_folder(std::string path) : path_(std::move(path)) {
-  // Behind a slash a symbolic link would be followed.
+  // After a slash a symbolic link would be followed.
   const std::string name = path_.substr(0, path_.find_last_not_of('/') + 1);
   folder_.reset(open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   error_ = folder_.is_open() ? 0 : errno;

@@ -30,7 +30,7 @@ class qvn_job_folder {
   explicit qvn_job_folder(std::string path);
 
   /// Makes the job's folder below `root`, which ends in "/", under today's date in UTC, and opens
-  /// it. Its path is empty when the date cannot be told. A folder that could not be made or opened
+  /// it. Its path is empty when the date is not known. A folder that could not be made or opened
   /// shows when files are created in it. Throws std::bad_alloc when memory runs out.
   [[nodiscard]] static qvn_job_folder make(const std::string& root, const qvn_job& job);
 

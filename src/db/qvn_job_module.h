@@ -16,7 +16,7 @@
 #include "db/qvn_job_queue.h"
 #include "db/qvn_pg_rows.h"
 
-/// What tells a module from the other. The texts are constants.
+/// What one module has and the other has not. The texts are constants.
 struct qvn_job_module_config {
   qvn_job_queue_config queue;
   const char* kind;                    ///< of its jobs in log lines: "rerate"

@@ -37,7 +37,7 @@ void limit_silence(const PGconn* connection) {
   set_option(socket, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
 }
 
-/// Takes in what has arrived; false when the connection broke, of which the next result tells.
+/// Takes in what has arrived; false when the connection broke, which the next result reports.
 /// Reads twice: the first read of a long TLS record leaves a rest in the TLS library, unseen by
 /// poll.
 bool read_arrived(PGconn* connection) {
@@ -125,7 +125,7 @@ bool log_in(PGconn* connection, steady::time_point end) {
   return true;
 }
 
-/// The environment's server options with the limit behind them, as a quoted value.
+/// The environment's server options and after them the limit, as a quoted value.
 std::string options_with_limit(std::chrono::milliseconds statement) {
   const std::string plain =
       qvn_format("%s -c statement_timeout=%ld", qvn_or_empty(std::getenv("PGOPTIONS")),

@@ -39,8 +39,8 @@ struct pg_visit_limits {
   std::chrono::milliseconds whole;      ///< all of it; then the connection is cut on this side
 };
 
-/// A visit's connection, which nobody waits for longer than the limits: past them results are lost
-/// as those of a broken connection.
+/// A visit's connection. No wait for it is longer than the limits: past them results are lost as
+/// those of a broken connection.
 class pg_visit {
  public:
   /// Connects. A server that refuses to limit statements (some poolers do) is asked without, now

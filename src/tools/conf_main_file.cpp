@@ -86,7 +86,7 @@ void check_address(const recorded_reading& console, conf_findings& findings) {
   const char* const address = g_core_ctrl->cli_listen_ip;
   const uint16_t port = g_core_ctrl->cli_listen_port;
   if (inet_addr(address) == INADDR_NONE) {
-    findings.add(line, "cli_listen_ip: not a numeric IPv4 address, nobody reaches the console");
+    findings.add(line, "cli_listen_ip: not a numeric IPv4 address, the console cannot be reached");
   } else if (try_to_listen(address, 0) != 0) {
     findings.add(line,
                  "cli_listen_ip: this machine does not have the address, the daemon does not start",

@@ -181,7 +181,7 @@ TEST_F(log_test, size_checks_keep_their_rhythm_when_the_clock_is_stepped_back) {
   EXPECT_FALSE(std::filesystem::exists(path_ + ".2")) << "put forward, not due";
 }
 
-// A log file that takes nothing while nobody reads it: the log thread stands still in its write.
+// A log file that takes nothing while it is not read: the log thread stands still in its write.
 TEST_F(log_test, exactly_the_limit_of_lines_waits_and_callers_are_not_held_up) {
   const std::string fifo = directory_ + "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -283,7 +283,7 @@ TEST_F(log_test, bound_loggers_have_their_own_level_and_stop_nobody) {
   print_both();
   EXPECT_EQ(messages_at(readers[2]), "debug\nwarning\n");
   EXPECT_THAT(lines(), ElementsAre(HasSubstr("Changed")));
-  for (int i = 0; i < 2000; ++i) {  // more than what nobody reads any more can take
+  for (int i = 0; i < 2000; ++i) {  // more than a pipe without a reader can take
     EXPECT_EQ(qvn_log_print_content((std::string(2000, 'x') + "\n").c_str()), 0);
   }
   EXPECT_EQ(lines_in(path_).size(), 2002U);
@@ -310,7 +310,7 @@ TEST_F(log_test, exit_writes_what_is_queued_and_later_lines_are_never_seen) {
   EXPECT_EQ(lines().back(), "[NOTICE] qvn_log The log module exit...");
   EXPECT_EQ(lines_of(path_).size(), 1002U);
   EXPECT_EQ(qvn_log_print("m", 1, kLogInfo, 0, "late\n"), 0);
-  EXPECT_FALSE(qvn_log_drain(60s)) << "nobody is left to write it";
+  EXPECT_FALSE(qvn_log_drain(60s)) << "its writer has ended";
   qvn_log_uninit();
   EXPECT_EQ(g_curr_log_que_size, 0U);
   EXPECT_TRUE(qvn_log_drain(0ms));

@@ -18,7 +18,7 @@ int32_t admit(const qvn_job&, const qvn_job*, const qvn_job*) {
   return 0;
 }
 
-/// Tells how often jobs ran and were freed, and holds them while asked to.
+/// Counts how often jobs ran and were freed, and holds them while asked to.
 struct probe {
   std::atomic<int> started = 0;
   std::atomic<int> freed = 0;

@@ -50,7 +50,7 @@ TEST(Db, LoadersHandOutRowsAndCountThem) {
   int64_t highest = -7;
   EXPECT_EQ(qvn_get_max_record(connection.get(), "SELECT 12345678901", &highest, "Layer"), 0);
   EXPECT_EQ(highest, 12345678901);
-  // Nobody answers any more.
+  // No server answers any more.
   EXPECT_EQ(qvn_db_try_update(connection.get(), "SELECT pg_terminate_backend(pg_backend_pid())"),
             -1);
   EXPECT_EQ(qvn_get_max_record(connection.get(), "SELECT 1", &highest, "Layer"), -1);

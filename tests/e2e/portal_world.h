@@ -80,7 +80,7 @@ void store_calls(support::Session& portal, const std::string& day, const std::ve
 /// rate table 1, with these columns in place of or beside the ordinary ones.
 std::string rate(const std::string& columns);
 
-/// SQL that stores a rate table, and a trunk that rounds as told.
+/// SQL that stores a rate table, and a trunk that rounds as given.
 std::string rate_table(const std::string& id, const std::string& columns = "");
 std::string trunk(const std::string& id, const std::string& alias,
                   const std::string& decimals = "6", const std::string& rounding = "1");

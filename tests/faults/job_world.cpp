@@ -201,7 +201,7 @@ class RerateJob : public Job {
   }
   const char* kind() const override { return "rerate"; }
 
-  /// Where a file of the job lies, whether or not the row tells.
+  /// Where a file of the job lies, whether or not the row has it.
   fs::path file(const std::string& trunk, const std::string& date) const {
     const fs::path folder = e2e::output_folder(folder_ / "rerate_cdr", database(), id_);
     return folder / (id_ + "-" + trunk + "-" + date + ".cdr");
@@ -223,14 +223,14 @@ std::string Job::row() const {
                         std::string(table_) + " WHERE id = " + id_);
 }
 
-bool Job::is_nobodys() const {
+bool Job::is_unattended() const {
   const auto has_begun = [&] {
     const char status = row()[0];
     return status >= '1' && status <= '3';
   };
   // A daemon that works on it writes the end through the connection that it has meanwhile.
-  return has_begun() &&
-         portal().query(operator_block("-- Jobs that nobody works on")).size() == 1 && has_begun();
+  return has_begun() && portal().query(operator_block("-- Jobs without a worker")).size() == 1 &&
+         has_begun();
 }
 
 void Job::recover() const {

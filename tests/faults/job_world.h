@@ -43,9 +43,9 @@ class Job {
   /// Removes what the last run has written beside the database: jobs of an hour would fill the
   /// disk.
   virtual void forget_result() const {}
-  /// Whether the job has begun and nobody works on it.
-  bool is_nobodys() const;
-  /// Does what docs/operation.md tells; nobody may work on the job.
+  /// Whether the job has begun and has no worker.
+  bool is_unattended() const;
+  /// Does what docs/operation.md says; the job must have no worker.
   void recover() const;
 
  protected:
@@ -76,7 +76,7 @@ std::unique_ptr<Job> rerate_job(const std::string& database, int calls);
 std::string operator_block(const std::string& comment,
                            const std::map<std::string, std::string>& variables = {});
 
-/// Ends the connections that a daemon has left to the job's database, as the document tells, and
+/// Ends the connections that a daemon has left to the job's database, as the document says, and
 /// waits until they are gone; `started`: when its successor did, as SQL text.
 void end_leftovers(const Job& job, const std::string& started);
 

@@ -1,4 +1,4 @@
-// The daemon dies in the middle of its jobs, or is asked to end; docs/operation.md tells what to do
+// The daemon dies in the middle of its jobs, or is asked to end; docs/operation.md says what to do
 // then.
 #include <chrono>
 #include <cstdio>
@@ -91,7 +91,7 @@ void recover(const Jobs& jobs, const std::string& started, std::map<std::string,
     SCOPED_TRACE(job->database() + " at " + row);
     hits[job->database() + " " + row.substr(0, row.find(':'))]++;
     // One that had not begun may be the new daemon's by now.
-    if (job->is_nobodys()) {
+    if (job->is_unattended()) {
       job->expect_allowed();
       job->recover();
     }

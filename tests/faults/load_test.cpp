@@ -49,7 +49,7 @@ class Lane {
 };
 
 /// A console that lists and reloads the databases once a second, half of the time in a connection
-/// of its own, until it is told to stop; returns how often.
+/// of its own, until it is to stop; returns how often.
 int keep_reloading(const DaemonHarness& daemon, const std::atomic<bool>& stop) {
   int reloads = 0;
   while (!stop) {

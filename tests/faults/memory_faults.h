@@ -18,6 +18,6 @@ extern constinit thread_local memory_shortage* t_memory_shortage;
 /// That of each thread that names itself, as the daemon's threads do when they begin.
 extern std::atomic<memory_shortage*> g_memory_shortage_of_threads;
 
-/// Blocks, and pages of mappings, that nobody has given back, but for those that belong to a
+/// Blocks, and pages of mappings, that were not given back, but for those that belong to a
 /// thread: they are kept with its stack for the next one.
 extern std::atomic<int64_t> g_memory_held;

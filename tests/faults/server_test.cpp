@@ -105,7 +105,7 @@ class Victims {
   std::vector<Plan> sweep(long step) const;
   void break_all(const Plan& plan);
 
-  /// All jobs again, with nobody in their way.
+  /// All jobs again, with nothing in their way.
   void run_undisturbed() {
     submit();
     for (const Victim& v : all_)
@@ -145,7 +145,7 @@ class Victims {
   bool over(const Victim& v) const {
     if (v.job->ended())
       return true;
-    if (!v.job->is_nobodys())
+    if (!v.job->is_unattended())
       return false;
     const std::string log = daemon_.log();
     const size_t begin = log.rfind(v.job->begin_line());

@@ -37,7 +37,7 @@ class DaemonHarness {
   /// The local time of processes that are started from now on; UTC without a word.
   void set_time_zone(const std::string& zone) { time_zone_ = zone; }
 
-  /// Writes conf/qvn_web_helper.conf, with the section CLI behind `text`, and
+  /// Writes conf/qvn_web_helper.conf, with `text` and then the section CLI, and
   /// conf/qvn_db_info.conf.
   void write_main_conf(const std::string& text) const;
   void write_databases(int port, const std::vector<std::string>& names) const;

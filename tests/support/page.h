@@ -7,7 +7,7 @@
 
 namespace support {
 
-/// A fenced block: what stands behind its fence, such as "sql" or "csv deck.csv", and its lines.
+/// A fenced block: what stands after its fence, such as "sql" or "csv deck.csv", and its lines.
 struct Block {
   std::string kind;
   std::string text;

@@ -14,7 +14,7 @@ namespace support {
 
 using Row = std::vector<std::string>;
 
-/// A port of 127.0.0.1 that nobody listens on at this moment.
+/// A port of 127.0.0.1 that is free at this moment.
 int free_port();
 
 /// One connection to one database of the cluster. A statement that fails is a test failure.
