@@ -161,7 +161,20 @@ TEST_F(Documents, RateFilesAreTakenAsShown) {
   }
 }
 
-TEST(Daemons, DoOnOneDatabaseWhatTheManualTells) {
+TEST(ConsoleProtocol, SessionIsAnsweredAsShown) {
+  support::DaemonHarness daemon;
+  daemon.write_database_list(
+      "[portal]\ndb_host=127.0.0.1\ndb_listen_port=5432\ndb_name=portal\ndb_user=portal\n"
+      "db_user_password=secret\n");
+  daemon.start();
+  e2e::PageRunner runner(daemon, "", e2e::Widths::exact);
+  const std::vector<Block> shown = support::blocks(document("console-protocol.md"));
+  ASSERT_EQ(shown.size(), 2U);
+  runner.run(shown[0]);
+  runner.expect_shown(shown[1].text);
+}
+
+TEST(Daemons, DoOnOneDatabaseWhatTheManualSays) {
   auto first = e2e::daemon_for({"shared"});
   support::DaemonHarness second;
   second.write_databases(e2e::cluster().port(), {"shared"});

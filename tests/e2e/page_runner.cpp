@@ -27,7 +27,7 @@ std::string squeezed(const std::string& text) {
 }
 
 bool is_program(const Block& block) {
-  return block.kind == "sql" || block.kind == "sh";
+  return block.kind == "sql" || block.kind == "sh" || block.kind == "bash";
 }
 
 }  // namespace
@@ -84,6 +84,7 @@ void PageRunner::wait_for_jobs() const {
 std::string PageRunner::real(std::string text) const {
   replace_all(text, "/opt/qvn_web_helper", daemon_.path());
   replace_all(text, "/var/portal/upload", upload_);
+  replace_all(text, "/127.0.0.1/4410", "/127.0.0.1/" + std::to_string(daemon_.console_port()));
   return text;
 }
 
@@ -95,12 +96,14 @@ std::string PageRunner::execute(const Block& block) const {
               " PGUSER=" + support::TestCluster::kUser +
               " PGPASSWORD=" + support::TestCluster::kPassword + " PGDATABASE=" + database_ +
               " PATH=" QVN_PG_BINDIR ":$PATH; ";
-  command += block.kind == "sh" ? "sh -e block" : "psql -Xq -v ON_ERROR_STOP=1 ";
   if (block.kind == "sql")
-    command += std::string(widths_ == Widths::exact ? "-At -F ' | ' " : "") + "-f block";
+    command += std::string("psql -Xq -v ON_ERROR_STOP=1 ") +
+               (widths_ == Widths::exact ? "-At -F ' | ' " : "") + "-f block";
+  else
+    command += block.kind + " -e block";
   const support::Ending ending = support::shell(daemon_.path(), command);
   std::string output = ending.out + ending.err;
-  EXPECT_TRUE(ending.status == 0 || block.kind == "sh") << output;
+  EXPECT_TRUE(ending.status == 0 || block.kind != "sql") << output;
   replace_all(output, daemon_.path(), "/opt/qvn_web_helper");
   return output;
 }

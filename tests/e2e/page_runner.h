@@ -13,9 +13,9 @@ enum class Widths { exact, free };  ///< free: widths of columns do not matter, 
 bool inserts_job(const support::Block& block);
 
 /// Runs blocks in the installation of a daemon and a database that it serves: "sql" by psql, "sh"
-/// by a shell, and a block with a file's name writes that file: "csv" into the folder of uploads,
-/// others into the installation. The blocks call the installation /opt/qvn_web_helper and
-/// the folder of uploads /var/portal/upload.
+/// and "bash" by that shell, and a block with a file's name writes that file: "csv" into the folder
+/// of uploads, others into the installation. The blocks call the installation /opt/qvn_web_helper,
+/// the folder of uploads /var/portal/upload, and the console's address /127.0.0.1/4410.
 class PageRunner {
  public:
   /// The folder of uploads is `upload` below the installation. Without a database's name there is
