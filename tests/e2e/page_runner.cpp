@@ -96,11 +96,13 @@ std::string PageRunner::execute(const Block& block) const {
               " PGUSER=" + support::TestCluster::kUser +
               " PGPASSWORD=" + support::TestCluster::kPassword + " PGDATABASE=" + database_ +
               " PATH=" QVN_PG_BINDIR ":$PATH; ";
+  // A page waits for what a daemon that fails never does.
+  const char* const limited = "timeout 100 ";
   if (block.kind == "sql")
-    command += std::string("psql -Xq -v ON_ERROR_STOP=1 ") +
+    command += std::string(limited) + "psql -Xq -v ON_ERROR_STOP=1 " +
                (widths_ == Widths::exact ? "-At -F ' | ' " : "") + "-f block";
   else
-    command += block.kind + " -e block";
+    command += limited + block.kind + " -e block";
   const support::Ending ending = support::shell(daemon_.path(), command);
   std::string output = ending.out + ending.err;
   EXPECT_TRUE(ending.status == 0 || block.kind != "sql") << output;
