@@ -98,17 +98,18 @@ TEST_F(socket_test, a_datagram_socket_takes_the_first_free_port_up_to_the_last_o
   EXPECT_EQ(qvn_nonblock_udp_socket_multi_trybind(kLoopback, first, 1, &port), -1);
   EXPECT_THAT(lines(), ElementsAre("[DEBUG] qvn_socket Can't bind socket as [127.0.0.1:" +
                                    std::to_string(first) + "]"));
+  EXPECT_EQ(qvn_nonblock_udp_socket(kLoopback, first), -1);
   const qvn_fd next(qvn_nonblock_udp_socket_multi_trybind(kLoopback, first, 100, &port));
   EXPECT_TRUE(next.is_open() && port > first);
   EXPECT_EQ(local_port(next.get()), port);
   EXPECT_NE(fcntl(next.get(), F_GETFL) & O_NONBLOCK, 0);
   // After the last port would come port 0, which binds to any.
   constexpr uint16_t kLast = 65535;
-  const qvn_fd last(qvn_nonblock_udp_socket(kLoopback, kLast));  // by us or by somebody else
+  const qvn_fd last(qvn_nonblock_udp_socket(kLoopback, kLast));  // by us or by another process
   EXPECT_EQ(qvn_nonblock_udp_socket_multi_trybind(kLoopback, kLast, 3, &port), -1);
 }
 
-TEST(socket_address, private_networks_are_told_by_the_beginning_of_the_text) {
+TEST(socket_address, private_networks_are_known_by_the_beginning_of_the_text) {
   for (const char* address :
        {"192.168", "192.1680.1.1", "10.0.0.1", "169.254.7.7", "172.16.0.1", "172.31.5.1"}) {
     EXPECT_EQ(qvn_is_public_address(address), 0) << address;
