@@ -92,7 +92,8 @@ struct call_price {
 };
 
 /// Whether a rate with this profile applies to a call that starts at that second. Both ends of the
-/// hours are included; hours that would run over midnight apply to nothing.
+/// hours are included. Of hours that run over midnight only the first counts, and the last up to
+/// its end.
 [[nodiscard]] bool time_profile_applies(const time_profile_node& profile, int64_t start_second);
 
 /// Whether a rate of such dates is in force at that second; an end of 0 is open.
